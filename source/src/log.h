@@ -1,0 +1,25 @@
+// Category-gated diagnostics: every call site tests its bit before formatting.
+#pragma once
+
+#include "globe_var.h"
+
+namespace uhf {
+
+enum : unsigned long {
+    kLogUsb = 0x1,
+    kLogFunction = 0x2,
+    kLogSerial = 0x4,
+    kLogTransfer = 0x8,
+    kLogBase = 0x10,
+    kLogTagFifo = 0x20,
+};
+
+inline bool log_on(unsigned long bit) { return (print_debug_log & bit) != 0; }
+
+}  // namespace uhf
+
+// Print through my_printf when the category bit is on.
+#define UHF_LOG(bit, ...)                         \
+    do {                                          \
+        if (::uhf::log_on(bit)) my_printf(__VA_ARGS__); \
+    } while (0)
