@@ -133,6 +133,22 @@ UHF_API unsigned long terminal_get_idle_ms(void);
 UHF_API unsigned long terminal_get_idle_ms_byid(int id);
 UHF_API int add_disconnect_callback(void (*callback)(int));
 
+/* ---- USB HID transport (one device per process) ------------------------ */
+
+/* 0; -1 no device list or no thread; -2 no interface of usage 1; -3 open failed. */
+UHF_API int usbOpen(void);
+UHF_API void usbClose(void);
+/* 64-byte reports, 2 ms apart. Bytes sent, -1 if not open, or hid_write's error. */
+UHF_API int usbSend(const unsigned char* buf, unsigned int buf_len);
+/* One whole frame within 50 ms: bytes copied, 0 if none, -3 if not open. */
+UHF_API int usbRecv(unsigned char* inBuf, uint16_t len);
+/* One input report appended to buf: bytes read, -1 if not open, or hid error. */
+UHF_API int usbRecvSingle(unsigned char* buf, unsigned int buf_len);
+/* The receive thread body. */
+UHF_API void* thread_usb_recv(void* arg);
+/* 1 when a device with the reader's ids is present, else 0. */
+UHF_API int getUsbDeviceLinked(void);
+
 /* ---- Command frame exchange -------------------------------------------- */
 
 /* Write / read raw bytes on slot tindex through its transport. Reads never

@@ -1,0 +1,211 @@
+// The command frame (A5 5A len16 code data xor 0D 0A) and the request/reply
+// exchange; also the older escaped AA..55 frame.
+#include <string.h>
+#include <unistd.h>
+
+#include "globe_var.h"
+#include "log.h"
+#include "terminal.h"
+#include "transport.h"
+
+namespace {
+
+constexpr size_t kExchangeBuf = 2048;
+
+// Frame into out (capacity cap); returns its length, 0 when it does not fit.
+size_t build_frame(uint8_t* out, size_t cap, uint8_t cmd, const uint8_t* data, uint16_t n, bool wide_len) {
+    if (data == nullptr) n = 0;
+    size_t total = static_cast<size_t>(n) + 8;
+    if (total > cap) return 0;
+    unsigned len_field = n + 8u;
+    out[0] = 0xA5;
+    out[1] = 0x5A;
+    // The one-byte form writes a zero high byte and wraps the low one.
+    out[2] = wide_len ? static_cast<uint8_t>(len_field >> 8) : 0;
+    out[3] = static_cast<uint8_t>(len_field);
+    out[4] = cmd;
+    if (n > 0) memcpy(out + 5, data, n);
+    uint8_t x = 0;
+    for (size_t i = 2; i < 5u + n; i++) x ^= out[i];
+    out[5 + n] = x;
+    out[6 + n] = 0x0D;
+    out[7 + n] = 0x0A;
+    return total;
+}
+
+// Receive state of the exchange. One per process, like the exchange itself.
+uint8_t rxsta = 0;
+
+struct FrameParser {
+    uint8_t rxor = 0, rcmd = 0;
+    uint16_t rlen = 0, ridx = 0;
+    uint8_t* rbuf;
+    size_t rcap;
+
+    // Feed one byte; true when it completed a frame.
+    bool feed(uint8_t b) {
+        switch (rxsta) {
+        case 0:
+            rxor = 0;
+            rlen = 0;
+            ridx = 0;
+            rxsta = b == 0xA5 ? 1 : 0;
+            return false;
+        case 1:
+            rxsta = b == 0x5A ? 2 : 0;
+            return false;
+        case 2:
+            rxor ^= b;
+            rlen = static_cast<uint16_t>(b << 8);
+            rxsta = 3;
+            return false;
+        case 3:
+            rxor ^= b;
+            rlen = static_cast<uint16_t>(rlen + b);
+            if (rlen >= 8 && rlen <= 4096) {
+                rlen -= 8;
+                rxsta = 4;
+            } else {
+                rxsta = 0;
+            }
+            return false;
+        case 4:
+            rxor ^= b;
+            rcmd = b;
+            rxsta = rlen > 0 ? 5 : 6;
+            return false;
+        case 5:
+            if (ridx < rlen) {
+                rxor ^= b;
+                if (ridx < rcap) rbuf[ridx] = b;
+                ridx++;
+                if (ridx == rlen) rxsta = 6;
+            }
+            return false;
+        case 6:
+            rxsta = b == rxor ? 7 : 0;
+            return false;
+        case 7:
+            rxsta = b == 0x0D ? 8 : 0;
+            return false;
+        case 8:
+            rxsta = 0;
+            return b == 0x0A;
+        default:
+            rxor = 0;
+            rlen = 0;
+            ridx = 0;
+            return false;
+        }
+    }
+};
+
+}  // namespace
+
+int Vexa_Send(uint8_t cmd, uint8_t* sendbuf, uint8_t sendlen, int tindex) {
+    uint8_t frame[255 + 8];  // the largest one-byte-length frame fits whole
+    size_t n = build_frame(frame, sizeof frame, cmd, sendbuf, sendlen, false);
+    int r = send_bytes(frame, static_cast<uint16_t>(n), tindex);
+    // Only the low byte counts: a transport error (-1) reads as sent.
+    return (r & 0xFF) != 0 ? 0 : -1;
+}
+
+int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf, uint16_t* recvlen,
+                 uint16_t timeout) {
+    if (recvbuf == nullptr || recvlen == nullptr) return -1;
+    uint8_t frame[kExchangeBuf];
+    size_t n = build_frame(frame, sizeof frame, cmd, sendbuf, sendlen, true);
+    if (n == 0) return -1;  // would not fit the request buffer: nothing sent
+    int tindex = cur_index;
+    if (send_bytes(frame, static_cast<uint16_t>(n), tindex) < 1) return -1;
+
+    static_assert(kExchangeBuf <= 0xFFFF);
+    uint8_t buf[kExchangeBuf];
+    uint8_t rbuf[kExchangeBuf];
+    int ret = -1;
+    size_t iLocation = 0, parseIndex = 0;
+    long long start = getTimestamp();
+    do {
+        if (iLocation > 1024) {
+            // Too much without an answer: start over, even mid-frame.
+            iLocation = 0;
+            parseIndex = 0;
+        }
+        int got = recv_bytes(buf + iLocation, static_cast<uint16_t>(kExchangeBuf - iLocation), tindex);
+        if (got > 0) {
+            rxsta = 0;
+            iLocation += static_cast<size_t>(got);
+            FrameParser p{0, 0, 0, 0, rbuf, sizeof rbuf};
+            // Re-parse the whole unconsumed part: a frame split across reads
+            // is found once its last byte is in.
+            for (size_t i = parseIndex; i < iLocation; i++) {
+                if (!p.feed(buf[i])) continue;
+                parseIndex = i + 1;
+                if (static_cast<int>(p.rcmd) == cmd + 1) {
+                    *recvlen = p.rlen;
+                    memcpy(recvbuf, rbuf, p.rlen);
+                    return 0;
+                }
+                ret = -4;
+            }
+        } else {
+            long long left = timeout - (getTimestamp() - start);
+            if (left > 0) uhf::wait_readable(tindex, static_cast<int>(left));
+        }
+    } while (getTimestamp() - start < static_cast<long long>(timeout));
+    return ret;
+}
+
+int Vexa_SendAndRecv(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf, uint16_t* recvlen) {
+    return ExternalSend(cmd, sendbuf, sendlen, recvbuf, recvlen, 1500);
+}
+
+uint8_t SendCommand(uint8_t* SendCommand, uint16_t SendNum) {
+    if (SendCommand == nullptr || SendNum < 2) return 0;
+    uint8_t out[500];
+    size_t n = 0;
+    out[n++] = SendCommand[0];
+    for (uint16_t i = 1; i + 1 < SendNum; i++) {
+        uint8_t b = SendCommand[i];
+        bool esc = b == 0xAA || b == 0x55 || b == 0xFF;
+        if (n + (esc ? 2 : 1) + 1 > sizeof out) return 0;  // would not fit: send nothing
+        if (esc) out[n++] = 0xFF;
+        out[n++] = b;
+    }
+    out[n++] = SendCommand[SendNum - 1];
+    return send_bytes(out, static_cast<uint16_t>(n), cur_index) != 0 ? 1 : 0;
+}
+
+uint8_t ReceiveCommand(uint8_t* ReceiveCommand, uint16_t* ReceiveNum, uint16_t waittime) {
+    (void)waittime;  // the collection has its own fixed bound of about 5 s
+    if (ReceiveCommand == nullptr || ReceiveNum == nullptr) return 0;
+    uint8_t chunk[512];
+    uint8_t collected[512];
+    size_t total = 0;
+    for (int poll = 0; poll < 500; poll++) {
+        int n = recv_bytes(chunk, sizeof chunk, cur_index);
+        if (n > 0) {
+            for (int i = 0; i < n && i < 512; i++) {
+                // A reply longer than the buffer keeps overwriting its last byte.
+                if (total < sizeof collected)
+                    collected[total++] = chunk[i];
+                else
+                    collected[sizeof collected - 1] = chunk[i];
+            }
+        } else if (total > 0) {
+            break;  // the first quiet poll after data ends the reply
+        }
+        usleep(10000);
+    }
+    if (total == 0) return 0;
+    size_t out = 0;
+    for (size_t i = 0; i < total; i++) {
+        uint8_t b = collected[i];
+        if (b == 0xFF && i + 1 < total &&
+            (collected[i + 1] == 0xAA || collected[i + 1] == 0x55 || collected[i + 1] == 0xFF))
+            b = collected[++i];
+        ReceiveCommand[out++] = b;
+    }
+    *ReceiveNum = static_cast<uint16_t>(out);
+    return 1;
+}

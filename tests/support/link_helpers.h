@@ -1,0 +1,49 @@
+// Small helpers shared by the suites that open links.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "UHF.h"
+#include "bytes_ops.h"
+#include "scripted_reader.h"
+
+namespace uhftest {
+
+// Every test starts from an empty link table, as a fresh process would.
+inline void reset_links() {
+    LinkCloseAll();
+    terminal_index = 0;
+    cur_index = 0;
+}
+
+// Open a TCP link to the scripted reader and wait for it to be accepted.
+inline void connect_to(const ScriptedReader& reader) {
+    ASSERT_EQ(TCPConnect("127.0.0.1", reader.port()), 0);
+    ASSERT_TRUE(reader.wait_client(2000));
+}
+
+// A fixture with a scripted reader connected on the selected link.
+class WireTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        reset_links();
+        connect_to(reader);
+    }
+    void TearDown() override { reset_links(); }
+
+    // The data of the single request frame the reader saw (after the frame
+    // header checks), for request-byte assertions.
+    Bytes only_request_data(uint8_t expected_cmd) {
+        auto reqs = reader.requests();
+        EXPECT_EQ(reqs.size(), 1u);
+        if (reqs.empty()) return {};
+        const Bytes& f = reqs.back();
+        EXPECT_GE(f.size(), 8u);
+        EXPECT_EQ(f[4], expected_cmd);
+        return Bytes(f.begin() + 5, f.end() - 3);
+    }
+
+    ScriptedReader reader;
+};
+
+}  // namespace uhftest
