@@ -9,6 +9,7 @@
 #include "UHF.h"
 #include "log.h"
 #include "transport.h"
+#include "uhf/inventory.h"
 
 using namespace uhf;
 
@@ -29,6 +30,16 @@ void set_running(int index, unsigned char v) {
 }
 void set_closing(uint8_t v) { __atomic_store_n(&closeingflag, v, __ATOMIC_RELEASE); }
 uint8_t closing() { return __atomic_load_n(&closeingflag, __ATOMIC_ACQUIRE); }
+
+// Receive threads alive per slot; a released slot waits for its threads to
+// leave before its descriptor is closed and it is wiped.
+int g_threads_alive[MAX_TERMINALS];
+
+struct AliveGuard {
+    int index;
+    explicit AliveGuard(int i) : index(i) { __atomic_add_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL); }
+    ~AliveGuard() { __atomic_sub_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL); }
+};
 
 // The UII (PC + EPC) length in bytes, from the PC's EPC-length field.
 uint16_t uii_len(const uint8_t* report) { return static_cast<uint16_t>(((report[0] >> 3) + 1) * 2); }
@@ -75,7 +86,12 @@ void* Uhf_GetR2000UartData(void* arg) {
     initTagQueue();
     set_closing(0);
     UHF_LOG(kLogBase, "**start receive data,index:%d", index);
-    if (!slot_ok(index) || my_terminals[index].device_info.trans_type == TYPE_INVALID) {
+    if (!slot_ok(index)) {
+        UHF_LOG(kLogBase, "the link is invalid");
+        return nullptr;
+    }
+    AliveGuard alive(index);
+    if (my_terminals[index].device_info.trans_type == TYPE_INVALID) {
         UHF_LOG(kLogBase, "the link is invalid");
         return nullptr;
     }
@@ -104,6 +120,13 @@ void* Uhf_GetR2000UartData(void* arg) {
         if (consume_frames(buf, held, index)) held = 0;
     }
     return nullptr;
+}
+
+void uhf::inventory_quiesce(int index) {
+    if (!slot_ok(index)) return;
+    set_running(index, 0);
+    // A pass of the thread lasts one read or a 10 ms wait; give it ample time.
+    for (int i = 0; i < 500 && __atomic_load_n(&g_threads_alive[index], __ATOMIC_ACQUIRE) > 0; i++) usleep(1000);
 }
 
 int Creat_R2000Thread(int index) {
