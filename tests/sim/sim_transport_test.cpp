@@ -254,3 +254,28 @@ TEST(SimInProc, DrivesTheReaderWithATestClock) {
   EXPECT_EQ(rest->back(), (Reply{0x8D, {0x01}}));
   EXPECT_EQ(link.stats().tag_reports, 400u);
 }
+
+TEST(SimPty, PacesOutputToTheLineRate) {
+  auto opts = field_of(1);
+  opts.baud = 9600;  // 960 bytes/s
+  uhfsim::PtyServer pty(opts);
+  ASSERT_TRUE(pty.start());
+  Fd s(::open(pty.slave_path().c_str(), O_RDWR | O_NOCTTY));
+  ASSERT_GE(s.fd, 0);
+  termios t{};
+  ::tcgetattr(s.fd, &t);
+  cfmakeraw(&t);
+  ::tcsetattr(s.fd, TCSANOW, &t);
+  Bytes requests;
+  for (int i = 0; i < 10; ++i) {
+    const Bytes f = frame(0x12);
+    requests.insert(requests.end(), f.begin(), f.end());
+  }
+  const auto start = std::chrono::steady_clock::now();
+  send_all(s.fd, requests);
+  const Bytes got = read_until(s.fd, frames(10));
+  const auto took = std::chrono::steady_clock::now() - start;
+  ASSERT_EQ(got.size(), 10u * 29u);
+  // A lower bound only: a busy machine can make this slower, never faster.
+  EXPECT_GE(took, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
+}
