@@ -10,13 +10,17 @@ static EngineOptions with_ignores(EngineOptions e, const FaultOptions& f) {
 }
 
 Session::Session(const SimOptions& opts)
-    : reader_(opts.tags, with_ignores(opts.engine, opts.faults)), filter_(opts.faults) {
+    : reader_(opts.tags, with_ignores(opts.engine, opts.faults)),
+      filter_(opts.faults),
+      base_ignored_(opts.engine.ignored_codes) {
   reader_.set_output([this](const uint8_t* p, size_t n) { filter_.push(p, n, now_); });
 }
 
 void Session::set_faults(const FaultOptions& f) {
   filter_.set_options(f);
-  reader_.options().ignored_codes = f.ignore_codes;
+  auto& ignored = reader_.options().ignored_codes;
+  ignored = base_ignored_;
+  ignored.insert(f.ignore_codes.begin(), f.ignore_codes.end());
 }
 
 void Session::receive(const uint8_t* bytes, size_t len, TimePoint now) {

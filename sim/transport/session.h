@@ -44,6 +44,7 @@ class Session {
  private:
   VirtualReader reader_;
   FaultFilter filter_;
+  std::set<uint8_t> base_ignored_;  // from the engine options, kept across set_faults
   TimePoint now_{};
 };
 
