@@ -17,49 +17,47 @@ void give(std::vector<uint8_t>& out, const std::array<uint8_t, N>& src) {
   out.insert(out.end(), src.begin(), src.end());
 }
 
-// 0xA1 01 ip port [mask gateway]: the short form keeps mask and gateway.
-std::string set_own(VirtualReader& r, const Request& req) {
+// Sub-command, ip, port, and for the own address optionally mask and
+// gateway; the short form keeps mask and gateway.
+std::string set_address(VirtualReader& r, const Request& req, NetAddress Settings::*which, bool long_form) {
   const auto d = req.data;
-  if (d.size() != 7 && d.size() != 15) return status(r, req, false, "bad length");
+  if (d.size() != 7 && !(long_form && d.size() == 15)) return status(r, req, false, "bad length");
   r.state().apply(true, [&](Settings& s) {
-    take(s.own.ip, d, 1);
-    take(s.own.port, d, 5);
+    NetAddress& a = s.*which;
+    take(a.ip, d, 1);
+    take(a.port, d, 5);
     if (d.size() == 15) {
-      take(s.own.mask, d, 7);
-      take(s.own.gateway, d, 11);
+      take(a.mask, d, 7);
+      take(a.gateway, d, 11);
     }
   });
   return status(r, req, true, "");
 }
 
-std::string get_own(VirtualReader& r, const Request& req) {
-  const NetAddress& a = r.settings().own;
+// The query's sub-command echoed, then the address; mask and gateway only
+// for the reader's own address.
+std::string reply_address(VirtualReader& r, const Request& req, const NetAddress& a, bool with_mask) {
   std::vector<uint8_t> out{req.data[0]};
   give(out, a.ip);
   give(out, a.port);
-  give(out, a.mask);
-  give(out, a.gateway);
+  if (with_mask) {
+    give(out, a.mask);
+    give(out, a.gateway);
+  }
   r.reply(reply_code(req), out);
   return "ok";
 }
 
+std::string set_own(VirtualReader& r, const Request& req) { return set_address(r, req, &Settings::own, true); }
+
+std::string get_own(VirtualReader& r, const Request& req) { return reply_address(r, req, r.settings().own, true); }
+
 std::string set_destination(VirtualReader& r, const Request& req) {
-  const auto d = req.data;
-  if (d.size() != 7) return status(r, req, false, "bad length");
-  r.state().apply(true, [&](Settings& s) {
-    take(s.destination.ip, d, 1);
-    take(s.destination.port, d, 5);
-  });
-  return status(r, req, true, "");
+  return set_address(r, req, &Settings::destination, false);
 }
 
 std::string get_destination(VirtualReader& r, const Request& req) {
-  const NetAddress& a = r.settings().destination;
-  std::vector<uint8_t> out{req.data[0]};
-  give(out, a.ip);
-  give(out, a.port);
-  r.reply(reply_code(req), out);
-  return "ok";
+  return reply_address(r, req, r.settings().destination, false);
 }
 
 // The reply leaves before the restart, as a module acknowledges and then reboots.

@@ -5,13 +5,13 @@
 #include <functional>
 #include <string>
 
-#include "sim_fixture.h"
+#include "sim_link.h"
 
 using namespace uhftest;
 
 namespace {
 
-using DeviceE2E = SimTest;
+using DeviceE2E = SimTcpTest;
 
 std::string version_text(const uint8_t* v, size_t len) { return std::string(reinterpret_cast<const char*>(v + 1), len); }
 

@@ -4,13 +4,13 @@
 #include <string>
 
 #include "engine/firmware_image.h"
-#include "sim_fixture.h"
+#include "sim_link.h"
 
 using namespace uhftest;
 
 namespace {
 
-using FirmwareE2E = SimTest;
+using FirmwareE2E = SimTcpTest;
 
 Bytes payload(size_t n) {
     Bytes p(n);

@@ -3,11 +3,23 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <initializer_list>
 #include <thread>
 
 #include "link_helpers.h"
 
 namespace uhftest {
+
+// One call of a command family sharing a code: what it sends as data, the
+// reply data it gets, and its result.
+struct CallRow {
+    const char* name;
+    std::function<int()> call;
+    Bytes request;
+    Bytes reply;
+    int result;
+};
 
 class CommandTest : public WireTest {
 protected:
@@ -43,6 +55,16 @@ protected:
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         EXPECT_EQ(reader.received().size(), before) << "no traffic expected";
         return r;
+    }
+
+    // Every row under request code `cmd`.
+    void check_rows(uint8_t cmd, std::initializer_list<CallRow> rows) {
+        for (const CallRow& c : rows) {
+            SCOPED_TRACE(c.name);
+            EXPECT_EQ(exchange(answer(cmd, c.reply), c.call), c.result);
+            EXPECT_EQ(sent_cmd, cmd);
+            EXPECT_EQ(sent_data, c.request);
+        }
     }
 
     uint8_t sent_cmd = 0;

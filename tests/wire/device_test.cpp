@@ -213,16 +213,9 @@ TEST_F(Device, SupplyVoltage) {
 }
 
 TEST_F(Device, BeepAndOutputs) {
-    struct Case {
-        const char* name;
-        std::function<int()> call;
-        Bytes request;
-        Bytes reply;
-        int result;
-    };
     uint8_t mode = 0xAB;
     unsigned char io[3] = {0xAB, 0xAB, 0xAB};
-    Case cases[] = {
+    check_rows(0xA1, {
         {"set beep", [] { return UHFSetBeep(3); }, {0x07, 0x03}, {0x01}, 0},
         {"set beep refused", [] { return UHFSetBeep(0); }, {0x07, 0x00}, {0x00}, -1},
         {"set beep answered with an echo", [] { return UHFSetBeep(1); }, {0x07, 0x01}, {0x07}, -1},
@@ -235,13 +228,7 @@ TEST_F(Device, BeepAndOutputs) {
         {"get outputs", [&] { return UHFGetIOControl(io); }, {0x0A}, {0x0A, 0x01, 0x00, 0x99}, 0},
         {"get outputs short", [&] { return UHFGetIOControl(io); }, {0x0A}, {0x0A, 0x07}, -1},
         {"get outputs wrong echo", [&] { return UHFGetIOControl(io); }, {0x0A}, {0x09, 0x07, 0x07}, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(exchange(answer(0xA1, c.reply), c.call), c.result);
-        EXPECT_EQ(sent_cmd, 0xA1);
-        EXPECT_EQ(sent_data, c.request);
-    }
+    });
     // Only the successful gets wrote, and only what they own.
     EXPECT_EQ(mode, 0x02);
     EXPECT_EQ(Bytes(io, io + 3), (Bytes{0x01, 0x00, 0xAB}));

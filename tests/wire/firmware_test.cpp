@@ -37,22 +37,12 @@ TEST_F(Firmware, JumpToBootTargets) {
 }
 
 TEST_F(Firmware, StartUpdate) {
-    struct Case {
-        const char* name;
-        Bytes reply;
-        int result;
-    } cases[] = {
-        {"accepted", {0x01}, 0},
-        {"accepted with more data", {0x01, 0x00}, 0},
-        {"refused", {0x00}, -1},
-        {"empty reply", {}, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(exchange(answer(0xC2, c.reply), [] { return UHFStartUpd(); }), c.result);
-        EXPECT_EQ(sent_cmd, 0xC2);
-        EXPECT_TRUE(sent_data.empty());
-    }
+    check_rows(0xC2, {
+        {"accepted", UHFStartUpd, {}, {0x01}, 0},
+        {"accepted with more data", UHFStartUpd, {}, {0x01, 0x00}, 0},
+        {"refused", UHFStartUpd, {}, {0x00}, -1},
+        {"empty reply", UHFStartUpd, {}, {}, -1},
+    });
 }
 
 TEST_F(Firmware, StartUpdateWithoutReply) { EXPECT_EQ(exchange({}, [] { return UHFStartUpd(); }), -1); }

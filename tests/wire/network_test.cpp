@@ -1,6 +1,4 @@
 // Network settings, soft reset and factory reset against the scripted reader.
-#include <functional>
-
 #include "command_rows.h"
 
 using namespace uhftest;
@@ -20,13 +18,7 @@ const Bytes kMaskGate = {255, 255, 255, 0, 192, 168, 1, 1};
 }  // namespace
 
 TEST_F(Network, SetAddresses) {
-    struct Case {
-        const char* name;
-        std::function<int()> call;
-        Bytes request;
-        Bytes reply;
-        int result;
-    } cases[] = {
+    check_rows(0xA1, {
         {"own address, long form", [] { return UHFSetIp(ip, port, mask, gate); }, Bytes{0x01} + kAddr + kMaskGate,
          {0x01}, 0},
         {"no mask: short form", [] { return UHFSetIp(ip, port, nullptr, gate); }, Bytes{0x01} + kAddr, {0x01}, 0},
@@ -38,13 +30,7 @@ TEST_F(Network, SetAddresses) {
         {"destination", [] { return UHFSetDestIp(ip, port); }, Bytes{0x03} + kAddr, {0x01}, 0},
         {"destination refused", [] { return UHFSetDestIp(ip, port); }, Bytes{0x03} + kAddr, {0x03}, -1},
         {"destination empty reply", [] { return UHFSetDestIp(ip, port); }, Bytes{0x03} + kAddr, {}, -1},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(exchange(answer(0xA1, c.reply), c.call), c.result);
-        EXPECT_EQ(sent_cmd, 0xA1);
-        EXPECT_EQ(sent_data, c.request);
-    }
+    });
     EXPECT_EQ(refused([] { return UHFSetIp(nullptr, port, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetIp(ip, nullptr, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetDestIp(nullptr, port); }), -1);
@@ -115,25 +101,15 @@ TEST_F(Network, GetDestinationAddress) {
 }
 
 TEST_F(Network, ResetCommands) {
-    struct Case {
-        const char* name;
-        int (*fn)();
-        uint8_t cmd;
-        Bytes reply;
-        int result;
-    } cases[] = {
-        {"soft reset", UHFSetSoftReset, 0x68, {0x01}, 0},
-        {"soft reset refused", UHFSetSoftReset, 0x68, {0x00}, -1},
-        {"default mode", UHFSetDefaultMode, 0x74, {0x01}, 0},
-        {"default mode refused", UHFSetDefaultMode, 0x74, {0x00}, -1},
-        {"default mode empty reply", UHFSetDefaultMode, 0x74, {}, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(exchange(answer(c.cmd, c.reply), c.fn), c.result);
-        EXPECT_EQ(sent_cmd, c.cmd);
-        EXPECT_TRUE(sent_data.empty());
-    }
+    check_rows(0x68, {
+        {"soft reset", UHFSetSoftReset, {}, {0x01}, 0},
+        {"soft reset refused", UHFSetSoftReset, {}, {0x00}, -1},
+    });
+    check_rows(0x74, {
+        {"default mode", UHFSetDefaultMode, {}, {0x01}, 0},
+        {"default mode refused", UHFSetDefaultMode, {}, {0x00}, -1},
+        {"default mode empty reply", UHFSetDefaultMode, {}, {}, -1},
+    });
 }
 
 TEST_F(Network, ResetWithoutTheRightReplyFails) {

@@ -10,6 +10,8 @@ namespace uhf {
 constexpr uint16_t kDefaultTimeoutMs = 1500;
 // The status byte most replies carry first when the reader accepted a request.
 constexpr uint8_t kAccepted = 0x01;
+// The device-settings command: its first data byte selects a sub-command.
+constexpr uint8_t kCmdDeviceSettings = 0xA1;
 
 // Sends req with code cmd and waits for code cmd + 1. Returns 0 when a reply
 // arrived (its data in out), -1 when req overflowed its buffer (nothing is

@@ -25,7 +25,6 @@ enum : uint8_t {
     kCmdTemperature = 0x34,
     kCmdSetTempProtect = 0x38,
     kCmdGetTempProtect = 0x3A,
-    kCmdDeviceSettings = 0xA1,
     kCmdReaderVersion = 0xC8,
     kCmdUserParam = 0xF0,
 };

@@ -14,7 +14,6 @@ constexpr size_t kPortLen = 2;
 constexpr size_t kLongAddrForm = 1 + kAddrLen + kPortLen + 2 * kAddrLen;
 
 enum : uint8_t {
-    kCmdDeviceSettings = 0xA1,
     kCmdSoftReset = 0x68,
     kCmdDefaultMode = 0x74,
 };
