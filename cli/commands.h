@@ -1,0 +1,31 @@
+// The subcommands of uhfctl. Each add_* registers one (or a group) on the
+// app; its callback stores what to run once the readers are open.
+#pragma once
+
+#include <functional>
+
+#include "connection.h"
+#include "session.h"
+
+namespace CLI {
+class App;
+}
+
+namespace uhfctl {
+
+struct Context {
+    Session session;
+    ConnectOptions connect;
+    Connections connections;
+    std::function<int()> run;  // the chosen subcommand
+    bool opens_itself = false;  // demo brings its own reader
+};
+
+void add_inventory_command(CLI::App& app, Context& ctx);
+void add_demo_command(CLI::App& app, Context& ctx);
+void add_info_command(CLI::App& app, Context& ctx);
+void add_settings_commands(CLI::App& app, Context& ctx);  // get, set, reset, factory-reset
+void add_upgrade_command(CLI::App& app, Context& ctx);
+void add_debug_commands(CLI::App& app, Context& ctx);     // links, raw
+
+}  // namespace uhfctl

@@ -1,0 +1,337 @@
+#include "inventory.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <thread>
+
+#include "UHF.h"
+#include "commands.h"
+#include "format.h"
+
+namespace uhfctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kRedraw = std::chrono::milliseconds(250);
+constexpr auto kIdlePoll = std::chrono::milliseconds(5);
+
+// One report taken from the library's queue.
+struct Read {
+    int slot = -1;  // -1: the only reader
+    std::vector<uint8_t> uii;  // PC + EPC
+    std::vector<uint8_t> data;
+    int rssi = 0;
+    int antenna = 0;
+};
+
+// UHF_GetReceived_EX layout: L, PC+EPC, d, data, RSSI hi, RSSI lo, antenna.
+bool take_ex(Read& r) {
+    uint8_t out[512];
+    int len = 0;
+    if (UHF_GetReceived_EX(&len, out) != 0 || len < 6 || len > static_cast<int>(sizeof out)) return false;
+    size_t n = static_cast<size_t>(len);
+    size_t l = out[0];
+    if (l < 2 || l + 2 > n) return false;
+    size_t d = out[l + 1];
+    if (l + 2 + d + 3 > n) return false;
+    r.uii.assign(out + 1, out + 1 + l);
+    r.data.assign(out + l + 2, out + l + 2 + d);
+    r.rssi = static_cast<int16_t>(out[n - 3] << 8 | out[n - 2]);
+    r.antenna = out[n - 1];
+    return true;
+}
+
+// UHFGetTagData's item list carries the link each report came from, which
+// several readers need; its data item lacks the last byte, so no TID then.
+bool take_tlv(Read& r) {
+    uint8_t out[512];
+    int len = 0;
+    if (UHFGetTagData(&len, out) != 0 || len < 2 || len > static_cast<int>(sizeof out)) return false;
+    r = Read{};
+    r.antenna = 1;
+    for (int i = 0; i + 2 <= len;) {
+        uint8_t type = out[i], n = out[i + 1];
+        const uint8_t* v = out + i + 2;
+        if (i + 2 + n > len) break;
+        if (type == 0x01 && n == 2) r.slot = v[0] << 8 | v[1];
+        if (type == 0x06) r.uii.assign(v, v + n);
+        if (type == 0x04 && n == 2) r.rssi = static_cast<int16_t>(v[0] << 8 | v[1]);
+        if (type == 0x05 && n == 1) r.antenna = v[0];
+        i += 2 + n;
+    }
+    return r.uii.size() >= 2;
+}
+
+class Tally {
+public:
+    explicit Tally(const Session& s) : session_(s) {}
+
+    TagSeen& add(const Read& r, double t) {
+        std::string reader = label_of(r.slot);
+        std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
+        auto [it, fresh] = index_.try_emplace(reader + "/" + epc, tags_.size());
+        if (fresh) {
+            TagSeen tag;
+            tag.reader = reader;
+            tag.epc = epc;
+            tag.pc = hex(r.uii.data(), 2);
+            tag.first = t;
+            tags_.push_back(tag);
+        }
+        TagSeen& tag = tags_[it->second];
+        if (!r.data.empty()) tag.data = hex(r.data);
+        tag.reads++;
+        tag.rssi_last = r.rssi;
+        tag.rssi_max = std::max(tag.rssi_max, r.rssi);
+        tag.rssi_sum += r.rssi;
+        tag.antenna = r.antenna;
+        tag.last = t;
+        return tag;
+    }
+    std::vector<TagSeen>& tags() { return tags_; }
+
+    std::string label_of(int slot) const {
+        if (slot < 0) return session_.readers.front().label;
+        for (const Reader& rd : session_.readers)
+            if (rd.slot == slot) return rd.label;
+        return "link " + std::to_string(slot);
+    }
+
+private:
+    const Session& session_;
+    std::vector<TagSeen> tags_;
+    std::map<std::string, size_t> index_;
+};
+
+std::string seconds3(double t) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.3f", t);
+    return b;
+}
+
+void print_read(const Session& s, const Read& r, const std::string& reader, double t) {
+    std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
+    std::string pc = hex(r.uii.data(), 2);
+    if (s.format == Format::Json) {
+        Json j(cJSON_CreateObject());
+        cJSON_AddNumberToObject(j.get(), "time", std::stod(seconds3(t)));
+        cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
+        cJSON_AddStringToObject(j.get(), "epc", epc.c_str());
+        cJSON_AddStringToObject(j.get(), "pc", pc.c_str());
+        if (!r.data.empty()) cJSON_AddStringToObject(j.get(), "data", hex(r.data).c_str());
+        cJSON_AddNumberToObject(j.get(), "rssi", r.rssi / 10.0);
+        cJSON_AddNumberToObject(j.get(), "antenna", r.antenna);
+        std::printf("%s\n", json_line(j.get()).c_str());
+    } else {
+        std::printf("%s,%s,%s,%s,%s,%s,%d\n", seconds3(t).c_str(), reader.c_str(), epc.c_str(), pc.c_str(),
+                    hex(r.data).c_str(), dbm(r.rssi).c_str(), r.antenna);
+    }
+}
+
+std::string mean_dbm(const TagSeen& t) {
+    return dbm(static_cast<int>(t.reads ? (t.rssi_sum - static_cast<int64_t>(t.reads) / 2) / static_cast<int64_t>(t.reads)
+                                        : 0));
+}
+
+void print_unique(const Session& s, const InventoryResult& r) {
+    for (const TagSeen& t : r.tags) {
+        if (s.format == Format::Json) {
+            Json j(cJSON_CreateObject());
+            cJSON_AddStringToObject(j.get(), "reader", t.reader.c_str());
+            cJSON_AddStringToObject(j.get(), "epc", t.epc.c_str());
+            cJSON_AddStringToObject(j.get(), "pc", t.pc.c_str());
+            if (!t.data.empty()) cJSON_AddStringToObject(j.get(), "data", t.data.c_str());
+            cJSON_AddNumberToObject(j.get(), "reads", static_cast<double>(t.reads));
+            cJSON_AddNumberToObject(j.get(), "rssi_last", t.rssi_last / 10.0);
+            cJSON_AddNumberToObject(j.get(), "rssi_mean", std::stod(mean_dbm(t)));
+            cJSON_AddNumberToObject(j.get(), "rssi_max", t.rssi_max / 10.0);
+            cJSON_AddNumberToObject(j.get(), "antenna", t.antenna);
+            cJSON_AddNumberToObject(j.get(), "first_seen", std::stod(seconds3(t.first)));
+            cJSON_AddNumberToObject(j.get(), "last_seen", std::stod(seconds3(t.last)));
+            std::printf("%s\n", json_line(j.get()).c_str());
+        } else {
+            std::printf("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(),
+                        t.data.c_str(), static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(),
+                        mean_dbm(t).c_str(), dbm(t.rssi_max).c_str(), t.antenna, seconds3(t.first).c_str(),
+                        seconds3(t.last).c_str());
+        }
+    }
+}
+
+size_t terminal_rows() {
+    winsize w{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &w) == 0 && w.ws_row > 0) return w.ws_row;
+    return 24;
+}
+
+// Clear the screen and draw header and table from the top.
+void redraw(const Session& s, const InventoryOptions& o, const InventoryResult& r) {
+    std::printf("\x1b[H\x1b[2J");
+    std::printf("uhfctl %s - Ctrl-C stops%s\n", o.title.c_str(),
+                o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
+    std::printf("%s\n\n", summary_line(r).c_str());
+    size_t rows = terminal_rows();
+    print_tag_table(s, r, rows > 6 ? rows - 6 : 1);
+    std::fflush(stdout);
+}
+
+int stop_all(const Session& s) {
+    int rc = kOk;
+    for (const Reader& rd : s.readers) {
+        LinkSelect(rd.slot);
+        if (UHFStopGet() != 0) {
+            fail(kReaderFailed, "did not confirm the stop: " + rd.label + " (its receive thread was stopped anyway)");
+            rc = kReaderFailed;
+        }
+    }
+    return rc;
+}
+
+}  // namespace
+
+std::string summary_line(const InventoryResult& r) {
+    char b[160];
+    double rate = r.seconds > 0 ? static_cast<double>(r.reads) / r.seconds : 0;
+    std::snprintf(b, sizeof b, "%llu reads, %zu unique tags in %.1f s (%.0f reads/s)",
+                  static_cast<unsigned long long>(r.reads), r.tags.size(), r.seconds, rate);
+    return b;
+}
+
+void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows) {
+    size_t epc_w = 3, data_w = 0, reader_w = 0;
+    for (const TagSeen& t : r.tags) {
+        epc_w = std::max(epc_w, t.epc.size());
+        data_w = std::max(data_w, t.data.size());
+        reader_w = std::max(reader_w, t.reader.size());
+    }
+    if (data_w) data_w = std::max<size_t>(data_w, 3);
+    auto line = [&](const std::string& reader, const std::string& epc, const std::string& data, const char* rest) {
+        if (s.several()) std::printf("%-*s  ", static_cast<int>(reader_w), reader.c_str());
+        std::printf("%-*s  ", static_cast<int>(epc_w), epc.c_str());
+        if (data_w) std::printf("%-*s  ", static_cast<int>(data_w), data.c_str());
+        std::printf("%s\n", rest);
+    };
+    reader_w = std::max<size_t>(reader_w, 6);
+    line("READER", "EPC", "TID", "READS  RSSI LAST   MEAN    MAX  ANT   FIRST    LAST");
+    size_t shown = 0;
+    for (const TagSeen& t : r.tags) {
+        if (shown + 1 >= max_rows && r.tags.size() > max_rows) {
+            std::printf("... %zu more\n", r.tags.size() - shown);
+            break;
+        }
+        char rest[128];
+        std::snprintf(rest, sizeof rest, "%5llu  %9s %6s %6s  %3d %7.1fs %6.1fs", static_cast<unsigned long long>(t.reads),
+                      dbm(t.rssi_last).c_str(), mean_dbm(t).c_str(), dbm(t.rssi_max).c_str(), t.antenna, t.first,
+                      t.last);
+        line(t.reader, t.epc, t.data, rest);
+        shown++;
+    }
+}
+
+int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& result) {
+    result = InventoryResult{};
+    Tally tally(s);
+    const bool text = s.format == Format::Text;
+    if (s.format == Format::Csv)
+        std::printf(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
+                             : "time,reader,epc,pc,data,rssi,antenna\n");
+
+    std::vector<const Reader*> started;
+    for (const Reader& rd : s.readers) {
+        LinkSelect(rd.slot);
+        if (UHFInventory() != 0) {
+            fail(kReaderFailed, "could not start the inventory on " + rd.label);
+            for (const Reader* st : started) {
+                LinkSelect(st->slot);
+                UHFStopGet();
+            }
+            return kReaderFailed;
+        }
+        started.push_back(&rd);
+    }
+
+    const auto start = Clock::now();
+    auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
+    auto next_draw = start;
+    auto take = [&](Read& r) { return s.several() ? take_tlv(r) : take_ex(r); };
+    auto limit_reached = [&] { return o.count > 0 && result.reads >= o.count; };
+    auto consume = [&](const Read& r) {
+        double t = elapsed();
+        const TagSeen& tag = tally.add(r, t);
+        result.reads++;
+        if (!text && !o.unique) print_read(s, r, tag.reader, t);
+    };
+
+    while (!stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
+        Read r;
+        if (take(r)) {
+            consume(r);
+        } else {
+            std::this_thread::sleep_for(kIdlePoll);
+        }
+        if (o.live && Clock::now() >= next_draw) {
+            result.seconds = elapsed();
+            result.tags = tally.tags();
+            redraw(s, o, result);
+            next_draw = Clock::now() + kRedraw;
+        }
+    }
+    result.seconds = elapsed();
+    int rc = stop_all(s);
+    result.stop_confirmed = rc == kOk;
+    // Reports that arrived before the stop are reads too.
+    for (Read r; !limit_reached() && take(r);) consume(r);
+    result.tags = tally.tags();
+
+    if (!text && o.unique) print_unique(s, result);
+    if (text) {
+        if (o.live) {
+            redraw(s, o, result);
+        } else {
+            print_tag_table(s, result, result.tags.size() + 1);
+            std::printf("\n%s\n", summary_line(result).c_str());
+        }
+    }
+    std::fflush(stdout);
+    return rc;
+}
+
+void add_inventory_command(CLI::App& app, Context& ctx) {
+    auto* cmd = app.add_subcommand("inventory", "Continuous inventory: a live table, or JSON lines / CSV for scripts");
+    cmd->footer(
+        "Stops after --duration seconds, after --count reads, or on Ctrl-C; the reader is always told to stop.\n"
+        "On a terminal the table is redrawn four times a second; with stdout not a terminal it is printed once at the end.\n"
+        "With several readers the TID column stays empty: only the report form that names the link is available then,\n"
+        "and it does not carry the whole data.\n\n"
+        "Examples:\n"
+        "  uhfctl --tcp 192.168.1.50 inventory\n"
+        "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"
+        "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv");
+    auto o = std::make_shared<InventoryOptions>();
+    auto format = std::make_shared<std::string>("table");
+    cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::PositiveNumber);
+    cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
+    cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
+    cmd->add_option("-f,--format", *format, "table, json (JSON lines) or csv")
+        ->check(CLI::IsMember({"table", "json", "csv"}))
+        ->capture_default_str();
+    cmd->callback([&ctx, o, format] {
+        ctx.session.format = *format == "json" ? Format::Json : *format == "csv" ? Format::Csv : Format::Text;
+        ctx.run = [&ctx, o] {
+            InventoryOptions opts = *o;
+            opts.live = ctx.session.format == Format::Text && stdout_is_terminal();
+            InventoryResult r;
+            return run_inventory(ctx.session, opts, r);
+        };
+    });
+}
+
+}  // namespace uhfctl

@@ -1,0 +1,104 @@
+// uhfctl: the command-line tool for UHF RFID readers, built on the public
+// C API of libuhfhost. Options and dispatch; the subcommands live beside it.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <sstream>
+
+#include "UHF.h"
+#include "commands.h"
+
+using namespace uhfctl;
+
+namespace {
+
+const char* kIntro =
+    "uhfctl - talk to UHF RFID reader modules.\n\n"
+    "Name the reader with --tcp, --serial, --usb or --sim (repeat them to work on several readers at\n"
+    "once), or set UHF_READER (tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim; comma-separated).\n";
+
+const char* kFooter =
+    "Exit codes: 0 ok, 1 the reader reported a failure, 2 usage, 3 connection.\n\n"
+    "Examples:\n"
+    "  uhfctl demo                                   no hardware: a virtual reader, 10 s of live inventory\n"
+    "  uhfctl --tcp 192.168.1.50:8888 info           versions, temperature, settings\n"
+    "  uhfctl --serial /dev/ttyUSB0@115200 inventory --duration 5\n"
+    "  UHF_READER=tcp:192.168.1.50 uhfctl inventory --format json --unique\n"
+    "  uhfctl --sim --log transfer raw 0x02          one command frame, with the frames dumped\n";
+
+// --log names to the library's categories.
+bool enable_logs(const std::string& list, std::string& err) {
+    static const std::pair<const char*, ENUM_LOG> names[] = {
+        {"usb", USB_LOG},       {"function", FUNCTION_LOG}, {"serial", SERIAL_LOG},
+        {"transfer", TRANSFER_LOG}, {"base", BASE_LOG}, {"fifo", TAG_FIFO_LOG}};
+    std::stringstream in(list);
+    std::string item;
+    while (std::getline(in, item, ',')) {
+        bool known = false;
+        for (const auto& [name, cat] : names) {
+            if (item == name || item == "all") {
+                openLog(cat);
+                known = true;
+            }
+        }
+        if (!known) {
+            err = "--log " + item + ": the categories are usb, function, serial, transfer, base, fifo and all";
+            return false;
+        }
+    }
+    openLog(ENABLE_LOG);
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{kIntro, "uhfctl"};
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    app.fallthrough();  // connection options may follow the subcommand too
+
+    Context ctx;
+    std::string logs;
+    auto* conn = app.add_option_group("Readers");
+    conn->add_option("--tcp", ctx.connect.tcp, "Reader on the network, HOST[:PORT] (port 8888 by default)")
+        ->type_name("HOST[:PORT]");
+    conn->add_option("--serial", ctx.connect.serial, "Reader on a serial port, PATH[@BAUD] (115200 by default)")
+        ->type_name("PATH[@BAUD]");
+    conn->add_flag("--usb", ctx.connect.usb, "The reader on USB (HID 2047:0301)");
+    conn->add_flag("--sim", ctx.connect.sim, "A virtual reader inside uhfctl (repeat for several)");
+    conn->add_option("--sim-tags", ctx.connect.sim_tags, "Tags in each virtual reader's field")
+        ->check(CLI::Range(1u, 1000u))
+        ->capture_default_str();
+    conn->add_option("--sim-rate", ctx.connect.sim_rate, "Reads per second of each virtual reader")
+        ->check(CLI::Range(1u, 100000u))
+        ->capture_default_str();
+    app.add_option("--log", logs, "Library diagnostics on stdout: usb,function,serial,transfer,base,fifo or all")
+        ->type_name("CATEGORY,...");
+
+    add_demo_command(app, ctx);
+    add_inventory_command(app, ctx);
+    add_info_command(app, ctx);
+    add_settings_commands(app, ctx);
+    add_upgrade_command(app, ctx);
+    add_debug_commands(app, ctx);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        int rc = app.exit(e);
+        return rc == 0 ? kOk : kUsage;
+    }
+
+    std::string err;
+    if (!logs.empty() && !enable_logs(logs, err)) return fail(kUsage, err);
+    install_stop_handler();
+    if (!ctx.opens_itself) {
+        std::vector<Target> targets;
+        int rc = ctx.connections.targets(ctx.connect, targets, err);
+        if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err);
+        if (rc != kOk) return fail(rc, err);
+    }
+    int rc = ctx.run ? ctx.run() : kUsage;
+    ctx.connections.close_all();
+    return rc;
+}

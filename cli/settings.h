@@ -1,0 +1,44 @@
+// The reader settings `get`, `set` and `info` share: one entry per name,
+// registered by the file of its command family.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "format.h"
+
+namespace uhfctl {
+
+struct Value {
+    std::string text;  // what a person reads
+    Json json;         // what a script reads
+};
+
+struct Setting {
+    std::string name;
+    std::string help;    // one line: what it is
+    std::string syntax;  // arguments of `set`; empty: read-only
+    // Reads it from the selected reader; false when the reader refused or was silent.
+    std::function<bool(Value&)> get;
+    // Writes it: kOk, kUsage (err says why) or kReaderFailed.
+    std::function<int(const std::vector<std::string>& args, bool save, std::string& err)> set;
+    bool in_info = true;
+};
+
+// Every setting, in the order `info` shows them.
+const std::vector<Setting>& all_settings();
+const Setting* find_setting(const std::string& name);
+
+// Family registrations, called once by all_settings().
+void register_device_settings(std::vector<Setting>& out);
+
+// Helpers for the families.
+Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get);
+Value text_value(const std::string& text);
+Value number_value(double n, const std::string& text);
+// "A.B.C.D" into 4 bytes.
+bool parse_ipv4(const std::string& text, uint8_t out[4]);
+std::string ipv4_text(const uint8_t ip[4]);
+
+}  // namespace uhfctl

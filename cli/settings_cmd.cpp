@@ -1,0 +1,113 @@
+// `get`, `set`, `reset` and `factory-reset`.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "UHF.h"
+#include "commands.h"
+#include "settings.h"
+
+namespace uhfctl {
+
+namespace {
+
+std::string settings_list(bool writable_only) {
+    std::string s;
+    for (const Setting& st : all_settings()) {
+        if (writable_only && !st.set) continue;
+        char line[200];
+        std::snprintf(line, sizeof line, "  %-14s %s%s%s\n", st.name.c_str(), st.help.c_str(),
+                      writable_only ? ": " : "", writable_only ? st.syntax.c_str() : "");
+        s += line;
+    }
+    return s;
+}
+
+int run_get(const Session& s, const std::vector<std::string>& names) {
+    for (const auto& n : names)
+        if (!find_setting(n)) return fail(kUsage, "get " + n + ": no such setting (uhfctl get --help lists them)");
+    return s.each([&](const Reader& r) {
+        int rc = kOk;
+        Json obj(cJSON_CreateObject());
+        cJSON_AddStringToObject(obj.get(), "reader", r.label.c_str());
+        for (const auto& n : names) {
+            Value v;
+            bool ok = find_setting(n)->get(v);
+            if (!ok) rc = reader_failed(r, "get " + n);
+            if (s.format == Format::Json) {
+                cJSON_AddItemToObject(obj.get(), n.c_str(), ok ? v.json.release() : cJSON_CreateNull());
+            } else if (ok) {
+                std::printf("%s%s%-14s %s\n", s.several() ? r.label.c_str() : "", s.several() ? "  " : "", n.c_str(),
+                            v.text.c_str());
+            }
+        }
+        if (s.format == Format::Json) std::printf("%s\n", json_line(obj.get()).c_str());
+        return rc;
+    });
+}
+
+int run_set(const Session& s, const std::string& name, const std::vector<std::string>& values, bool save) {
+    const Setting* st = find_setting(name);
+    if (!st) return fail(kUsage, "set " + name + ": no such setting (uhfctl set --help lists them)");
+    if (!st->set) return fail(kUsage, "set " + name + ": read-only");
+    return s.each([&](const Reader& r) {
+        std::string err;
+        int rc = st->set(values, save, err);
+        if (rc == kUsage) return fail(kUsage, "set " + name + ": " + err);
+        if (rc != kOk) return reader_failed(r, "set " + name);
+        std::printf("%s%s%s set\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", name.c_str());
+        return static_cast<int>(kOk);
+    });
+}
+
+int run_simple(const Session& s, const char* what, int (*call)(), const char* done) {
+    return s.each([&](const Reader& r) {
+        if (call() != 0) return reader_failed(r, what);
+        std::printf("%s: %s\n", r.label.c_str(), done);
+        return static_cast<int>(kOk);
+    });
+}
+
+}  // namespace
+
+void add_settings_commands(CLI::App& app, Context& ctx) {
+    auto names = std::make_shared<std::vector<std::string>>();
+    auto* get = app.add_subcommand("get", "Read settings or status of the reader");
+    get->footer("Names:\n" + settings_list(false) +
+                "\nExamples:\n  uhfctl --tcp 192.168.1.50 get beep outputs\n  uhfctl --sim get ip --format json");
+    get->add_option("name", *names, "Setting names")->required();
+    auto format = std::make_shared<std::string>("text");
+    get->add_option("-f,--format", *format, "text or json")->check(CLI::IsMember({"text", "json"}));
+    get->callback([&ctx, names, format] {
+        ctx.session.format = *format == "json" ? Format::Json : Format::Text;
+        ctx.run = [&ctx, names] { return run_get(ctx.session, *names); };
+    });
+
+    auto name = std::make_shared<std::string>();
+    auto values = std::make_shared<std::vector<std::string>>();
+    auto save = std::make_shared<bool>(false);
+    auto* set = app.add_subcommand("set", "Change a setting of the reader");
+    set->footer("Names and values:\n" + settings_list(true) +
+                "\n--save asks the reader to keep the value across a power cycle, for the settings whose command\n"
+                "has a save flag; the others are kept at once.\n\nExamples:\n"
+                "  uhfctl --sim set beep 1\n  uhfctl --tcp 192.168.1.50 set outputs 1 high\n"
+                "  uhfctl --tcp 192.168.1.50 set ip 192.168.1.60:8888 255.255.255.0 192.168.1.1");
+    set->add_option("name", *name, "Setting name")->required();
+    set->add_option("values", *values, "New value(s)")->required();
+    set->add_flag("--save", *save, "Keep across a power cycle");
+    set->callback([&ctx, name, values, save] {
+        ctx.run = [&ctx, name, values, save] { return run_set(ctx.session, *name, *values, *save); };
+    });
+
+    auto* reset = app.add_subcommand("reset", "Restart the reader: unsaved settings fall back to the saved ones");
+    reset->footer("Example:\n  uhfctl --tcp 192.168.1.50 reset");
+    reset->callback([&ctx] {
+        ctx.run = [&ctx] { return run_simple(ctx.session, "reset", UHFSetSoftReset, "restarting"); };
+    });
+    auto* factory = app.add_subcommand("factory-reset", "Restore the reader's factory settings");
+    factory->footer("Example:\n  uhfctl --serial /dev/ttyUSB0 factory-reset");
+    factory->callback([&ctx] {
+        ctx.run = [&ctx] { return run_simple(ctx.session, "factory-reset", UHFSetDefaultMode, "factory settings restored"); };
+    });
+}
+
+}  // namespace uhfctl

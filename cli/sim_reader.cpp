@@ -1,0 +1,27 @@
+#include "sim_reader.h"
+
+#include "transport/servers.h"
+
+namespace uhfctl {
+
+SimReader::SimReader(unsigned tags, unsigned rate, unsigned seed) : tags_(tags) {
+    uhfsim::SimOptions o;
+    // Tags spread over the first two antennas so the antenna column means something.
+    o.tags = uhfsim::TagField::random(tags, seed, 2);
+    o.engine.read_rate = rate;
+    o.engine.seed = seed;
+    o.engine.state.current.antenna_mask = o.engine.state.saved.antenna_mask = 0x0003;
+    server_ = std::make_unique<uhfsim::TcpServer>(std::move(o));
+}
+
+SimReader::~SimReader() = default;
+
+bool SimReader::start(std::string& err) {
+    if (server_->start()) return true;
+    err = "cannot start the virtual reader: " + server_->error();
+    return false;
+}
+
+uint16_t SimReader::port() const { return server_->port(); }
+
+}  // namespace uhfctl

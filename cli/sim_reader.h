@@ -1,0 +1,29 @@
+// A virtual reader inside this process, served on a loopback port, so --sim
+// and the demo exercise the same TCP path as a real networked reader.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace uhfsim {
+class TcpServer;
+}
+
+namespace uhfctl {
+
+class SimReader {
+public:
+    SimReader(unsigned tags, unsigned rate, unsigned seed);
+    ~SimReader();
+    // False with err set when the listener cannot start.
+    bool start(std::string& err);
+    uint16_t port() const;
+    size_t tag_count() const { return tags_; }
+
+private:
+    std::unique_ptr<uhfsim::TcpServer> server_;
+    size_t tags_;
+};
+
+}  // namespace uhfctl
