@@ -85,6 +85,9 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        // CLI11 takes an unknown word for a stray argument; name it.
+        if (app.get_subcommands().empty() && !app.remaining().empty() && e.get_exit_code() != 0)
+            return fail(kUsage, "unknown subcommand " + app.remaining().front() + " (uhfctl --help lists them)");
         int rc = app.exit(e);
         return rc == 0 ? kOk : kUsage;
     }

@@ -1,0 +1,121 @@
+// uhfctl: how readers are named and opened, and the exit code 3 messages
+// when they cannot be.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "cli_helpers.h"
+#include "transport/servers.h"
+
+using namespace clitest;
+
+namespace {
+
+// A loopback socket bound (and optionally listening) on a free port.
+struct LoopbackSocket {
+    int fd = -1;
+    int port = 0;
+    explicit LoopbackSocket(bool listening) {
+        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+        socklen_t len = sizeof a;
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+        port = ntohs(a.sin_port);
+        if (listening) listen(fd, 4);
+    }
+    ~LoopbackSocket() { close(fd); }
+};
+
+TEST(CliConnection, RefusedPortExitsThreeNamingTheAddress) {
+    LoopbackSocket bound(false);  // bound, not listening: connect is refused
+    std::string where = "127.0.0.1:" + std::to_string(bound.port);
+    Result r = uhfctl({"--tcp", where, "info"});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_NE(r.err.find("tcp " + where + " refused the connection"), std::string::npos) << r.err;
+}
+
+TEST(CliConnection, SilentListenerExitsThreeWithNoReplyMessage) {
+    LoopbackSocket silent(true);  // accepts (in the backlog) and never answers
+    std::string where = "127.0.0.1:" + std::to_string(silent.port);
+    Result r = uhfctl({"--tcp", where, "info"});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_NE(r.err.find("no reply from tcp " + where + " within 1.5 s: check address, port and power"),
+              std::string::npos)
+        << r.err;
+}
+
+TEST(CliConnection, MissingSerialPortExitsThree) {
+    Result r = uhfctl({"--serial", "/dev/uhfctl-no-such-port@9600", "info"});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_NE(r.err.find("cannot open serial /dev/uhfctl-no-such-port@9600"), std::string::npos) << r.err;
+}
+
+TEST(CliConnection, SecondReaderFailingClosesTheFirstAndExitsThree) {
+    uhfsim::SimOptions o;
+    o.tags = uhfsim::TagField::random(2, 3);
+    uhfsim::TcpServer good(o);
+    ASSERT_TRUE(good.start());
+    LoopbackSocket refused(false);
+    Result r = uhfctl({"--tcp", "127.0.0.1:" + std::to_string(good.port()), "--tcp",
+                    "127.0.0.1:" + std::to_string(refused.port), "info"});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_EQ(r.out, "");  // all or nothing: no info printed for the first reader
+}
+
+// UHF_READER forms that name the same reader as --tcp does.
+class CliReaderEnv : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CliReaderEnv, NamesTheReader) {
+    uhfsim::SimOptions o;
+    o.tags = uhfsim::TagField::random(2, 3);
+    o.host = "127.0.0.1";
+    uhfsim::TcpServer sim(o);
+    ASSERT_TRUE(sim.start());
+    std::string env = GetParam();
+    auto at = env.find("PORT");
+    env.replace(at, 4, std::to_string(sim.port()));
+    Result r = uhfctl({"get", "device-id"}, {env});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("device-id"), std::string::npos) << r.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, CliReaderEnv,
+                         ::testing::Values("UHF_READER=tcp:127.0.0.1:PORT", "UHF_READER=tcp:localhost:PORT",
+                                           "UHF_READER=,tcp:127.0.0.1:PORT,"));
+
+TEST(CliConnection, OptionsWinOverTheEnvironment) {
+    Result r = uhfctl({"--sim", "get", "device-id"}, {"UHF_READER=tcp:127.0.0.1:1"});
+    EXPECT_EQ(r.code, 0) << r.err;
+}
+
+TEST(CliConnection, LinksListsEveryReaderInTheLibrarysTable) {
+    Result r = uhfctl({"--sim", "--sim", "links", "--format", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Json list(cJSON_Parse(r.out.c_str()));
+    ASSERT_TRUE(cJSON_IsArray(list.get())) << r.out;
+    ASSERT_EQ(cJSON_GetArraySize(list.get()), 2);
+    for (int i = 0; i < 2; i++) {
+        const cJSON* link = cJSON_GetArrayItem(list.get(), i);
+        EXPECT_EQ(num(link, "id"), i);
+        EXPECT_EQ(str(link, "type"), "NETWORK");
+        EXPECT_EQ(str(link, "ip"), "127.0.0.1");
+        EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(link, "connected")));
+    }
+}
+
+TEST(CliConnection, SerialOverPseudoTerminal) {
+    SimProcess sim({"--pty", "--random-tags", "3", "--seed", "5"}, "pty ");
+    ASSERT_FALSE(sim.where().empty());
+    Result r = uhfctl({"--serial", sim.where() + "@115200", "info", "--format", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Json info(cJSON_Parse(r.out.c_str()));
+    ASSERT_NE(info, nullptr) << r.out;
+    EXPECT_EQ(str(info.get(), "reader"), "serial " + sim.where() + "@115200");
+    EXPECT_EQ(str(info.get(), "hardware"), "V1.2.0");
+}
+
+}  // namespace

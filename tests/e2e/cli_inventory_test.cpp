@@ -1,0 +1,189 @@
+// uhfctl inventory end to end: JSON lines, CSV, unique records, counts,
+// several readers, Ctrl-C, and the table on a terminal and off it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "cli_helpers.h"
+#include "sim_link.h"
+
+using namespace clitest;
+
+namespace {
+
+std::string words_hex(const std::vector<uint16_t>& words) {
+    std::string s;
+    char b[5];
+    for (uint16_t w : words) {
+        snprintf(b, sizeof b, "%04X", w);
+        s += b;
+    }
+    return s;
+}
+
+std::set<std::string> epcs_of(const std::vector<Json>& lines) {
+    std::set<std::string> s;
+    for (const auto& j : lines) s.insert(str(j.get(), "epc"));
+    return s;
+}
+
+// A virtual reader in the test process, so its counters can be read.
+class CliInventory : public ::testing::Test {
+protected:
+    void SetUp() override {
+        opts = uhftest::sim_options(6, 400, 11);
+        server = std::make_unique<uhfsim::TcpServer>(opts);
+        ASSERT_TRUE(server->start());
+        where = "127.0.0.1:" + std::to_string(server->port());
+    }
+    uhfsim::SimOptions opts;
+    std::unique_ptr<uhfsim::TcpServer> server;
+    std::string where;
+};
+
+TEST(CliInventorySim, JsonLinesCarryEverySimulatedEpcFromUhfsim) {
+    SimProcess sim({"--tcp", "127.0.0.1:0", "--random-tags", "7", "--seed", "9", "--rate", "500"});
+    ASSERT_FALSE(sim.where().empty());
+    Result r = uhfctl({"--tcp", sim.where(), "inventory", "--format", "json", "--duration", "1"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto lines = json_lines(r.out);
+    ASSERT_FALSE(lines.empty());
+    for (const auto& j : lines) {
+        ASSERT_NE(j, nullptr) << "not JSON: " << r.out;
+        EXPECT_EQ(str(j.get(), "reader"), "tcp " + sim.where());
+        EXPECT_EQ(str(j.get(), "epc").size(), 24u);
+        EXPECT_EQ(str(j.get(), "pc"), "3000");
+        double rssi = num(j.get(), "rssi");
+        EXPECT_TRUE(rssi <= -25.0 && rssi >= -120.0) << rssi;
+        EXPECT_GE(num(j.get(), "antenna"), 1);
+    }
+    // uhfsim makes its field for 4 antennas unless told otherwise.
+    EXPECT_EQ(epcs_of(lines), uhftest::field_epcs(uhfsim::TagField::random(7, 9, 4)));
+}
+
+TEST_F(CliInventory, TidColumnFollowsTheReadersInventoryMode) {
+    server.reset();
+    opts.engine.state.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
+    server = std::make_unique<uhfsim::TcpServer>(opts);
+    ASSERT_TRUE(server->start());
+    Result r = uhfctl({"--tcp", "127.0.0.1:" + std::to_string(server->port()), "inventory", "--format", "json",
+                    "--count", "20"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    std::map<std::string, std::string> tid_by_epc;
+    for (const auto& t : opts.tags.tags()) tid_by_epc[*uhftest::field_epcs(uhfsim::TagField({t})).begin()] = words_hex(t.tid);
+    auto lines = json_lines(r.out);
+    ASSERT_EQ(lines.size(), 20u);
+    for (const auto& j : lines) EXPECT_EQ(str(j.get(), "data"), tid_by_epc[str(j.get(), "epc")]);
+}
+
+TEST_F(CliInventory, CountStopsAfterThatManyReadsAndTheReaderIsStopped) {
+    Result r = uhfctl({"--tcp", where, "inventory", "--format", "json", "--count", "5"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(json_lines(r.out).size(), 5u);
+    EXPECT_GE(server->stats().requests[0x8C], 1u);
+}
+
+TEST_F(CliInventory, UniqueGivesOneRecordPerTagWithStatistics) {
+    Result r = uhfctl({"--tcp", where, "inventory", "--format", "json", "--unique", "--duration", "1"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto lines = json_lines(r.out);
+    EXPECT_EQ(epcs_of(lines), uhftest::field_epcs(opts.tags));
+    EXPECT_EQ(lines.size(), opts.tags.size());
+    for (const auto& j : lines) {
+        ASSERT_NE(j, nullptr);
+        double reads = num(j.get(), "reads"), last = num(j.get(), "rssi_last");
+        double mean = num(j.get(), "rssi_mean"), max = num(j.get(), "rssi_max");
+        EXPECT_GE(reads, 1);
+        EXPECT_LE(last, max);
+        EXPECT_LE(mean, max);
+        EXPECT_LE(num(j.get(), "first_seen"), num(j.get(), "last_seen"));
+    }
+}
+
+TEST_F(CliInventory, CsvHasAHeaderAndSevenFieldsPerRead) {
+    Result r = uhfctl({"--tcp", where, "inventory", "--format", "csv", "--count", "10"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    std::istringstream in(r.out);
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "time,reader,epc,pc,data,rssi,antenna");
+    int rows = 0;
+    while (std::getline(in, line)) {
+        EXPECT_EQ(std::count(line.begin(), line.end(), ','), 6) << line;
+        rows++;
+    }
+    EXPECT_EQ(rows, 10);
+}
+
+TEST_F(CliInventory, TableOffATerminalHasNoEscapeCodesAndEndsWithASummary) {
+    Result r = uhfctl({"--tcp", where, "inventory", "--duration", "1"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.find('\x1b'), std::string::npos);
+    EXPECT_NE(r.out.find("EPC"), std::string::npos);
+    EXPECT_NE(r.out.find(std::to_string(opts.tags.size()) + " unique tags"), std::string::npos) << r.out;
+    for (const auto& epc : uhftest::field_epcs(opts.tags)) EXPECT_NE(r.out.find(epc), std::string::npos) << epc;
+}
+
+TEST_F(CliInventory, CtrlCStopsTheReaderAndExitsZero) {
+    Background child(UHFCTL_PATH, {"--tcp", where, "inventory", "--format", "json"});
+    std::string first;
+    ASSERT_TRUE(child.line(first));
+    Json j(cJSON_Parse(first.c_str()));
+    EXPECT_NE(j, nullptr) << first;
+    child.signal(SIGINT);
+    std::string rest = child.rest();
+    EXPECT_EQ(child.wait(), 0);
+    for (const auto& line : json_lines(rest)) EXPECT_NE(line, nullptr);
+    EXPECT_GE(server->stats().requests[0x8C], 1u);
+}
+
+TEST(CliInventorySim, SeveralReadersAreToldApart) {
+    auto a = uhftest::sim_options(3, 300, 21), b = uhftest::sim_options(4, 300, 22);
+    uhfsim::TcpServer sa(a), sb(b);
+    ASSERT_TRUE(sa.start());
+    ASSERT_TRUE(sb.start());
+    std::string wa = "127.0.0.1:" + std::to_string(sa.port()), wb = "127.0.0.1:" + std::to_string(sb.port());
+    Result r = uhfctl({"--tcp", wa, "--tcp", wb, "inventory", "--format", "json", "--unique", "--duration", "1"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    std::set<std::string> from_a, from_b;
+    for (const auto& j : json_lines(r.out)) {
+        ASSERT_NE(j, nullptr);
+        (str(j.get(), "reader") == "tcp " + wa ? from_a : from_b).insert(str(j.get(), "epc"));
+    }
+    EXPECT_EQ(from_a, uhftest::field_epcs(a.tags));
+    EXPECT_EQ(from_b, uhftest::field_epcs(b.tags));
+}
+
+TEST(CliInventorySim, InProcessVirtualReaderWithOptions) {
+    Result r = uhfctl({"--sim", "--sim-tags", "5", "--sim-rate", "500", "inventory", "--format", "json", "--unique",
+                    "--duration", "1"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto lines = json_lines(r.out);
+    EXPECT_EQ(lines.size(), 5u);
+    EXPECT_EQ(epcs_of(lines).size(), 5u);
+}
+
+// On a terminal the table is redrawn in place and the last frame stays.
+TEST(CliInventorySim, LiveTableOnATerminal) {
+    int master = -1;
+    ExecArgs exec_args(UHFCTL_PATH, {"--sim", "--sim-tags", "4", "inventory", "--duration", "1"}, {"UHF_READER"});
+    winsize ws{};
+    ws.ws_row = 30;
+    ws.ws_col = 120;
+    pid_t pid = forkpty(&master, nullptr, nullptr, &ws);
+    ASSERT_GE(pid, 0);
+    if (pid == 0) exec_args.exec();
+    std::string screen;
+    char buf[4096];
+    for (ssize_t n; (n = read(master, buf, sizeof buf)) > 0;) screen.append(buf, static_cast<size_t>(n));
+    int status = 0;
+    waitpid(pid, &status, 0);
+    close(master);
+    EXPECT_EQ(exit_code(status), 0) << screen;
+    EXPECT_NE(screen.find("\x1b[H\x1b[2J"), std::string::npos);
+    EXPECT_NE(screen.find("Ctrl-C stops"), std::string::npos);
+    EXPECT_NE(screen.find("4 unique tags"), std::string::npos) << screen;
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// uhfctl: usage errors exit 2 with a message that names the problem; help
+// is there for the tool and every subcommand.
+#include <gtest/gtest.h>
+
+#include "cli_helpers.h"
+
+using namespace clitest;
+
+namespace {
+
+struct UsageRow {
+    const char* name;
+    std::vector<std::string> args;
+    Env env;
+    const char* message;  // expected in stderr
+};
+
+class CliUsage : public ::testing::TestWithParam<UsageRow> {};
+
+TEST_P(CliUsage, ExitsTwoWithMessage) {
+    const UsageRow& row = GetParam();
+    Env env = row.env;
+    if (env.empty()) env.push_back("UHF_READER");
+    Result r = uhfctl(row.args, env);
+    EXPECT_EQ(r.code, 2) << r.err;
+    EXPECT_NE(r.err.find(row.message), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, CliUsage,
+    ::testing::Values(
+        UsageRow{"no_subcommand", {}, {}, "subcommand"},
+        UsageRow{"unknown_subcommand", {"frobnicate"}, {}, "frobnicate"},
+        UsageRow{"bad_format", {"--sim", "inventory", "--format", "xml"}, {}, "xml"},
+        UsageRow{"negative_duration", {"--sim", "inventory", "--duration", "-1"}, {}, "duration"},
+        UsageRow{"port_out_of_range", {"--tcp", "127.0.0.1:70000", "info"}, {}, "port must be 1..65535"},
+        UsageRow{"empty_host", {"--tcp", ":4001", "info"}, {}, "expected HOST[:PORT]"},
+        UsageRow{"odd_baud", {"--serial", "/dev/null@1234", "info"}, {}, "baud rate must be one of"},
+        UsageRow{"no_reader", {"info"}, {"UHF_READER"}, "no reader given"},
+        UsageRow{"bad_env_reader", {"info"}, {"UHF_READER=telnet:host"}, "UHF_READER: \"telnet:host\""},
+        UsageRow{"bad_env_port", {"info"}, {"UHF_READER=tcp:127.0.0.1:0"}, "port must be"},
+        UsageRow{"unknown_log", {"--log", "usb,chatter", "--sim", "info"}, {}, "--log chatter"},
+        UsageRow{"raw_code_too_big", {"--sim", "raw", "0x100"}, {}, "code must be 0..255"},
+        UsageRow{"raw_bad_hex", {"--sim", "raw", "0x02", "0g"}, {}, "data must be hex"},
+        UsageRow{"raw_odd_hex", {"--sim", "raw", "0x02", "123"}, {}, "data must be hex"},
+        UsageRow{"get_unknown", {"--sim", "get", "colour"}, {}, "get colour: no such setting"},
+        UsageRow{"set_read_only", {"--sim", "set", "hardware", "1"}, {}, "set hardware: read-only"},
+        UsageRow{"set_bad_ip", {"--sim", "set", "ip", "1.2.3"}, {}, "1.2.3: expected A.B.C.D[:PORT]"},
+        UsageRow{"set_bad_output", {"--sim", "set", "outputs", "3", "high"}, {}, "expected OUTPUT LEVEL"},
+        UsageRow{"set_byte_too_big", {"--sim", "set", "beep", "256"}, {}, "expected one value 0..255"},
+        UsageRow{"upgrade_missing_file", {"--sim", "upgrade", "/nonexistent/fw.bin"}, {}, "/nonexistent/fw.bin"},
+        UsageRow{"too_many_readers",
+                 {"--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim",
+                  "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "links"},
+                 {},
+                 "at most 20 readers"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Every subcommand documents itself with examples.
+class CliHelp : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CliHelp, ShowsExamplesAndExitsZero) {
+    std::vector<std::string> args;
+    if (!GetParam().empty()) args.push_back(GetParam());
+    args.push_back("--help");
+    Result r = uhfctl(args);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Example"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Usage:"), std::string::npos) << r.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Subcommands, CliHelp,
+                         ::testing::Values("", "demo", "inventory", "info", "get", "set", "reset", "factory-reset",
+                                           "upgrade", "links", "raw"),
+                         [](const auto& info) {
+                             std::string n = info.param.empty() ? "tool" : info.param;
+                             for (auto& c : n)
+                                 if (c == '-') c = '_';
+                             return n;
+                         });
+
+TEST(CliHelpText, ToolHelpListsExitCodesAndTheEnvironmentVariable) {
+    Result r = uhfctl({"--help"});
+    EXPECT_NE(r.out.find("0 ok, 1 the reader reported a failure, 2 usage, 3 connection"), std::string::npos);
+    EXPECT_NE(r.out.find("UHF_READER"), std::string::npos);
+}
+
+}  // namespace
