@@ -123,7 +123,7 @@ int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
     Req req;
     req.u8(type).bytes(IDbuf, 4);
     uhf::Reply r;
-    // The reply echoes type and ID before the value.
+    // The value follows the status and 4 echoed bytes.
     if (uhf::query(0x1A, req, r, 9) != 0) return -1;
     return r.copy(pszData, 5, 4) ? 0 : -1;
 }
