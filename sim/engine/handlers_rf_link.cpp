@@ -88,16 +88,6 @@ std::string get_param(VirtualReader& r, const Request& req) {
   return "ok";
 }
 
-// 0xC0 with two bytes (value, 00). The one-byte form of the same code is the
-// boot-loader jump, which belongs to the firmware handlers: route it from here
-// when they arrive.
-std::string protocol_configuration(VirtualReader& r, const Request& req) {
-  const auto d = req.data;
-  if (d.size() != 2) return status(r, req, false, "not a protocol configuration");
-  r.state().apply(true, [&](Settings& s) { s.protocol_config = d[0]; });
-  return status(r, req, true, "");
-}
-
 // Escaped frame AA len code [data] [crc16] 55. In CRC mode the code has bit 7
 // set and a CRC-16 over length..data follows; the answer uses the same mode.
 std::string escaped(VirtualReader& r, const Frame& f) {
@@ -120,6 +110,15 @@ std::string escaped(VirtualReader& r, const Frame& f) {
 
 }  // namespace
 
+// 0xC0 with two bytes (value, 00); the firmware handler of 0xC0 routes this
+// form here, since its one-byte form is the boot-loader jump.
+std::string protocol_configuration(VirtualReader& r, const Request& req) {
+  const auto d = req.data;
+  if (d.size() != 2) return status(r, req, false, "not a protocol configuration");
+  r.state().apply(true, [&](Settings& s) { s.protocol_config = d[0]; });
+  return status(r, req, true, "");
+}
+
 void register_rf_link(Dispatcher& d) {
   d.on(0x14, "set hopping table", set_hop_table);
   d.on(0x16, "get hopping table", get_hop_table);
@@ -129,7 +128,6 @@ void register_rf_link(Dispatcher& d) {
   d.on(0x26, "get CW", get_cw);
   d.on(0x18, "set parameter", set_param);
   d.on(0x1A, "get parameter", get_param);
-  d.on(0xC0, "protocol configuration", protocol_configuration);
   d.on_frame(FrameKind::Escaped, escaped);
 }
 

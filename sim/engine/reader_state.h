@@ -34,6 +34,16 @@ struct AntennaSettings {
   uint16_t work_time = 200;  // reader's unit (ms on most modules)
 };
 
+constexpr size_t kMaxUserParams = 1023;
+
+// A network address as the module keeps it: bytes in wire order.
+struct NetAddress {
+  std::array<uint8_t, 4> ip{};
+  std::array<uint8_t, 2> port{};
+  std::array<uint8_t, 4> mask{};
+  std::array<uint8_t, 4> gateway{};
+};
+
 struct Settings {
   std::array<AntennaSettings, kMaxAntennas> antennas{};
   uint16_t antenna_mask = 0x0001;  // bit 0 = antenna 1; wire order high byte first
@@ -60,9 +70,20 @@ struct Settings {
   std::array<uint8_t, 4> work_time{};
   uint8_t protocol_type = 0;
   // ---- end of RF link, hopping, Gen2 and inventory modes ----
+
+  // ---- Device I/O, user parameters and network --------------------------
+  // These commands carry no save flag. All but the outputs are kept at once
+  // (written to the saved copy too); the outputs are live levels that drop
+  // back to low on a restart.
+  uint8_t temperature_protect = 0x01;
+  uint8_t beep_mode = 0x01;
+  std::array<uint8_t, 2> outputs{0, 0};  // level of output 1 and 2: 0 low, 1 high
+  std::vector<uint8_t> user_params;      // opaque block, at most kMaxUserParams bytes
+  NetAddress own{{192, 168, 1, 200}, {0x0F, 0xA1}, {255, 255, 255, 0}, {192, 168, 1, 1}};
+  NetAddress destination{{192, 168, 1, 100}, {0x0F, 0xA2}, {}, {}};  // mask/gateway unused
 };
 
-// What the module is; not changed by commands.
+// What the module is; only a firmware upgrade changes it (software_version).
 struct Identity {
   std::array<uint8_t, 3> hardware_version{1, 2, 0};
   std::array<uint8_t, 3> software_version{2, 10, 4};
@@ -78,6 +99,16 @@ struct ReaderState {
   Identity identity;
   int16_t temperature_centi = 3150;  // 31.50 degrees C
   uint8_t pa_status = 0;             // power amplifier: 0 is healthy
+  int16_t supply_voltage = 3300;     // reported unscaled (millivolts here)
+
+  // Firmware upgrade in progress: entered by 0xC0, fed by 0xC2/0xC4/0xC6.
+  struct BootLoader {
+    bool active = false;       // 0xC0 accepted
+    uint8_t target = 0;        // the boot target byte of that 0xC0
+    bool receiving = false;    // 0xC2 accepted, blocks being appended
+    bool last_failed = false;  // the last image was refused; reported once
+    std::vector<uint8_t> image;
+  } boot;
 
   // Applies `change` to the live settings and, when asked, to the saved copy.
   template <typename F>
@@ -87,6 +118,8 @@ struct ReaderState {
   }
 
   void power_cycle() { current = saved; }
+  // Factory settings, kept at once. The firmware (identity) stays as it is.
+  void factory_reset() { current = saved = Settings{}; }
 };
 
 }  // namespace uhfsim

@@ -161,10 +161,15 @@ std::optional<TimePoint> VirtualReader::next_deadline() const {
 }
 
 void VirtualReader::power_cycle() {
+  restart();
+  parser_ = FrameParser{};
+}
+
+void VirtualReader::restart() {
   state_.power_cycle();
+  state_.boot = {};
   running_ = false;
   buffered_.clear();
-  parser_ = FrameParser{};
   stream_cursor_ = single_cursor_ = 0;
 }
 

@@ -73,6 +73,9 @@ class VirtualReader {
 
   // Power off and on: unsaved settings are lost, inventory stops.
   void power_cycle();
+  // The same from a command (soft reset): safe to call from a handler, as it
+  // leaves the frame parser that is delivering the request alone.
+  void restart();
 
   // State, for handlers and tests.
   ReaderState& state() { return state_; }

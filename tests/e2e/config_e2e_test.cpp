@@ -1,6 +1,6 @@
 // Reader configuration end to end: the library's commands against the
-// virtual reader over TCP. Setting and reading back, what a power cycle
-// keeps, and what the settings change in the tag reports.
+// virtual reader over TCP. Setting and reading back, what a soft reset
+// keeps, what default mode restores, and what settings change in tag reports.
 #include <array>
 #include <chrono>
 #include <memory>
@@ -65,10 +65,6 @@ protected:
         SetUp();
     }
 
-    void power_cycle() {
-        server->for_each_reader([](uhfsim::VirtualReader& r) { r.power_cycle(); });
-    }
-
     uhfsim::ReaderState reader_state() {
         uhfsim::ReaderState s;
         server->for_each_reader([&](uhfsim::VirtualReader& r) { s = r.state(); });
@@ -127,6 +123,39 @@ std::vector<unsigned> gen2_fields() {
     out.insert(out.end(), f.begin(), f.end());
     return out;
 }
+
+// A setting whose command carries a save byte.
+struct SaveRow {
+    const char* name;
+    std::function<int(bool save)> set;
+    std::function<std::vector<unsigned>()> get;
+    std::vector<unsigned> changed, factory;
+};
+
+const SaveRow kSaveRows[] = {
+    {"power", [](bool s) { return UHFSetPower(s, 20); },
+     [] { uint8_t p = 0; int r = UHFGetPower(&p); return one(r, p); }, {0, 20}, {0, 30}},
+    {"antennas", [](bool s) { uint8_t m[2] = {0x00, 0x03}; return UHFSetANT(s, m); },
+     [] { uint8_t b[2] = {}; int r = UHFGetANT(b); return std::vector<unsigned>{unsigned(r), b[0], b[1]}; },
+     {0, 0, 3}, {0, 0, 1}},
+    {"antenna work time", [](bool s) { return UHFSetANTWorkTime(1, s, 700); },
+     [] { unsigned t = 0; int r = UHFGetANTWorkTime(1, &t); return one(r, t); }, {0, 700}, {0, 200}},
+    {"region", [](bool s) { return UHFSetRegion(s, 4); },
+     [] { uint8_t g = 0; int r = UHFGetRegion(&g); return one(r, g); }, {0, 4}, {0, 1}},
+    {"RF link", [](bool s) { return UHFSetRFLink(s, 0); },
+     [] { uint8_t m = 0; int r = UHFGetRFLink(&m); return one(r, m); }, {0, 0}, {0, 1}},
+    {"EPC/TID/USER mode", [](bool s) { return UHFSetEPCTIDMode(s, 2); },
+     [] { uint8_t m = 0; int r = UHFGetEPCTIDMode(&m); return one(r, m); }, {0, 2}, {0, 0}},
+    {"dual/single", [](bool s) { return UHFSetDualSingelMode(s, 1); },
+     [] { uint8_t m = 0; int r = UHFGetDualSingelMode(&m); return one(r, m); }, {0, 1}, {0, 0}},
+    {"work time", [](bool s) { return UHFSetWorkTime(s, 0, 0, 1, 0); },
+     [] {
+         uint8_t d[4] = {};
+         int r = UHFGetWorkTime(d);
+         return std::vector<unsigned>{unsigned(r), d[0], d[1], d[2], d[3]};
+     },
+     {4, 0, 0, 1, 0}, {4, 0, 0, 0, 0}},
+};
 
 }  // namespace
 
@@ -254,47 +283,53 @@ TEST_F(ConfigE2E, RegionChangeRefitsTheHoppingTable) {
     EXPECT_EQ(UHFSetJumpFrequency(1, etsi), 0);
 }
 
-TEST_F(ConfigE2E, SavedSettingsSurviveAPowerCycleAndUnsavedOnesFallBack) {
-    struct Row {
-        const char* name;
-        std::function<int(bool save)> set;
-        std::function<std::vector<unsigned>()> get;
-        std::vector<unsigned> changed, factory;
-    };
-    const Row rows[] = {
-        {"power", [](bool s) { return UHFSetPower(s, 20); },
-         [] { uint8_t p = 0; int r = UHFGetPower(&p); return one(r, p); }, {0, 20}, {0, 30}},
-        {"antennas", [](bool s) { uint8_t m[2] = {0x00, 0x03}; return UHFSetANT(s, m); },
-         [] { uint8_t b[2] = {}; int r = UHFGetANT(b); return std::vector<unsigned>{unsigned(r), b[0], b[1]}; },
-         {0, 0, 3}, {0, 0, 1}},
-        {"antenna work time", [](bool s) { return UHFSetANTWorkTime(1, s, 700); },
-         [] { unsigned t = 0; int r = UHFGetANTWorkTime(1, &t); return one(r, t); }, {0, 700}, {0, 200}},
-        {"region", [](bool s) { return UHFSetRegion(s, 4); },
-         [] { uint8_t g = 0; int r = UHFGetRegion(&g); return one(r, g); }, {0, 4}, {0, 1}},
-        {"RF link", [](bool s) { return UHFSetRFLink(s, 0); },
-         [] { uint8_t m = 0; int r = UHFGetRFLink(&m); return one(r, m); }, {0, 0}, {0, 1}},
-        {"EPC/TID/USER mode", [](bool s) { return UHFSetEPCTIDMode(s, 2); },
-         [] { uint8_t m = 0; int r = UHFGetEPCTIDMode(&m); return one(r, m); }, {0, 2}, {0, 0}},
-        {"dual/single", [](bool s) { return UHFSetDualSingelMode(s, 1); },
-         [] { uint8_t m = 0; int r = UHFGetDualSingelMode(&m); return one(r, m); }, {0, 1}, {0, 0}},
-        {"work time", [](bool s) { return UHFSetWorkTime(s, 0, 0, 1, 0); },
-         [] {
-             uint8_t d[4] = {};
-             int r = UHFGetWorkTime(d);
-             return std::vector<unsigned>{unsigned(r), d[0], d[1], d[2], d[3]};
-         },
-         {4, 0, 0, 1, 0}, {4, 0, 0, 0, 0}},
-    };
-    for (const Row& row : rows) {
+TEST_F(ConfigE2E, SoftResetKeepsSavedSettingsAndUnsavedOnesFallBack) {
+    for (const SaveRow& row : kSaveRows) {
         for (bool save : {false, true}) {
             SCOPED_TRACE(std::string(row.name) + (save ? ", saved" : ", not saved"));
             start_reader();
             ASSERT_EQ(row.set(save), 0);
             EXPECT_EQ(row.get(), row.changed);
-            power_cycle();
+            ASSERT_EQ(UHFSetSoftReset(), 0);
             EXPECT_EQ(row.get(), save ? row.changed : row.factory);
         }
     }
+}
+
+TEST_F(ConfigE2E, DefaultModeRestoresFactoryRfAndInventorySettings) {
+    for (const SaveRow& row : kSaveRows) ASSERT_EQ(row.set(true), 0) << row.name;
+    // Settings kept without a save byte.
+    unsigned freq[1] = {840125};  // region 4 is set by now
+    uint8_t para[6] = {1, 2, 3, 4, 5, 6};
+    uint8_t tid[2] = {0xE2, 0x80};
+    ASSERT_EQ(UHFSetJumpFrequency(1, freq), 0);
+    ASSERT_EQ(UHFSetGen2(0, 0, 0, 1, 2, 1, 7, 1, 2, 1, 1, 1, 0, 3), 0);
+    ASSERT_EQ(UHFSetFastID(1), 0);
+    ASSERT_EQ(UHFSetWorkMode(1), 0);
+    ASSERT_EQ(UHFSetWorkModePara(para), 0);
+    ASSERT_EQ(UHFSetProtocolType(2), 0);
+    ASSERT_EQ(UHFSetFilter(0, 2, 0, 2, tid), 0);
+
+    ASSERT_EQ(UHFSetDefaultMode(), 0);
+    ASSERT_EQ(UHFSetSoftReset(), 0);  // and factory settings are what is kept
+
+    for (const SaveRow& row : kSaveRows) EXPECT_EQ(row.get(), row.factory) << row.name;
+    unsigned table[256] = {};
+    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
+    EXPECT_EQ(std::vector<unsigned>(table, table + 2), (std::vector<unsigned>{50, 902750}));
+    EXPECT_EQ(gen2_fields(), (std::vector<unsigned>{0, 0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3}));
+    uint8_t v = 0xEE, p[6] = {};
+    EXPECT_EQ(UHFGetFastID(&v), 0);
+    EXPECT_EQ(v, 0);
+    EXPECT_EQ(UHFGetWorkMode(&v), 0);
+    EXPECT_EQ(v, 0);
+    EXPECT_EQ(UHFGetWorkModePara(p), 0);
+    EXPECT_EQ(Bytes(p, p + 6), Bytes(6, 0));
+    EXPECT_EQ(UHFGetProtocolType(&v), 0);
+    EXPECT_EQ(v, 0);
+    // No filter: B, which has no TID, answers again.
+    const Report a1 = {kUiiA, {}, -500, 1}, b1 = {kUiiB, {}, -600, 1};
+    EXPECT_EQ(inventory(2), (std::vector<Report>{a1, b1}));
 }
 
 TEST_F(ConfigE2E, AmplifierStatusInBothCrcModes) {

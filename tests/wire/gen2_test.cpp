@@ -1,6 +1,5 @@
 // Gen2 parameters and inventory modes against the scripted reader.
 #include "command_rows.h"
-#include "link_helpers.h"
 
 using namespace uhftest;
 
@@ -8,7 +7,7 @@ namespace {
 
 constexpr uint8_t kUntouched = 0xEE;
 
-using Gen2Commands = WireTest;
+using Gen2Commands = CommandTest;
 
 // Fields in UHFSetGen2 order: Target Action T Q StartQ MinQ MaxQ D C P Sel Session G LF.
 using Fields = std::array<uint8_t, 14>;
@@ -90,16 +89,16 @@ TEST_F(Gen2Commands, Gen2BlockPacking) {
         {"top fields over range lose their high bits", {0x0A, 0, 0, 0, 0x13, 0, 0x1F, 0, 0, 0, 5, 0, 0, 0},
          {0x40, 0x30, 0xF0, 0x40}},
     };
-    std::vector<CommandRow> rows;
+    std::vector<StepRow> rows;
     for (const Case& c : cases)
         rows.push_back({c.name, set_gen2(c.fields), {{0x20, c.block, answer(0x20, {0x01})}}, {0, {}}});
     rows.push_back({"refused", set_gen2({}), {{0x20, {0, 0, 0, 0}, answer(0x20, {0x00})}}, {-1, {}}});
-    run_rows(reader, rows);
+    check_steps(rows);
 }
 
 TEST_F(Gen2Commands, GetGen2) {
     const std::vector<unsigned> untouched(14, kUntouched);
-    run_rows(reader, {
+    check_steps({
         {"typical", get_gen2, {{0x22, {}, answer(0x22, {0x01, 0x40, 0xFD, 0x53})}},
          {0, values({0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3})}},
         {"every field distinct", get_gen2, {{0x22, {}, answer(0x22, {0xA5, 0x5A, 0x3C, 0x96})}},
@@ -116,7 +115,7 @@ TEST_F(Gen2Commands, GetGen2) {
 }
 
 TEST_F(Gen2Commands, FastIdAndTagFocus) {
-    run_rows(reader, {
+    check_steps({
         {"FastID on", [] { return Outcome{UHFSetFastID(1), {}}; }, {{0x5C, {0x01, 0x00}, answer(0x5C, {0x01})}}, {0, {}}},
         {"FastID refused", [] { return Outcome{UHFSetFastID(5), {}}; }, {{0x5C, {0x05, 0x00}, answer(0x5C, {0x00})}}, {-1, {}}},
         {"FastID get", [] { return get_byte(UHFGetFastID); }, {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}}, {0, {1}}},
@@ -131,7 +130,7 @@ TEST_F(Gen2Commands, FastIdAndTagFocus) {
 }
 
 TEST_F(Gen2Commands, SetOnlyWhenChanged) {
-    run_rows(reader, {
+    check_steps({
         {"FastID already on: one query", [] { return Outcome{R2000_Set_FastID(1), {}}; },
          {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}}, {0, {}}},
         {"FastID off, set on", [] { return Outcome{R2000_Set_FastID(1), {}}; },
@@ -150,7 +149,7 @@ TEST_F(Gen2Commands, SetOnlyWhenChanged) {
 }
 
 TEST_F(Gen2Commands, EpcTidUserMode) {
-    run_rows(reader, {
+    check_steps({
         {"EPC+TID+USER", [] { return Outcome{UHFSetEPCTIDUSERMode(7, 2, 0x10, 4), {}}; },
          {{0x70, {0x07, 0x02, 0x10, 0x04}, answer(0x70, {0x01})}}, {0, {}}},
         {"mode 3 refused before sending", [] { return Outcome{UHFSetEPCTIDUSERMode(0, 3, 0, 0), {}}; }, {}, {-1, {}}},
@@ -182,7 +181,7 @@ TEST_F(Gen2Commands, FilterEncoding) {
         return [=]() mutable { return Outcome{UHFSetFilter(flag, bank, addr, len, mask.data()), {}}; };
     };
     auto mask_bytes = [&](size_t n) { return Bytes(mask.begin(), mask.begin() + long(n)); };
-    run_rows(reader, {
+    check_steps({
         {"EPC bank skips CRC and PC", filter(0, 1, 2, 4),
          {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
         {"other banks do not", filter(0, 3, 2, 4),
@@ -208,7 +207,7 @@ TEST_F(Gen2Commands, FilterEncoding) {
 
 TEST_F(Gen2Commands, DualSingleAndWorkMode) {
     uint8_t para[6] = {1, 2, 3, 4, 5, 6};
-    run_rows(reader, {
+    check_steps({
         {"dual/single", [] { return Outcome{UHFSetDualSingelMode(1, 2), {}}; }, {{0x6A, {0x01, 0x02}, answer(0x6A, {0x01})}},
          {0, {}}},
         {"dual/single refused", [] { return Outcome{UHFSetDualSingelMode(0, 0), {}}; },
@@ -240,7 +239,7 @@ TEST_F(Gen2Commands, DualSingleAndWorkMode) {
 }
 
 TEST_F(Gen2Commands, WorkTimeAndProtocolType) {
-    run_rows(reader, {
+    check_steps({
         {"work time: five bytes", [] { return Outcome{UHFSetWorkTime(1, 2, 3, 4, 5), {}}; },
          {{0x3C, {1, 2, 3, 4, 5}, answer(0x3C, {0x01})}}, {0, {}}},
         {"work time: empty reply", [] { return Outcome{UHFSetWorkTime(1, 2, 3, 4, 5), {}}; },

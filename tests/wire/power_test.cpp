@@ -1,6 +1,5 @@
 // Output power, antennas and region against the scripted reader.
 #include "command_rows.h"
-#include "link_helpers.h"
 
 using namespace uhftest;
 
@@ -8,7 +7,7 @@ namespace {
 
 constexpr uint8_t kUntouched = 0xEE;
 
-using PowerCommands = WireTest;
+using PowerCommands = CommandTest;
 
 Outcome get_power() {
     uint8_t p = kUntouched;
@@ -58,7 +57,7 @@ const std::vector<unsigned> kPowerUntouched = {0xEEEE, 0xEE, 0xEE, 0xEE, 0xEE, 0
 
 TEST_F(PowerCommands, SetPower) {
     auto set = [](uint8_t save, uint8_t p) { return [=] { return Outcome{UHFSetPower(save, p), {}}; }; };
-    run_rows(reader, {
+    check_steps({
         {"30 dBm saved", set(1, 30), {{0x10, {0x02, 0x01, 0x0B, 0xB8, 0x0B, 0xB8}, answer(0x10, {0x01})}}, {0, {}}},
         {"any non-zero save is 0x02", set(9, 1), {{0x10, {0x02, 0x01, 0x00, 0x64, 0x00, 0x64}, answer(0x10, {0x01})}}, {0, {}}},
         {"not saved", set(0, 17), {{0x10, {0x00, 0x01, 0x06, 0xA4, 0x06, 0xA4}, answer(0x10, {0x01})}}, {0, {}}},
@@ -72,7 +71,7 @@ TEST_F(PowerCommands, SetPower) {
 }
 
 TEST_F(PowerCommands, GetPower) {
-    run_rows(reader, {
+    check_steps({
         {"30 dBm", get_power, {{0x12, {}, answer(0x12, {0x01, 0x01, 0x0B, 0xB8, 0x0B, 0xB8})}}, {0, {30}}},
         {"status 0x00 accepted, 3001 truncated", get_power, {{0x12, {}, answer(0x12, {0x00, 0x01, 0x0B, 0xB9})}}, {0, {30}}},
         {"25.99 dBm truncated", get_power, {{0x12, {}, answer(0x12, {0x01, 0x02, 0x0A, 0x27, 0x0A, 0x27})}}, {0, {25}}},
@@ -86,7 +85,7 @@ TEST_F(PowerCommands, SetAntennaPower) {
     auto set = [](uint8_t save, uint8_t ant, uint16_t rd, uint16_t wr) {
         return [=] { return Outcome{UHFSetAntennaPower(save, ant, rd, wr), {}}; };
     };
-    run_rows(reader, {
+    check_steps({
         {"unscaled 0.01 dBm", set(0, 2, 2500, 2000), {{0x10, {0x00, 0x02, 0x09, 0xC4, 0x07, 0xD0}, answer(0x10, {0x01})}}, {0, {}}},
         {"save becomes 0x02, no range check", set(3, 200, 0xFFFF, 0), {{0x10, {0x02, 0xC8, 0xFF, 0xFF, 0x00, 0x00}, answer(0x10, {0x01})}}, {0, {}}},
         {"status 0x00", set(0, 1, 100, 100), {{0x10, {0x00, 0x01, 0x00, 0x64, 0x00, 0x64}, answer(0x10, {0x00})}}, {-1, {}}},
@@ -97,7 +96,7 @@ TEST_F(PowerCommands, SetAntennaPower) {
 TEST_F(PowerCommands, GetAntennaPower) {
     std::vector<unsigned> one_record = {3, 1, 30, 30};
     one_record.insert(one_record.end(), 9, 0xEE);
-    run_rows(reader, {
+    check_steps({
         {"four records", get_antenna_power, {{0x12, {}, answer(0x12, Bytes{0x01} + kFourRecords)}}, {0, kFourDecoded}},
         {"trailing partial record ignored", get_antenna_power,
          {{0x12, {}, answer(0x12, Bytes{0x01} + kFourRecords + Bytes{0x05, 0x0B, 0xB8})}}, {0, kFourDecoded}},
@@ -114,7 +113,7 @@ TEST_F(PowerCommands, Antennas) {
     auto set = [](uint8_t save, Bytes mask) {
         return [=]() mutable { return Outcome{UHFSetANT(save, mask.data()), {}}; };
     };
-    run_rows(reader, {
+    check_steps({
         {"mask and save byte as given", set(5, {0x00, 0x0F}), {{0x28, {0x05, 0x00, 0x0F}, answer(0x28, {0x01})}}, {0, {}}},
         {"mask refused", set(0, {0x00, 0x00}), {{0x28, {0x00, 0x00, 0x00}, answer(0x28, {0x00})}}, {-1, {}}},
         {"null mask", [] { return Outcome{UHFSetANT(1, nullptr), {}}; }, {}, {-1, {}}},
@@ -129,7 +128,7 @@ TEST_F(PowerCommands, AntennaWorkTime) {
     auto set = [](uint8_t ant, uint8_t save, unsigned t) {
         return [=] { return Outcome{UHFSetANTWorkTime(ant, save, t), {}}; };
     };
-    run_rows(reader, {
+    check_steps({
         {"time cut to 16 bits", set(3, 1, 0x12345), {{0x4A, {0x13, 0x23, 0x45}, answer(0x4A, {0x01})}}, {0, {}}},
         {"flag and antenna share a byte", set(0x0F, 0x1F, 300), {{0x4A, {0xFF, 0x01, 0x2C}, answer(0x4A, {0x01})}}, {0, {}}},
         {"not saved", set(2, 0, 0xFFFF), {{0x4A, {0x02, 0xFF, 0xFF}, answer(0x4A, {0x01})}}, {0, {}}},
@@ -143,7 +142,7 @@ TEST_F(PowerCommands, AntennaWorkTime) {
 
 TEST_F(PowerCommands, Region) {
     auto set = [](uint8_t save, uint8_t region) { return [=] { return Outcome{UHFSetRegion(save, region), {}}; }; };
-    run_rows(reader, {
+    check_steps({
         {"any non-zero save is 0x01", set(5, 3), {{0x2C, {0x01, 0x03}, answer(0x2C, {0x01})}}, {0, {}}},
         {"not saved", set(0, 0x42), {{0x2C, {0x00, 0x42}, answer(0x2C, {0x01})}}, {0, {}}},
         {"refused", set(0, 0), {{0x2C, {0x00, 0x00}, answer(0x2C, {0x00})}}, {-1, {}}},

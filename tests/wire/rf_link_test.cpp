@@ -2,7 +2,6 @@
 #include <thread>
 
 #include "command_rows.h"
-#include "link_helpers.h"
 
 using namespace uhftest;
 
@@ -11,7 +10,7 @@ namespace {
 constexpr uint8_t kUntouched = 0xEE;
 constexpr unsigned kNoFreq = 0xEEEEEEEE;
 
-using RfLinkCommands = WireTest;
+using RfLinkCommands = CommandTest;
 
 // The Gen2 blocks sent after an RF link preset.
 const Bytes kMode3Gen2 = {0x01, 0x00, 0x0D, 0x53, 0x00, 0x00, 0x00, 0x00};
@@ -62,7 +61,7 @@ TEST_F(RfLinkCommands, SetJumpFrequency) {
         many[i] = 902000 + 500 * i;
         if (i < 84) wire84 = wire84 + Bytes{uint8_t(many[i] >> 16), uint8_t(many[i] >> 8), uint8_t(many[i])};
     }
-    run_rows(reader, {
+    check_steps({
         {"two frequencies", set_jump({902750, 915250}, 2),
          {{0x14, {0x02, 0x0D, 0xC6, 0x5E, 0x0D, 0xF7, 0x32}, answer(0x14, {0x01})}}, {0, {}}},
         {"bits above 23 dropped", set_jump({0xFFABCDEF}, 1), {{0x14, {0x01, 0xAB, 0xCD, 0xEF}, answer(0x14, {0x01})}}, {0, {}}},
@@ -82,7 +81,7 @@ TEST_F(RfLinkCommands, GetJumpFrequency) {
     Bytes full = {255};
     for (unsigned k = 0; k < 255; k++) full = full + Bytes{0x0D, uint8_t(k >> 8), uint8_t(k)};
     const unsigned last = 0x0D0000 + 254;
-    run_rows(reader, {
+    check_steps({
         {"two frequencies", get_jump, {{0x16, {}, answer(0x16, {0x02, 0x0D, 0xC6, 0x5E, 0x0D, 0xF7, 0x32})}},
          {0, {2, 902750, 915250, kNoFreq, kNoFreq, kNoFreq}}},
         {"no status byte: a count of 1", get_jump, {{0x16, {}, answer(0x16, {0x01, 0xFF, 0xFF, 0xFF})}},
@@ -98,7 +97,7 @@ TEST_F(RfLinkCommands, GetJumpFrequency) {
 }
 
 TEST_F(RfLinkCommands, RfLinkMode) {
-    run_rows(reader, {
+    check_steps({
         {"set as given", [] { return Outcome{UHFSetRFLink(7, 9), {}}; }, {{0x52, {0x00, 0x07, 0x09}, answer(0x52, {0x01})}}, {0, {}}},
         {"set refused", [] { return Outcome{UHFSetRFLink(0, 1), {}}; }, {{0x52, {0x00, 0x00, 0x01}, answer(0x52, {0x00})}}, {-1, {}}},
         {"get", get_rf_link, {{0x54, {0x00, 0x00}, answer(0x54, {0x01, 0x00, 0x02})}}, {0, {2}}},
@@ -111,7 +110,7 @@ TEST_F(RfLinkCommands, RfLinkMode) {
 
 TEST_F(RfLinkCommands, RfLinkPresets) {
     auto set = [](uint8_t mode) { return [=] { return Outcome{UHF_Set_RFLink(mode), {}}; }; };
-    run_rows(reader, {
+    check_steps({
         {"mode 4 refused", set(4), {}, {-1, {}}},
         {"mode 3 then its Gen2 block", set(3),
          {{0x52, {0x00, 0x01, 0x03}, answer(0x52, {0x01})}, {0x20, kMode3Gen2, answer(0x20, {0x01})}}, {0, {}}},
@@ -133,7 +132,7 @@ TEST_F(RfLinkCommands, RfLinkPresets) {
 TEST_F(RfLinkCommands, CwParamsAndProtocolConfiguration) {
     uint8_t id[4] = {0x01, 0x02, 0x03, 0x04};
     uint8_t value[4] = {0xAA, 0xBB, 0xCC, 0xDD};
-    run_rows(reader, {
+    check_steps({
         {"CW on", [] { return Outcome{UHFSetCW(1), {}}; }, {{0x24, {0x01}, answer(0x24, {0x01})}}, {0, {}}},
         {"CW refused", [] { return Outcome{UHFSetCW(0), {}}; }, {{0x24, {0x00}, answer(0x24, {0x00})}}, {-1, {}}},
         {"CW get: no status byte", get_cw, {{0x26, {}, answer(0x26, {0x00})}}, {0, {0}}},

@@ -8,16 +8,11 @@ namespace {
 
 using Req = uhf::RequestBuf<16>;
 
-// Device-settings command, shared with other families; the first request
-// byte is the sub-command.
-constexpr uint8_t kDeviceSettings = 0xA1;
-
-// A query whose reply is the status (0x01, or the echoed sub-command) then
-// the value.
-int query_byte(uint8_t cmd, const uhf::Request& req, uint8_t status, unsigned char* out) {
+// A query whose reply is the accepted status, then the value.
+int query_byte(uint8_t cmd, const uhf::Request& req, unsigned char* out) {
     if (out == nullptr) return -1;
     uhf::Reply r;
-    if (uhf::query(cmd, req, r, 2, status) != 0) return -1;
+    if (uhf::query(cmd, req, r, 2) != 0) return -1;
     *out = r[1];
     return 0;
 }
@@ -26,7 +21,7 @@ int query_byte(uint8_t cmd, const uhf::Request& req, uint8_t status, unsigned ch
 int query_flag(uint8_t cmd, unsigned char* flag) {
     Req req;
     req.u8(0x00).u8(0x00);
-    return query_byte(cmd, req, 0x01, flag);
+    return query_byte(cmd, req, flag);
 }
 
 int set_flag(uint8_t cmd, unsigned char flag) {
@@ -131,33 +126,32 @@ int UHFSetDualSingelMode(unsigned char saveflag, unsigned char mode) {
     return uhf::set(0x6A, req);
 }
 
-int UHFGetDualSingelMode(unsigned char* mode) { return query_byte(0x6C, Req{}, 0x01, mode); }
+int UHFGetDualSingelMode(unsigned char* mode) { return query_byte(0x6C, Req{}, mode); }
 
 int UHFSetWorkMode(unsigned char mode) {
     Req req;
     req.u8(0x05).u8(mode);
-    return uhf::set(kDeviceSettings, req);
+    return uhf::set(uhf::kCmdDeviceSettings, req);
 }
 
 int UHFGetWorkMode(unsigned char* mode) {
-    Req req;
-    req.u8(0x06);
-    // A get-sub-command's reply echoes the sub-command instead of a status.
-    return query_byte(kDeviceSettings, req, 0x06, mode);
+    if (mode == nullptr) return -1;
+    uhf::Reply r;
+    if (uhf::transact_query(uhf::kCmdDeviceSettings, 0x06, r) != 0 || !r.has(2)) return -1;
+    *mode = r[1];
+    return 0;
 }
 
 int UHFSetWorkModePara(unsigned char* para) {
     Req req;
     req.u8(0x0B).bytes(para, 6);
-    return uhf::set(kDeviceSettings, req);
+    return uhf::set(uhf::kCmdDeviceSettings, req);
 }
 
 int UHFGetWorkModePara(unsigned char* para) {
     if (para == nullptr) return -1;
-    Req req;
-    req.u8(0x0C);
     uhf::Reply r;
-    if (uhf::query(kDeviceSettings, req, r, 7, 0x0C) != 0 || r.size() != 7) return -1;
+    if (uhf::transact_query(uhf::kCmdDeviceSettings, 0x0C, r) != 0 || r.size() != 7) return -1;
     return r.copy(para, 1, 6) ? 0 : -1;
 }
 

@@ -23,7 +23,7 @@ int apply_preset_gen2(const uhf::Gen2Params& g, uhf::Reply& r) {
     Req req;
     req.bytes(block, 4).u32(0);
     if (uhf::transact(0x20, req, r) == 0) return 0;
-    return r.is(0, 0x01) ? 0 : -1;
+    return r.is(0, uhf::kAccepted) ? 0 : -1;
 }
 
 // 0x54 query shared by both getters; the mode is data[2].
