@@ -10,12 +10,6 @@ namespace {
 
 constexpr uint8_t kDeviceSettings = 0xA1;
 
-// Applies a setting that has no save byte.
-template <typename F>
-void keep(VirtualReader& r, F&& change) {
-  r.state().apply(true, change);
-}
-
 // 0x20: the 4-byte block (a preset may append 4 zero bytes). The Q limits
 // must make sense: MinQ <= StartQ <= MaxQ.
 std::string set_gen2(VirtualReader& r, const Request& req) {

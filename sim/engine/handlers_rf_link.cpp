@@ -22,7 +22,7 @@ std::string set_hop_table(VirtualReader& r, const Request& req) {
     if (!in_region(r.settings().region, f)) return status(r, req, false, "frequency outside the region");
     table.push_back(f);
   }
-  r.state().apply(true, [&](Settings& s) { s.hop_table = table; });
+  keep(r, [&](Settings& s) { s.hop_table = table; });
   return status(r, req, true, "");
 }
 
@@ -71,7 +71,7 @@ std::string set_param(VirtualReader& r, const Request& req) {
   const auto d = req.data;
   if (d.size() != 9) return status(r, req, false, "bad length");
   const std::array<uint8_t, 4> value{d[5], d[6], d[7], d[8]};
-  r.state().apply(true, [&](Settings& s) { s.params[param_key(d)] = value; });
+  keep(r, [&](Settings& s) { s.params[param_key(d)] = value; });
   return status(r, req, true, "");
 }
 
@@ -115,7 +115,7 @@ std::string escaped(VirtualReader& r, const Frame& f) {
 std::string protocol_configuration(VirtualReader& r, const Request& req) {
   const auto d = req.data;
   if (d.size() != 2) return status(r, req, false, "not a protocol configuration");
-  r.state().apply(true, [&](Settings& s) { s.protocol_config = d[0]; });
+  keep(r, [&](Settings& s) { s.protocol_config = d[0]; });
   return status(r, req, true, "");
 }
 
