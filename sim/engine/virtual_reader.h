@@ -91,6 +91,8 @@ class VirtualReader {
   void reply(uint8_t code, std::initializer_list<uint8_t> data) {
     reply(code, std::span<const uint8_t>(data.begin(), data.size()));
   }
+  // A frame already encoded (the escaped form has its own encoder).
+  void send_raw(std::span<const uint8_t> frame);
   void start_inventory();
   void stop_inventory();
   bool inventory_running() const { return running_; }
@@ -106,6 +108,7 @@ class VirtualReader {
   void on_frame(const Frame& f);
   void log(const std::string& line) const;
   std::vector<std::pair<size_t, int>> read_plan() const;
+  bool passes_filter(const Tag& tag) const;
   TimePoint slot_due(uint64_t k) const;
   void emit_read(const std::vector<std::pair<size_t, int>>& plan);
 
