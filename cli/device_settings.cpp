@@ -212,8 +212,9 @@ void network(std::vector<Setting>& out) {
 
 }  // namespace
 
+void register_identity_settings(std::vector<Setting>& out) { identity(out); }
+
 void register_device_settings(std::vector<Setting>& out) {
-    identity(out);
     io(out);
     network(out);
 }

@@ -9,6 +9,8 @@ namespace uhfctl {
 const std::vector<Setting>& all_settings() {
     static const std::vector<Setting> list = [] {
         std::vector<Setting> v;
+        register_identity_settings(v);
+        register_config_settings(v);
         register_device_settings(v);
         return v;
     }();

@@ -31,7 +31,11 @@ const std::vector<Setting>& all_settings();
 const Setting* find_setting(const std::string& name);
 
 // Family registrations, called once by all_settings().
-void register_device_settings(std::vector<Setting>& out);
+void register_identity_settings(std::vector<Setting>& out);  // versions, id, temperature
+void register_config_settings(std::vector<Setting>& out);    // power, antennas, region, Gen2...
+void register_device_settings(std::vector<Setting>& out);    // I/O and network
+// Names of the Gen2 fields `set gen2` takes.
+const std::vector<std::string>& gen2_fields();
 
 // Helpers for the families.
 Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get);

@@ -1,6 +1,7 @@
 // `get`, `set`, `reset` and `factory-reset`.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <map>
 
 #include "UHF.h"
 #include "commands.h"
@@ -49,6 +50,7 @@ int run_set(const Session& s, const std::string& name, const std::vector<std::st
     const Setting* st = find_setting(name);
     if (!st) return fail(kUsage, "set " + name + ": no such setting (uhfctl set --help lists them)");
     if (!st->set) return fail(kUsage, "set " + name + ": read-only");
+    if (values.empty()) return fail(kUsage, "set " + name + ": expected " + st->syntax);
     return s.each([&](const Reader& r) {
         std::string err;
         int rc = st->set(values, save, err);
@@ -92,9 +94,15 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
                 "  uhfctl --sim set beep 1\n  uhfctl --tcp 192.168.1.50 set outputs 1 high\n"
                 "  uhfctl --tcp 192.168.1.50 set ip 192.168.1.60:8888 255.255.255.0 192.168.1.1");
     set->add_option("name", *name, "Setting name")->required();
-    set->add_option("values", *values, "New value(s)")->required();
+    set->add_option("values", *values, "New value(s)");
     set->add_flag("--save", *save, "Keep across a power cycle");
-    set->callback([&ctx, name, values, save] {
+    // gen2 fields by name: --q 1 --session 2 become q=1 session=2.
+    auto fields = std::make_shared<std::map<std::string, std::string>>();
+    for (const auto& f : gen2_fields())
+        set->add_option("--" + f, (*fields)[f], "gen2: the " + f + " field")->group("Gen2 fields");
+    set->callback([&ctx, name, values, save, fields] {
+        for (const auto& [field, value] : *fields)
+            if (!value.empty()) values->push_back(field + "=" + value);
         ctx.run = [&ctx, name, values, save] { return run_set(ctx.session, *name, *values, *save); };
     });
 

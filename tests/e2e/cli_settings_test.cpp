@@ -22,6 +22,13 @@ TEST(CliInfo, JsonShowsTheSimulatorsSettings) {
     st.current.outputs = {1, 0};
     st.current.own.ip = {192, 0, 2, 10};
     st.current.own.port = {0x13, 0x88};
+    st.current.antennas[1].read_power = 2200;
+    st.current.antenna_mask = 0x0006;
+    st.current.region = 2;
+    st.current.hop_table = {865700, 866300};
+    st.current.fast_id = true;
+    st.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
+    st.current.gen2 = {0x01, 0x40, 0xFD, 0x63};  // session 2
     uhfsim::TcpServer sim(o);
     ASSERT_TRUE(sim.start());
     std::string where = "127.0.0.1:" + std::to_string(sim.port());
@@ -46,13 +53,33 @@ TEST(CliInfo, JsonShowsTheSimulatorsSettings) {
     EXPECT_EQ(str(ip, "ip"), "192.0.2.10");
     EXPECT_EQ(num(ip, "port"), 5000);
     EXPECT_EQ(str(ip, "gateway"), "192.168.1.1");
+
+    const cJSON* power = cJSON_GetObjectItem(j, "power");
+    ASSERT_EQ(cJSON_GetArraySize(power), 4);
+    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "antenna"), 2);
+    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "read"), 22);
+    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "write"), 30);
+    const cJSON* ants = cJSON_GetObjectItem(j, "antennas");
+    ASSERT_EQ(cJSON_GetArraySize(ants), 2);
+    EXPECT_EQ(cJSON_GetArrayItem(ants, 0)->valueint, 2);
+    EXPECT_EQ(cJSON_GetArrayItem(ants, 1)->valueint, 3);
+    EXPECT_EQ(num(j, "region"), 2);
+    const cJSON* freqs = cJSON_GetObjectItem(j, "frequencies");
+    ASSERT_EQ(cJSON_GetArraySize(freqs), 2);
+    EXPECT_EQ(cJSON_GetArrayItem(freqs, 1)->valueint, 866300);
+    EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(j, "fastid")));
+    EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(j, "tagfocus")));
+    EXPECT_EQ(str(cJSON_GetObjectItem(j, "mode"), "mode"), "epc+tid");
+    EXPECT_EQ(num(cJSON_GetObjectItem(j, "gen2"), "session"), 2);
+    EXPECT_EQ(num(cJSON_GetObjectItem(j, "gen2"), "q"), 1);
 }
 
 TEST(CliInfo, TextHasOneLinePerItem) {
     Result r = uhfctl({"--sim", "info"});
     ASSERT_EQ(r.code, 0) << r.err;
     for (const char* item : {"reader", "library", "hardware", "software", "module", "device-id", "temperature",
-                             "beep", "outputs", "ip", "dest-ip"})
+                             "power", "antennas", "region", "frequencies", "rflink", "gen2", "fastid", "tagfocus",
+                             "mode", "work-mode", "beep", "outputs", "ip", "dest-ip"})
         EXPECT_NE(("\n" + r.out).find(std::string("\n") + item + " "), std::string::npos) << item << "\n" << r.out;
     EXPECT_EQ(r.out.find("(no answer)"), std::string::npos);
 }
@@ -116,7 +143,32 @@ INSTANTIATE_TEST_SUITE_P(
         RoundTrip{"dest_ip", {"dest-ip", "192.0.2.20:6000"}, "192.0.2.20:6000",
                   [](const auto& s) { return s.current.destination.ip == std::array<uint8_t, 4>{192, 0, 2, 20}; }},
         RoundTrip{"user_params", {"user-params", "00 11 aa", "BB"}, "0011AABB",
-                  [](const auto& s) { return s.current.user_params == std::vector<uint8_t>{0x00, 0x11, 0xAA, 0xBB}; }}),
+                  [](const auto& s) { return s.current.user_params == std::vector<uint8_t>{0x00, 0x11, 0xAA, 0xBB}; }},
+        RoundTrip{"power_saved", {"power", "25", "--save"}, "1: 25/25, 2: 25/25, 3: 25/25, 4: 25/25 dBm",
+                  [](const auto& s) {
+                      return s.saved.antennas[0].read_power == 2500 && s.saved.antennas[3].write_power == 2500;
+                  }},
+        RoundTrip{"power_one_antenna", {"power", "2=20.5/18"}, "1: 30/30, 2: 20/18, 3: 30/30",
+                  [](const auto& s) {
+                      return s.current.antennas[1].read_power == 2050 && s.current.antennas[1].write_power == 1800 &&
+                             s.saved.antennas[1].read_power == 3000;
+                  }},
+        RoundTrip{"antennas", {"antennas", "1,3", "--save"}, " 1,3\n",
+                  [](const auto& s) { return s.current.antenna_mask == 0x0005 && s.saved.antenna_mask == 0x0005; }},
+        RoundTrip{"region_by_name", {"region", "etsi"}, " 2 (etsi)\n", [](const auto& s) { return s.current.region == 2; }},
+        RoundTrip{"frequencies", {"frequencies", "903250", "904250"}, " 903250 904250 kHz\n",
+                  [](const auto& s) { return s.current.hop_table == std::vector<uint32_t>{903250, 904250}; }},
+        RoundTrip{"gen2_named_fields", {"gen2", "--session", "2", "--q", "0"}, "q=0 startq=4",
+                  [](const auto& s) { return (s.current.gen2[3] >> 4 & 3) == 2 && (s.current.gen2[0] & 1) == 0; }},
+        RoundTrip{"gen2_field_equals", {"gen2", "minq=2", "maxq=9"}, "minq=2 maxq=9",
+                  [](const auto& s) { return s.current.gen2[1] == 0x42 && s.current.gen2[2] >> 4 == 9; }},
+        RoundTrip{"fastid", {"fastid", "on"}, " on\n", [](const auto& s) { return s.current.fast_id; }},
+        RoundTrip{"tagfocus", {"tagfocus", "on"}, " on\n", [](const auto& s) { return s.current.tag_focus; }},
+        RoundTrip{"mode_user", {"mode", "epc+tid+user", "1", "2"}, "epc+tid+user (USER from word 1, 2 words)",
+                  [](const auto& s) {
+                      return s.current.inventory_mode == uhfsim::InventoryMode::EpcTidUser && s.current.user_words == 2;
+                  }},
+        RoundTrip{"work_mode", {"work-mode", "2"}, " 2\n", [](const auto& s) { return s.current.work_mode == 2; }}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliSettings, FactoryResetBringsDefaultsBack) {
@@ -126,6 +178,41 @@ TEST_F(CliSettings, FactoryResetBringsDefaultsBack) {
     Result g = ctl({"get", "beep", "--format", "json"});
     Json j(cJSON_Parse(g.out.c_str()));
     EXPECT_EQ(num(j.get(), "beep"), uhfsim::Settings{}.beep_mode);
+}
+
+// Saved settings survive the restart; unsaved ones fall back.
+TEST_F(CliSettings, SavedPowerSurvivesAReset) {
+    ASSERT_EQ(ctl({"set", "power", "25", "--save"}).code, 0);
+    ASSERT_EQ(ctl({"set", "power", "2=20"}).code, 0);
+    ASSERT_EQ(ctl({"reset"}).code, 0);
+    Result g = ctl({"get", "power", "--format", "json"});
+    ASSERT_EQ(g.code, 0) << g.err;
+    Json j(cJSON_Parse(g.out.c_str()));
+    const cJSON* list = cJSON_GetObjectItem(j.get(), "power");
+    ASSERT_EQ(cJSON_GetArraySize(list), 4);
+    for (int i = 0; i < 4; i++) {
+        EXPECT_EQ(num(cJSON_GetArrayItem(list, i), "antenna"), i + 1);
+        EXPECT_EQ(num(cJSON_GetArrayItem(list, i), "read"), 25);
+    }
+}
+
+// A filter leaves only matching tags in the inventory.
+TEST_F(CliSettings, FilterNarrowsTheInventory) {
+    auto epcs = uhftest::field_epcs(uhftest::sim_options(2).tags);
+    ASSERT_EQ(epcs.size(), 2u);
+    std::string first = *epcs.begin();
+    ASSERT_NE(first.substr(0, 4), std::next(epcs.begin())->substr(0, 4));
+    Result f = ctl({"set", "filter", "epc", "0", first.substr(0, 4)});
+    ASSERT_EQ(f.code, 0) << f.err;
+    Result inv = ctl({"inventory", "--format", "json", "--unique", "--duration", "1"});
+    ASSERT_EQ(inv.code, 0) << inv.err;
+    auto lines = json_lines(inv.out);
+    ASSERT_EQ(lines.size(), 1u) << inv.out;
+    EXPECT_EQ(str(lines[0].get(), "epc"), first);
+
+    ASSERT_EQ(ctl({"set", "filter", "off"}).code, 0);
+    inv = ctl({"inventory", "--format", "json", "--unique", "--duration", "1"});
+    EXPECT_EQ(json_lines(inv.out).size(), 2u);
 }
 
 TEST_F(CliSettings, ResetRestartsTheReader) {
