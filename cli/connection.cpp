@@ -213,10 +213,6 @@ int Connections::targets(const ConnectOptions& o, std::vector<Target>& out, std:
               "(for example UHF_READER=tcp:192.168.1.50:8888)";
         return kUsage;
     }
-    if (out.size() > MAX_TERMINALS) {
-        err = "at most " + std::to_string(MAX_TERMINALS) + " readers at once";
-        return kUsage;
-    }
     return kOk;
 }
 

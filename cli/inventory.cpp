@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -117,29 +118,41 @@ std::string seconds3(double t) {
     return b;
 }
 
+double round3(double t) { return std::round(t * 1000) / 1000; }
+
+// Lines go out as they come, so a pipe reader sees reads live; a reader
+// that went away (`| head`) ends the run like Ctrl-C.
+void line_out(const std::string& line) {
+    if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) request_stop();
+}
+
 void print_read(const Session& s, const Read& r, const std::string& reader, double t) {
     std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
     std::string pc = hex(r.uii.data(), 2);
     if (s.format == Format::Json) {
         Json j(cJSON_CreateObject());
-        cJSON_AddNumberToObject(j.get(), "time", std::stod(seconds3(t)));
+        cJSON_AddNumberToObject(j.get(), "time", round3(t));
         cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
         cJSON_AddStringToObject(j.get(), "epc", epc.c_str());
         cJSON_AddStringToObject(j.get(), "pc", pc.c_str());
         if (!r.data.empty()) cJSON_AddStringToObject(j.get(), "data", hex(r.data).c_str());
         cJSON_AddNumberToObject(j.get(), "rssi", r.rssi / 10.0);
         cJSON_AddNumberToObject(j.get(), "antenna", r.antenna);
-        std::printf("%s\n", json_line(j.get()).c_str());
+        line_out(json_line(j.get()));
     } else {
-        std::printf("%s,%s,%s,%s,%s,%s,%d\n", seconds3(t).c_str(), reader.c_str(), epc.c_str(), pc.c_str(),
-                    hex(r.data).c_str(), dbm(r.rssi).c_str(), r.antenna);
+        line_out(seconds3(t) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) + "," +
+                 std::to_string(r.antenna));
     }
 }
 
-std::string mean_dbm(const TagSeen& t) {
-    return dbm(static_cast<int>(t.reads ? (t.rssi_sum - static_cast<int64_t>(t.reads) / 2) / static_cast<int64_t>(t.reads)
-                                        : 0));
+// Mean RSSI in 0.1 dBm, rounded half away from zero (RSSI is negative).
+int mean_tenths(const TagSeen& t) {
+    if (t.reads == 0) return 0;
+    auto n = static_cast<int64_t>(t.reads);
+    return static_cast<int>((t.rssi_sum - n / 2) / n);
 }
+
+std::string mean_dbm(const TagSeen& t) { return dbm(mean_tenths(t)); }
 
 void print_unique(const Session& s, const InventoryResult& r) {
     for (const TagSeen& t : r.tags) {
@@ -151,11 +164,11 @@ void print_unique(const Session& s, const InventoryResult& r) {
             if (!t.data.empty()) cJSON_AddStringToObject(j.get(), "data", t.data.c_str());
             cJSON_AddNumberToObject(j.get(), "reads", static_cast<double>(t.reads));
             cJSON_AddNumberToObject(j.get(), "rssi_last", t.rssi_last / 10.0);
-            cJSON_AddNumberToObject(j.get(), "rssi_mean", std::stod(mean_dbm(t)));
+            cJSON_AddNumberToObject(j.get(), "rssi_mean", mean_tenths(t) / 10.0);
             cJSON_AddNumberToObject(j.get(), "rssi_max", t.rssi_max / 10.0);
             cJSON_AddNumberToObject(j.get(), "antenna", t.antenna);
-            cJSON_AddNumberToObject(j.get(), "first_seen", std::stod(seconds3(t.first)));
-            cJSON_AddNumberToObject(j.get(), "last_seen", std::stod(seconds3(t.last)));
+            cJSON_AddNumberToObject(j.get(), "first_seen", round3(t.first));
+            cJSON_AddNumberToObject(j.get(), "last_seen", round3(t.last));
             std::printf("%s\n", json_line(j.get()).c_str());
         } else {
             std::printf("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(),

@@ -37,7 +37,12 @@ void install_stop_handler() {
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
+    // A closed pipe or socket shows up as a write error instead of killing
+    // the tool with the reader still inventorying.
+    signal(SIGPIPE, SIG_IGN);
 }
+
+void request_stop() { g_stop = 1; }
 
 bool stop_requested() { return g_stop != 0; }
 

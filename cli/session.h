@@ -36,5 +36,6 @@ int reader_failed(const Reader& r, const std::string& what);
 // reader cleanly instead of dying with it running.
 void install_stop_handler();
 bool stop_requested();
+void request_stop();
 
 }  // namespace uhfctl

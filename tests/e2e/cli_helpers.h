@@ -165,6 +165,11 @@ public:
         return all + buf_;
     }
     void signal(int sig) { kill(pid_, sig); }
+    // The reading end goes away, as when `| head -1` has had its line.
+    void close_output() {
+        if (fd_ >= 0) close(fd_);
+        fd_ = -1;
+    }
     int wait() {
         int status = 0;
         waitpid(pid_, &status, 0);

@@ -37,6 +37,10 @@ protected:
         ASSERT_TRUE(server->start());
         where = "127.0.0.1:" + std::to_string(server->port());
     }
+    // uhfctl sends one stop when it opens a reader (one left inventorying
+    // would keep streaming); a run that stopped its inventory sent another.
+    uint64_t stops() const { return server->stats().requests[0x8C]; }
+
     uhfsim::SimOptions opts;
     std::unique_ptr<uhfsim::TcpServer> server;
     std::string where;
@@ -81,7 +85,7 @@ TEST_F(CliInventory, CountStopsAfterThatManyReadsAndTheReaderIsStopped) {
     Result r = uhfctl({"--tcp", where, "inventory", "--format", "json", "--count", "5"});
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(json_lines(r.out).size(), 5u);
-    EXPECT_GE(server->stats().requests[0x8C], 1u);
+    EXPECT_GE(stops(), 2u);
 }
 
 TEST_F(CliInventory, UniqueGivesOneRecordPerTagWithStatistics) {
@@ -135,7 +139,16 @@ TEST_F(CliInventory, CtrlCStopsTheReaderAndExitsZero) {
     std::string rest = child.rest();
     EXPECT_EQ(child.wait(), 0);
     for (const auto& line : json_lines(rest)) EXPECT_NE(line, nullptr);
-    EXPECT_GE(server->stats().requests[0x8C], 1u);
+    EXPECT_GE(stops(), 2u);
+}
+
+TEST_F(CliInventory, ClosedPipeStopsTheReaderCleanly) {
+    Background child(UHFCTL_PATH, {"--tcp", where, "inventory", "--format", "json"});
+    std::string first;
+    ASSERT_TRUE(child.line(first));
+    child.close_output();
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_GE(stops(), 2u);
 }
 
 TEST(CliInventorySim, SeveralReadersAreToldApart) {
