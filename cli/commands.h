@@ -21,6 +21,10 @@ struct Context {
     bool opens_itself = false;  // demo brings its own reader
 };
 
+// Makes run the command when cmd is chosen; with formats, adds --format
+// (the first is the default; "table" and "text" both mean text).
+void set_runner(CLI::App* cmd, Context& ctx, std::function<int()> run, const std::vector<std::string>& formats = {});
+
 void add_inventory_command(CLI::App& app, Context& ctx);
 void add_demo_command(CLI::App& app, Context& ctx);
 void add_info_command(CLI::App& app, Context& ctx);

@@ -14,8 +14,6 @@ namespace {
 
 using Args = std::vector<std::string>;
 
-int status(int rc) { return rc == 0 ? kOk : kReaderFailed; }
-
 int usage(std::string& err, const std::string& why) {
     err = why;
     return kUsage;
@@ -34,10 +32,7 @@ Value switch_value(unsigned char flag) {
 }
 
 Setting on_off(const char* name, const char* help, int (*get)(unsigned char*), int (*set)(unsigned char)) {
-    Setting s;
-    s.name = name;
-    s.help = help;
-    s.syntax = "on|off";
+    Setting s = make_setting(name, help, "on|off");
     s.get = [get](Value& v) {
         unsigned char f = 0;
         if (get(&f) != 0) return false;
@@ -47,7 +42,7 @@ Setting on_off(const char* name, const char* help, int (*get)(unsigned char*), i
     s.set = [set](const Args& a, bool, std::string& err) {
         unsigned char f = 0;
         if (!parse_switch(a, f)) return usage(err, "expected on or off");
-        return status(set(f));
+        return set_status(set(f));
     };
     return s;
 }
@@ -76,10 +71,7 @@ bool parse_dbm(const std::string& text, uint16_t& centi) {
 }
 
 Setting power() {
-    Setting s;
-    s.name = "power";
-    s.help = "Read/write power per antenna, dBm";
-    s.syntax = "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]";
+    Setting s = make_setting("power", "Read/write power per antenna, dBm", "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]");
     s.get = [](Value& v) {
         std::vector<AntennaPower> list;
         if (!antenna_powers(list)) return false;
@@ -133,10 +125,7 @@ Setting power() {
 }
 
 Setting antennas() {
-    Setting s;
-    s.name = "antennas";
-    s.help = "Antennas in use";
-    s.syntax = "N[,N...] (1..16) [--save]";
+    Setting s = make_setting("antennas", "Antennas in use", "N[,N...] (1..16) [--save]");
     s.get = [](Value& v) {
         unsigned char mask[2] = {};
         if (UHFGetANT(mask) != 0) return false;
@@ -165,7 +154,7 @@ Setting antennas() {
             start = comma + 1;
         }
         unsigned char mask[2] = {static_cast<unsigned char>(bits >> 8), static_cast<unsigned char>(bits)};
-        return status(UHFSetANT(save ? 1 : 0, mask));
+        return set_status(UHFSetANT(save ? 1 : 0, mask));
     };
     return s;
 }
@@ -174,10 +163,7 @@ Setting antennas() {
 const std::pair<const char*, int> kRegions[] = {{"fcc", 1}, {"etsi", 2}, {"china-920", 3}, {"china-840", 4}};
 
 Setting region() {
-    Setting s;
-    s.name = "region";
-    s.help = "Regulatory region code";
-    s.syntax = "fcc|etsi|china-920|china-840|CODE [--save]";
+    Setting s = make_setting("region", "Regulatory region code", "fcc|etsi|china-920|china-840|CODE [--save]");
     s.get = [](Value& v) {
         uint8_t r = 0;
         if (UHFGetRegion(&r) != 0) return false;
@@ -193,16 +179,13 @@ Setting region() {
         for (const auto& [name, c] : kRegions)
             if (a[0] == name) code = static_cast<unsigned long>(c), known = true;
         if (!known) return usage(err, a[0] + ": expected fcc, etsi, china-920, china-840 or a code 0..255");
-        return status(UHFSetRegion(save, static_cast<uint8_t>(code)));
+        return set_status(UHFSetRegion(save, static_cast<uint8_t>(code)));
     };
     return s;
 }
 
 Setting frequencies() {
-    Setting s;
-    s.name = "frequencies";
-    s.help = "Hopping table, kHz";
-    s.syntax = "KHZ ... (at most 84)";
+    Setting s = make_setting("frequencies", "Hopping table, kHz", "KHZ ... (at most 84)");
     s.get = [](Value& v) {
         static unsigned int f[257];
         if (UHFGetJumpFrequency(f) != 0 || f[0] > 256) return false;
@@ -224,27 +207,7 @@ Setting frequencies() {
             if (!parse_uint(a[i], 1, 0xFFFFFF, k)) return usage(err, a[i] + ": expected a frequency in kHz");
             f[i] = static_cast<unsigned int>(k);
         }
-        return status(UHFSetJumpFrequency(static_cast<unsigned char>(a.size()), f));
-    };
-    return s;
-}
-
-Setting byte_setting(const char* name, const char* help, const char* syntax, unsigned long max,
-                     int (*get)(unsigned char*), std::function<int(bool, unsigned char)> set) {
-    Setting s;
-    s.name = name;
-    s.help = help;
-    s.syntax = syntax;
-    s.get = [get](Value& v) {
-        unsigned char b = 0;
-        if (get(&b) != 0) return false;
-        v = number_value(b, std::to_string(b));
-        return true;
-    };
-    s.set = [set, max](const Args& a, bool save, std::string& err) {
-        unsigned long n = 0;
-        if (a.size() != 1 || !parse_uint(a[0], 0, max, n)) return usage(err, "expected one value 0.." + std::to_string(max));
-        return status(set(save, static_cast<unsigned char>(n)));
+        return set_status(UHFSetJumpFrequency(static_cast<unsigned char>(a.size()), f));
     };
     return s;
 }
@@ -270,10 +233,7 @@ bool get_gen2(Gen2& g) {
 }
 
 Setting gen2() {
-    Setting s;
-    s.name = "gen2";
-    s.help = "Gen2 air parameters";
-    s.syntax = "--FIELD N ... or FIELD=N ... (target action t q startq minq maxq d coding p sel session g lf)";
+    Setting s = make_setting("gen2", "Gen2 air parameters", "--FIELD N ... or FIELD=N ... (target action t q startq minq maxq d coding p sel session g lf)");
     s.get = [](Value& v) {
         Gen2 g;
         if (!get_gen2(g)) return false;
@@ -307,7 +267,7 @@ Setting gen2() {
         if (!get_gen2(g)) return static_cast<int>(kReaderFailed);
         for (auto [idx, n] : changes) g.f[idx] = n;
         const unsigned char* f = g.f;
-        return status(UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
+        return set_status(UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
     };
     return s;
 }
@@ -315,10 +275,7 @@ Setting gen2() {
 const char* const kModes[3] = {"epc", "epc+tid", "epc+tid+user"};
 
 Setting mode() {
-    Setting s;
-    s.name = "mode";
-    s.help = "What inventory reports besides the EPC";
-    s.syntax = "epc|epc+tid|epc+tid+user [USER_WORD USER_WORDS] [--save]";
+    Setting s = make_setting("mode", "What inventory reports besides the EPC", "epc|epc+tid|epc+tid+user [USER_WORD USER_WORDS] [--save]");
     s.get = [](Value& v) {
         uint8_t m[3] = {};
         if (UHFGetEPCTIDUSERMode(0, 0, m) < 0 || m[0] > 2) return false;
@@ -338,20 +295,17 @@ Setting mode() {
         bool ok = m >= 0 && (a.size() == 1 || (m == 2 && a.size() == 3 && parse_uint(a[1], 0, 255, addr) &&
                                                parse_uint(a[2], 0, 255, words)));
         if (!ok) return usage(err, "expected epc, epc+tid, or epc+tid+user [USER_WORD USER_WORDS]");
-        return status(UHFSetEPCTIDUSERMode(save ? 1 : 0, static_cast<uint8_t>(m), static_cast<uint8_t>(addr),
+        return set_status(UHFSetEPCTIDUSERMode(save ? 1 : 0, static_cast<uint8_t>(m), static_cast<uint8_t>(addr),
                                            static_cast<uint8_t>(words)));
     };
     return s;
 }
 
 Setting filter() {
-    Setting s;
-    s.name = "filter";
-    s.help = "Inventory filter: only tags whose memory matches answer";
-    s.syntax = "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)";
+    Setting s = make_setting("filter", "Inventory filter: only tags whose memory matches answer", "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)");
     s.in_info = false;  // the reader has no query for it
     s.set = [](const Args& a, bool, std::string& err) {
-        if (a.size() == 1 && a[0] == "off") return status(UHFSetFilter(0, 1, 0, 0, nullptr));
+        if (a.size() == 1 && a[0] == "off") return set_status(UHFSetFilter(0, 1, 0, 0, nullptr));
         int bank = -1;
         const char* banks[4] = {"reserved", "epc", "tid", "user"};
         for (int i = 0; i < 4; i++)
@@ -361,7 +315,7 @@ Setting filter() {
         if (bank < 0 || !parse_uint(a[1], 0, 0xFFFF, addr) || !parse_hex(a[2], mask) || mask.empty() ||
             mask.size() > 94)
             return usage(err, "expected reserved|epc|tid|user BYTE_ADDR HEX (1..94 bytes), or off");
-        return status(UHFSetFilter(0, static_cast<uint8_t>(bank), static_cast<uint16_t>(addr),
+        return set_status(UHFSetFilter(0, static_cast<uint8_t>(bank), static_cast<uint16_t>(addr),
                                    static_cast<uint16_t>(mask.size()), mask.data()));
     };
     return s;

@@ -77,13 +77,7 @@ int run_raw(const Session& s, const RawOptions& o) {
 void add_debug_commands(CLI::App& app, Context& ctx) {
     auto* links = app.add_subcommand("links", "Open the readers and show the library's link table");
     links->footer("Example:\n  uhfctl --sim --sim links --format json");
-    auto format = std::make_shared<std::string>("text");
-    links->add_option("-f,--format", *format, "text or json (the library's own list)")
-        ->check(CLI::IsMember({"text", "json"}));
-    links->callback([&ctx, format] {
-        ctx.session.format = *format == "json" ? Format::Json : Format::Text;
-        ctx.run = [&ctx] { return run_links(ctx.session); };
-    });
+    set_runner(links, ctx, [&ctx] { return run_links(ctx.session); }, {"text", "json"});
 
     auto o = std::make_shared<RawOptions>();
     auto* raw = app.add_subcommand("raw", "Send one command frame and print the reply's code and data");
@@ -98,7 +92,7 @@ void add_debug_commands(CLI::App& app, Context& ctx) {
         ->check(CLI::Range(1u, 60000u))
         ->capture_default_str();
     raw->add_flag("--no-wait", o->no_wait, "Send only; do not wait for a reply");
-    raw->callback([&ctx, o] { ctx.run = [&ctx, o] { return run_raw(ctx.session, *o); }; });
+    set_runner(raw, ctx, [&ctx, o] { return run_raw(ctx.session, *o); });
 }
 
 }  // namespace uhfctl

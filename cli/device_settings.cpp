@@ -13,17 +13,6 @@ namespace {
 std::string counted_text(const uint8_t* buf, size_t n, size_t cap) { return std::string(
         reinterpret_cast<const char*>(buf + 1), n < cap ? n : cap); }
 
-bool one_byte_arg(const std::vector<std::string>& args, uint8_t& out, std::string& err) {
-    unsigned long v = 0;
-    if (args.size() != 1 || !parse_uint(args[0], 0, 255, v)) {
-        err = "expected one value 0..255";
-        return false;
-    }
-    out = static_cast<uint8_t>(v);
-    return true;
-}
-
-int status(int rc) { return rc == 0 ? kOk : kReaderFailed; }
 
 // "A.B.C.D[:PORT]"; the port stays as it was when not given.
 bool parse_address(const std::string& text, uint8_t ip[4], uint8_t port[2], std::string& err) {
@@ -101,30 +90,11 @@ void identity(std::vector<Setting>& out) {
 }
 
 void io(std::vector<Setting>& out) {
-    out.push_back({"temp-protect", "Over-temperature protection byte", "VALUE (0..255)",
-                   [](Value& v) {
-                       unsigned char f = 0;
-                       if (UHFGetTemperatureProtect(&f) != 0) return false;
-                       v = number_value(f, std::to_string(f));
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       uint8_t f = 0;
-                       if (!one_byte_arg(a, f, err)) return static_cast<int>(kUsage);
-                       return status(UHFSetTemperatureProtect(f));
-                   }});
-    out.push_back({"beep", "Beeper mode", "MODE (0..255; the reader defines the modes)",
-                   [](Value& v) {
-                       uint8_t m = 0;
-                       if (UHFGetBeep(&m) != 0) return false;
-                       v = number_value(m, std::to_string(m));
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       uint8_t m = 0;
-                       if (!one_byte_arg(a, m, err)) return static_cast<int>(kUsage);
-                       return status(UHFSetBeep(m));
-                   }});
+    out.push_back(byte_setting("temp-protect", "Over-temperature protection byte", "VALUE (0..255)", 255,
+                               UHFGetTemperatureProtect,
+                               [](bool, unsigned char f) { return UHFSetTemperatureProtect(f); }));
+    out.push_back(byte_setting("beep", "Beeper mode", "MODE (0..255; the reader defines the modes)", 255, UHFGetBeep,
+                               [](bool, unsigned char m) { return UHFSetBeep(m); }));
     out.push_back({"outputs", "Digital outputs 1 and 2", "1|2|all high|low",
                    [](Value& v) {
                        unsigned char s[2] = {};
@@ -144,7 +114,7 @@ void io(std::vector<Setting>& out) {
                            return static_cast<int>(kUsage);
                        }
                        unsigned char o1 = a[0] != "2", o2 = a[0] != "1";
-                       return status(UHFSetIOControl(o1, o2, a[1] == "high" ? 1 : 0));
+                       return set_status(UHFSetIOControl(o1, o2, a[1] == "high" ? 1 : 0));
                    }});
 }
 
@@ -169,7 +139,7 @@ void network(std::vector<Setting>& out) {
                            err = "mask and gateway must be A.B.C.D";
                            return static_cast<int>(kUsage);
                        }
-                       return status(a.size() == 3 ? UHFSetIp(ip, port, mask, gate)
+                       return set_status(a.size() == 3 ? UHFSetIp(ip, port, mask, gate)
                                                    : UHFSetIp(ip, port, nullptr, nullptr));
                    }});
     out.push_back({"dest-ip", "The address the reader sends to", "A.B.C.D[:PORT]",
@@ -187,7 +157,7 @@ void network(std::vector<Setting>& out) {
                        }
                        if (UHFGetDestIp(ip, port) != 0) return static_cast<int>(kReaderFailed);
                        if (!parse_address(a[0], ip, port, err)) return static_cast<int>(kUsage);
-                       return status(UHFSetDestIp(ip, port));
+                       return set_status(UHFSetDestIp(ip, port));
                    }});
     out.push_back({"user-params", "Opaque block kept in the reader, hex (at most 1023 bytes)", "HEX",
                    [](Value& v) {
@@ -205,7 +175,7 @@ void network(std::vector<Setting>& out) {
                            err = "expected at most 1023 bytes of hex";
                            return static_cast<int>(kUsage);
                        }
-                       return status(UHFUploadUserParam(block.data(), static_cast<unsigned short>(block.size())));
+                       return set_status(UHFUploadUserParam(block.data(), static_cast<unsigned short>(block.size())));
                    },
                    false});
 }

@@ -49,13 +49,7 @@ void add_info_command(CLI::App& app, Context& ctx) {
     cmd->footer(
         "What the reader does not answer shows as \"(no answer)\" (null in JSON).\n\n"
         "Examples:\n  uhfctl --tcp 192.168.1.50 info\n  uhfctl --sim info --format json");
-    auto format = std::make_shared<std::string>("text");
-    cmd->add_option("-f,--format", *format, "text or json (one object per reader)")
-        ->check(CLI::IsMember({"text", "json"}));
-    cmd->callback([&ctx, format] {
-        ctx.session.format = *format == "json" ? Format::Json : Format::Text;
-        ctx.run = [&ctx] { return run_info(ctx.session); };
-    });
+    set_runner(cmd, ctx, [&ctx] { return run_info(ctx.session); }, {"text", "json"});
 }
 
 }  // namespace uhfctl

@@ -329,22 +329,16 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"
         "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv");
     auto o = std::make_shared<InventoryOptions>();
-    auto format = std::make_shared<std::string>("table");
     cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::PositiveNumber);
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
-    cmd->add_option("-f,--format", *format, "table, json (JSON lines) or csv")
-        ->check(CLI::IsMember({"table", "json", "csv"}))
-        ->capture_default_str();
-    cmd->callback([&ctx, o, format] {
-        ctx.session.format = *format == "json" ? Format::Json : *format == "csv" ? Format::Csv : Format::Text;
-        ctx.run = [&ctx, o] {
-            InventoryOptions opts = *o;
-            opts.live = ctx.session.format == Format::Text && stdout_is_terminal();
-            InventoryResult r;
-            return run_inventory(ctx.session, opts, r);
-        };
-    });
+    auto run = [&ctx, o] {
+        InventoryOptions opts = *o;
+        opts.live = ctx.session.format == Format::Text && stdout_is_terminal();
+        InventoryResult r;
+        return run_inventory(ctx.session, opts, r);
+    };
+    set_runner(cmd, ctx, run, {"table", "json", "csv"});
 }
 
 }  // namespace uhfctl

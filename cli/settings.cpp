@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "session.h"
+
 namespace uhfctl {
 
 const std::vector<Setting>& all_settings() {
@@ -23,13 +25,41 @@ const Setting* find_setting(const std::string& name) {
     return nullptr;
 }
 
-Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get) {
+Setting make_setting(std::string name, std::string help, std::string syntax) {
     Setting s;
     s.name = std::move(name);
     s.help = std::move(help);
+    s.syntax = std::move(syntax);
+    return s;
+}
+
+Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get) {
+    Setting s = make_setting(std::move(name), std::move(help), "");
     s.get = std::move(get);
     return s;
 }
+
+Setting byte_setting(std::string name, std::string help, std::string syntax, unsigned long max,
+                     int (*get)(unsigned char*), std::function<int(bool, unsigned char)> set) {
+    Setting s = make_setting(std::move(name), std::move(help), std::move(syntax));
+    s.get = [get](Value& v) {
+        unsigned char b = 0;
+        if (get(&b) != 0) return false;
+        v = number_value(b, std::to_string(b));
+        return true;
+    };
+    s.set = [set, max](const std::vector<std::string>& a, bool save, std::string& err) {
+        unsigned long n = 0;
+        if (a.size() != 1 || !parse_uint(a[0], 0, max, n)) {
+            err = "expected one value 0.." + std::to_string(max);
+            return static_cast<int>(kUsage);
+        }
+        return set_status(set(save, static_cast<unsigned char>(n)));
+    };
+    return s;
+}
+
+int set_status(int rc) { return rc == 0 ? kOk : kReaderFailed; }
 
 Value text_value(const std::string& text) { return Value{text, Json(cJSON_CreateString(text.c_str()))}; }
 

@@ -38,7 +38,13 @@ void register_device_settings(std::vector<Setting>& out);    // I/O and network
 const std::vector<std::string>& gen2_fields();
 
 // Helpers for the families.
+Setting make_setting(std::string name, std::string help, std::string syntax);
 Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get);
+// A one-byte setting 0..max with a get and a set call.
+Setting byte_setting(std::string name, std::string help, std::string syntax, unsigned long max,
+                     int (*get)(unsigned char*), std::function<int(bool save, unsigned char)> set);
+// kOk for a library result of 0, else kReaderFailed.
+int set_status(int rc);
 Value text_value(const std::string& text);
 Value number_value(double n, const std::string& text);
 // "A.B.C.D" into 4 bytes.

@@ -77,12 +77,7 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
     get->footer("Names:\n" + settings_list(false) +
                 "\nExamples:\n  uhfctl --tcp 192.168.1.50 get beep outputs\n  uhfctl --sim get ip --format json");
     get->add_option("name", *names, "Setting names")->required();
-    auto format = std::make_shared<std::string>("text");
-    get->add_option("-f,--format", *format, "text or json")->check(CLI::IsMember({"text", "json"}));
-    get->callback([&ctx, names, format] {
-        ctx.session.format = *format == "json" ? Format::Json : Format::Text;
-        ctx.run = [&ctx, names] { return run_get(ctx.session, *names); };
-    });
+    set_runner(get, ctx, [&ctx, names] { return run_get(ctx.session, *names); }, {"text", "json"});
 
     auto name = std::make_shared<std::string>();
     auto values = std::make_shared<std::vector<std::string>>();
@@ -108,13 +103,11 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
 
     auto* reset = app.add_subcommand("reset", "Restart the reader: unsaved settings fall back to the saved ones");
     reset->footer("Example:\n  uhfctl --tcp 192.168.1.50 reset");
-    reset->callback([&ctx] {
-        ctx.run = [&ctx] { return run_simple(ctx.session, "reset", UHFSetSoftReset, "restarting"); };
-    });
+    set_runner(reset, ctx, [&ctx] { return run_simple(ctx.session, "reset", UHFSetSoftReset, "restarting"); });
     auto* factory = app.add_subcommand("factory-reset", "Restore the reader's factory settings");
     factory->footer("Example:\n  uhfctl --serial /dev/ttyUSB0 factory-reset");
-    factory->callback([&ctx] {
-        ctx.run = [&ctx] { return run_simple(ctx.session, "factory-reset", UHFSetDefaultMode, "factory settings restored"); };
+    set_runner(factory, ctx, [&ctx] {
+        return run_simple(ctx.session, "factory-reset", UHFSetDefaultMode, "factory settings restored");
     });
 }
 

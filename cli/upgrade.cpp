@@ -138,14 +138,12 @@ void add_upgrade_command(CLI::App& app, Context& ctx) {
     cmd->add_option("--settle-ms", o->settle_ms, "Pause after entering the boot loader and after the transfer")
         ->check(CLI::Range(0u, 10000u))
         ->capture_default_str();
-    cmd->callback([&ctx, o] {
-        ctx.run = [&ctx, o] {
-            std::ifstream in(o->file, std::ios::binary);
-            std::vector<uint8_t> image((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            if (!in.good() && !in.eof()) return fail(kUsage, "cannot read " + o->file);
-            if (image.empty()) return fail(kUsage, o->file + " is empty");
-            return ctx.session.each([&](const Reader& r) { return upgrade_one(r, *o, image); });
-        };
+    set_runner(cmd, ctx, [&ctx, o] {
+        std::ifstream in(o->file, std::ios::binary);
+        std::vector<uint8_t> image((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        if (!in.good() && !in.eof()) return fail(kUsage, "cannot read " + o->file);
+        if (image.empty()) return fail(kUsage, o->file + " is empty");
+        return ctx.session.each([&](const Reader& r) { return upgrade_one(r, *o, image); });
     });
 }
 
