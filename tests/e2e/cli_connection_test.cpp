@@ -54,6 +54,13 @@ TEST(CliConnection, MissingSerialPortExitsThree) {
     EXPECT_NE(r.err.find("cannot open serial /dev/uhfctl-no-such-port@9600"), std::string::npos) << r.err;
 }
 
+// The test machines have no reader on USB.
+TEST(CliConnection, NoUsbReaderExitsThree) {
+    Result r = uhfctl({"--usb", "info"});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_NE(r.err.find("no USB reader (HID 2047:0301) is plugged in"), std::string::npos) << r.err;
+}
+
 TEST(CliConnection, SecondReaderFailingClosesTheFirstAndExitsThree) {
     uhfsim::SimOptions o;
     o.tags = uhfsim::TagField::random(2, 3);
