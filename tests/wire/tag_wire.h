@@ -1,0 +1,76 @@
+// Shared pieces of the tag-access wire tests: a fixture that scripts one
+// reply per call and reads back the newest request, and the sample tag.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "link_helpers.h"
+
+namespace tagtest {
+
+using uhftest::Bytes;
+
+// The sample tag: PC 0x3000 (six EPC words) and a 96-bit EPC.
+inline const Bytes kUii = {0x30, 0x00, 0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
+inline const Bytes kPwdBytes = {0x12, 0x34, 0x56, 0x78};
+
+class TagWire : public uhftest::WireTest {
+protected:
+    // Scripts the reply (data of a frame with code reply_code, or silence
+    // when empty), runs call and returns its result. Expects the call to make
+    // exactly one exchange.
+    int run(uint8_t reply_code, std::optional<Bytes> reply, const std::function<int()>& call) {
+        size_t before = reader.requests().size();
+        if (reply) {
+            reader.reply_frame(reply_code, *reply);
+        } else {
+            reader.silence();
+        }
+        int r = call();
+        EXPECT_EQ(reader.requests().size(), before + 1);
+        return r;
+    }
+
+    // Command code and data of the newest request.
+    uint8_t last_cmd() const {
+        auto reqs = reader.requests();
+        return reqs.empty() || reqs.back().size() < 8 ? 0 : reqs.back()[4];
+    }
+    Bytes last_data() const {
+        auto reqs = reader.requests();
+        if (reqs.empty() || reqs.back().size() < 8) return {};
+        const Bytes& f = reqs.back();
+        return Bytes(f.begin() + 5, f.end() - 3);
+    }
+
+    // Checks that none of the calls sent a byte: a good exchange after them
+    // must be the first and only thing the reader saw.
+    void expect_silent_refusals(const std::function<void()>& calls) {
+        calls();
+        reader.reply_frame(0xB3, {0x01});
+        ASSERT_EQ(UHF_Dwelltime(1, 1), 0);
+        auto reqs = reader.requests();
+        ASSERT_EQ(reqs.size(), 1u) << "a refused call reached the wire";
+        EXPECT_EQ(reqs[0], uhftest::frame(0xB2, {0, 0, 0, 1, 0, 0, 0, 1}));
+    }
+
+    uint8_t pwd[4] = {0x12, 0x34, 0x56, 0x78};
+    // A mask long enough for every filter length used (the sample EPC first).
+    uint8_t mask[16] = {0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0x11, 0x22, 0x33, 0x44};
+};
+
+// The filter blocks the tables send (bank 1, bit address 0x20, the mask
+// member of TagWire), written out as the wire must carry them.
+struct FilterCase {
+    unsigned bits;
+    Bytes block;
+};
+inline const FilterCase kFilters[] = {
+    {0, {0x01, 0x00, 0x20, 0x00, 0x00}},
+    {9, {0x01, 0x00, 0x20, 0x00, 0x09, 0xE2, 0x00}},
+    {12, {0x01, 0x00, 0x20, 0x00, 0x0C, 0xE2, 0x00}},
+    {96, {0x01, 0x00, 0x20, 0x00, 0x60, 0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}},
+};
+
+}  // namespace tagtest
