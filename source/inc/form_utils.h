@@ -48,17 +48,34 @@ typedef struct {
 
 UHF_API extern OnDataReceived myOnDataRecved;
 
-/* Index of the first complete, check-correct command frame in buf, or -1. */
+/* Index of the first complete, check-correct command frame in buf, or -1.
+ * Start pairs A5/C8 then 5A/8C; length field 8..4096. */
 UHF_API int searchPack(const unsigned char* buf, int len);
-/* Build the cell list for a frame's data and hand it to the callback. */
+/* Build the cell list for a frame's data (command cmd, contentLen bytes)
+ * and hand it to the callback: 0x81/0x83 tag report, 0xE1/0xE8/0xEA/0xEC
+ * batch (one call per record), 0xE5 barcode. Nothing below 5 bytes or
+ * without a callback. Report cell lengths come from the PC word and a TID
+ * cell always claims 12 bytes, so they may reach past contentLen. */
 UHF_API void CallReceviedEvent(uint8_t cmd, uint8_t* content, uint16_t contentLen);
-/* Register the data callback; null switches delivery off. */
+/* Register the data callback (atomic store); null switches delivery off. */
 UHF_API void setOnDataReceived(OnDataReceived onDataRecved);
 
+/* Serialise: type, cmd, prop, len (big-endian), content. Returns 7 + len;
+ * 0 when an argument is null or len is over 512. */
 UHF_API unsigned short consistPackage(ST_TransPackage* stTrsns, unsigned char* buf);
+/* Fill stTrsns from len serialised bytes. 0 on success; 1 when len is not
+ * 7 + the embedded length (header fields are still written), when fewer
+ * than 7 bytes are given, or when the content would exceed 512 bytes. */
 UHF_API unsigned char parsePackage(unsigned char* buf, unsigned short len, ST_TransPackage* stTrsns);
+/* Stuff Len bytes in place into 7E ... check 7E (7E -> 7D 02, 7D -> 7D 01).
+ * buf must hold 2 * Len + 4 bytes. Returns the frame length; 0 when buf is
+ * null or Len is over 32765. */
 UHF_API unsigned short addPack(unsigned char* buf, unsigned short Len);
+/* Unstuff the frame from the first 7E in place to buf[0..]; returns the
+ * package length (the check byte stays behind it), 0 for a bad frame. */
 UHF_API unsigned short dropPack(unsigned char* buf, unsigned short len);
+/* One exchange of a transfer package on the selected link: 0 success, -1
+ * short send or reply length mismatch, -2 nothing received, -3 bad frame. */
 UHF_API int handleTransData(ST_TransPackage* stSend, ST_TransPackage* stRecv);
 
 UHF_END_DECLS

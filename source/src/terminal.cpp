@@ -15,6 +15,7 @@
 #include "globe_var.h"
 #include "log.h"
 #include "transport.h"
+#include "uhf/inventory.h"
 
 using namespace uhf;
 
@@ -98,7 +99,7 @@ ERROR_STATE dev_open(void) {
 
 void dev_close(void) {
     ST_Terminal& t = my_terminals[cur_index];
-    t.recv_task_running = 0;
+    inventory_quiesce(cur_index);
     switch (t.device_info.trans_type) {
     case TYPE_NETWORK: close(t.my_socket); break;
     case TYPE_USB: usbClose(); break;

@@ -1,0 +1,425 @@
+// Frame search, data-cell lists, and the transfer-package codec.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "form_utils.h"
+#include "scripted_reader.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes cat(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// ---- searchPack ----------------------------------------------------------
+
+// 00 then a frame of length 9: command 0x81, one data byte, check 0x89.
+const Bytes kGolden{0x00, 0xA5, 0x5A, 0x00, 0x09, 0x81, 0x01, 0x89, 0x0D, 0x0A};
+
+TEST(SearchPack, GoldenFrames) {
+    const Bytes body{0x00, 0x09, 0x81, 0x01, 0x89, 0x0D, 0x0A};
+    const Bytes bad_check{0xA5, 0x5A, 0x00, 0x09, 0x81, 0x01, 0x88, 0x0D, 0x0A};
+    struct Case {
+        const char* name;
+        Bytes bytes;
+        int want;
+    } cases[] = {
+        {"golden", kGolden, 1},
+        {"A5 5A at 0", Bytes(kGolden.begin() + 1, kGolden.end()), 0},
+        {"C8 8C", cat({0xC8, 0x8C}, body), 0},
+        {"A5 8C", cat({0xA5, 0x8C}, body), 0},
+        {"C8 5A", cat({0xC8, 0x5A}, body), 0},
+        {"wrong second byte", cat({0xA5, 0x5B}, body), -1},
+        {"bad check", bad_check, -1},
+        {"bad CR", {0xA5, 0x5A, 0x00, 0x09, 0x81, 0x01, 0x89, 0x0C, 0x0A}, -1},
+        {"bad LF", {0xA5, 0x5A, 0x00, 0x09, 0x81, 0x01, 0x89, 0x0D, 0x0B}, -1},
+        {"shortest frame, length 8", {0xA5, 0x5A, 0x00, 0x08, 0x81, 0x89, 0x0D, 0x0A}, 0},
+        {"length 7", {0xA5, 0x5A, 0x00, 0x07, 0x81, 0x86, 0x0D, 0x0A}, -1},
+        {"length 4097", cat({0xA5, 0x5A, 0x10, 0x01}, Bytes(4093, 0x00)), -1},
+        {"length 0", {0xA5, 0x5A, 0x00, 0x00, 0x00, 0x0D, 0x0A}, -1},
+        {"garbage and a false start first", cat({0x11, 0xA5, 0x00, 0xC8, 0x22}, kGolden), 6},
+        // A byte that breaks the start pair is not looked at again as a start.
+        {"A5 A5 5A", cat({0xA5}, Bytes(kGolden.begin() + 1, kGolden.end())), -1},
+        {"bad frame then good frame", cat(bad_check, kGolden), 10},
+        {"first of two frames", cat(kGolden, kGolden), 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(searchPack(c.bytes.data(), static_cast<int>(c.bytes.size())), c.want);
+    }
+}
+
+TEST(SearchPack, EveryTruncationFindsNothing) {
+    for (size_t n = 0; n < kGolden.size(); n++) {
+        SCOPED_TRACE(n);
+        const Bytes cut(kGolden.begin(), kGolden.begin() + n);
+        EXPECT_EQ(searchPack(cut.data(), static_cast<int>(n)), -1);
+    }
+    EXPECT_EQ(searchPack(nullptr, 10), -1);
+    EXPECT_EQ(searchPack(kGolden.data(), -1), -1);
+}
+
+TEST(SearchPack, LongestFrameAndLengthFieldInTheCheck) {
+    // Length 4096 is the upper bound; the length bytes are part of the XOR.
+    Bytes data(4096 - 8);
+    for (size_t i = 0; i < data.size(); i++) data[i] = static_cast<uint8_t>(i * 13);
+    const Bytes big = uhftest::frame(0xE1, data);
+    ASSERT_EQ(big.size(), 4096u);
+    EXPECT_EQ(searchPack(big.data(), 4096), 0);
+    EXPECT_EQ(searchPack(big.data(), 4095), -1);
+
+    // A check computed over command and data alone is wrong.
+    Bytes f = uhftest::frame(0x83, {1, 2, 3, 4, 5});
+    ASSERT_EQ(searchPack(f.data(), static_cast<int>(f.size())), 0);
+    f[f.size() - 3] ^= f[2] ^ f[3];
+    EXPECT_EQ(searchPack(f.data(), static_cast<int>(f.size())), -1);
+}
+
+// ---- CallReceviedEvent -----------------------------------------------------
+
+struct Cell {
+    uint8_t type;
+    uint16_t len;
+    long offset;  // from the start of content
+    bool operator==(const Cell&) const = default;
+};
+using Call = std::vector<Cell>;
+
+std::vector<Call> g_calls;
+const uint8_t* g_base = nullptr;
+
+void record_cells(ST_UHF_DATA_CELL* cells) {
+    Call call;
+    // A list longer than any the codec builds means a broken next chain.
+    for (ST_UHF_DATA_CELL* c = cells; c != nullptr && call.size() < 8; c = c->next)
+        call.push_back({c->type, c->len, c->pdata - g_base});
+    g_calls.push_back(call);
+}
+
+int g_other_calls = 0;
+void other_callback(ST_UHF_DATA_CELL*) { g_other_calls++; }
+
+class DataEvents : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_calls.clear();
+        g_other_calls = 0;
+        setOnDataReceived(record_cells);
+    }
+    void TearDown() override { setOnDataReceived(nullptr); }
+
+    // Content in its own heap block of exactly its size, so a read past
+    // contentLen trips ASan.
+    static std::vector<Call> deliver(uint8_t cmd, const Bytes& content) {
+        g_calls.clear();
+        Bytes copy = content;
+        g_base = copy.data();
+        CallReceviedEvent(cmd, copy.data(), static_cast<uint16_t>(copy.size()));
+        return g_calls;
+    }
+};
+
+// PC 0x3000 (12-byte EPC), EPC, then whatever follows, padded to n bytes.
+Bytes tag_report(size_t n) {
+    Bytes r{0x30, 0x00};
+    while (r.size() < n) r.push_back(static_cast<uint8_t>(0xE0 + r.size()));
+    r.resize(n);
+    return r;
+}
+
+TEST_F(DataEvents, SingleReportCells) {
+    enum { PC = CELL_UHF_PC, RSSI = CELL_UHF_RSSI, EPC = CELL_UHF_EPC, TID = CELL_UHF_TID, USER = CELL_UHF_USER };
+    struct Case {
+        const char* name;
+        uint8_t cmd;
+        Bytes content;
+        Call want;
+    } cases[] = {
+        {"PC+EPC+RSSI+ant", 0x81, tag_report(17), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 14}}},
+        {"same on 0x83", 0x83, tag_report(17), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 14}}},
+        {"one byte more claims a whole TID", 0x81, tag_report(18),
+         {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 15}, {TID, 12, 14}}},
+        {"with TID", 0x81, tag_report(29), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 26}, {TID, 12, 14}}},
+        {"with TID and 4 USER bytes", 0x83, tag_report(33),
+         {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 30}, {TID, 12, 14}, {USER, 4, 26}}},
+        {"2-byte EPC, shortest content", 0x81, {0x08, 0x00, 0xAB, 0xCD, 0xFF},
+         {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 2}}},
+        {"EPC length ignores low PC bits", 0x81, {0x0B, 0x00, 0xAB, 0xCD, 0xFF, 0x9C},
+         {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 3}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(deliver(c.cmd, c.content), std::vector<Call>{c.want});
+    }
+}
+
+TEST_F(DataEvents, BatchCellsOnePerRecord) {
+    enum { PC = CELL_UHF_PC, RSSI = CELL_UHF_RSSI, EPC = CELL_UHF_EPC };
+    // count 2; a 4-byte record (PC + RSSI only) and an 8-byte one.
+    const Bytes two{0x02, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x08, 0x30, 0x00, 0xE2, 0x00, 0x11, 0x22, 0xFF, 0x90};
+    const std::vector<Call> two_calls{{{PC, 2, 2}, {RSSI, 2, 4}}, {{PC, 2, 7}, {RSSI, 2, 13}, {EPC, 4, 9}}};
+    for (uint8_t cmd : {0xE1, 0xE8, 0xEA, 0xEC}) {
+        SCOPED_TRACE(static_cast<int>(cmd));
+        EXPECT_EQ(deliver(cmd, two), two_calls);
+    }
+
+    struct Case {
+        const char* name;
+        Bytes content;
+        std::vector<Call> want;
+    } cases[] = {
+        {"five-byte record has a one-byte EPC", {0x01, 0x05, 0x30, 0x00, 0x77, 0xFF, 0x9C},
+         {{{PC, 2, 2}, {RSSI, 2, 5}, {EPC, 1, 4}}}},
+        {"content of 6 bytes is too short", {0x01, 0x04, 0x30, 0x00, 0xFF, 0x9C}, {}},
+        {"count beyond the content stops at its end", cat(Bytes{0x09}, Bytes(two.begin() + 1, two.end())),
+         two_calls},
+        {"record running past the content", {0x02, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x20, 0x30, 0x00},
+         {{{PC, 2, 2}, {RSSI, 2, 4}}}},
+        {"record too short for a PC is skipped", {0x02, 0x01, 0x55, 0x04, 0x30, 0x00, 0xFF, 0x9C},
+         {{{PC, 2, 4}, {RSSI, 2, 6}}}},
+        {"zero records", {0x00, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x00}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(deliver(0xE1, c.content), c.want);
+    }
+}
+
+TEST_F(DataEvents, BarcodeAndIgnoredFrames) {
+    const Call barcode{{CELL_BARCODE, 5, 1}};
+    struct Case {
+        const char* name;
+        uint8_t cmd;
+        Bytes content;
+        std::vector<Call> want;
+    } cases[] = {
+        {"barcode", 0xE5, {0x02, 'A', 'B', 'C', 'D', 'E'}, {barcode}},
+        {"barcode of another kind", 0xE5, {0x01, 'A', 'B', 'C', 'D', 'E'}, {}},
+        {"four bytes are too few", 0x81, {0x30, 0x00, 0xFF, 0x9C}, {}},
+        {"four-byte barcode", 0xE5, {0x02, 'A', 'B', 'C'}, {}},
+        {"other command", 0x85, tag_report(17), {}},
+        {"stop-inventory reply", 0x8D, tag_report(17), {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(deliver(c.cmd, c.content), c.want);
+    }
+    CallReceviedEvent(0x81, nullptr, 17);
+    EXPECT_TRUE(g_calls.empty());
+}
+
+TEST_F(DataEvents, CallbackRegistration) {
+    Bytes report = tag_report(17);
+    setOnDataReceived(nullptr);
+    CallReceviedEvent(0x81, report.data(), 17);
+    EXPECT_TRUE(g_calls.empty());
+
+    setOnDataReceived(other_callback);
+    EXPECT_EQ(myOnDataRecved, &other_callback);
+    CallReceviedEvent(0x81, report.data(), 17);
+    EXPECT_EQ(g_other_calls, 1);
+    EXPECT_TRUE(g_calls.empty());
+
+    setOnDataReceived(record_cells);
+    EXPECT_EQ(deliver(0x81, report).size(), 1u);
+    EXPECT_EQ(g_other_calls, 1);
+}
+
+// ---- transfer packages -----------------------------------------------------
+
+// addPack works in place and needs 2 * Len + 4 bytes.
+Bytes stuffed(const Bytes& pkg) {
+    Bytes buf(2 * pkg.size() + 4, 0xEE);
+    std::copy(pkg.begin(), pkg.end(), buf.begin());
+    buf.resize(addPack(buf.data(), static_cast<uint16_t>(pkg.size())));
+    return buf;
+}
+
+TEST(TransferFrame, StuffingGoldenBytes) {
+    struct Case {
+        const char* name;
+        Bytes pkg;
+        Bytes frame;
+    } cases[] = {
+        {"flag byte, check is a flag too", {0x7E}, {0x7E, 0x7D, 0x02, 0x7D, 0x02, 0x7E}},
+        {"escape byte", {0x7D}, {0x7E, 0x7D, 0x01, 0x7D, 0x01, 0x7E}},
+        {"empty package", {}, {0x7E, 0x00, 0x7E}},
+        {"plain bytes", {0x01, 0x02, 0x04}, {0x7E, 0x01, 0x02, 0x04, 0x07, 0x7E}},
+        {"check needs an escape", {0x11, 0x6F}, {0x7E, 0x11, 0x6F, 0x7D, 0x02, 0x7E}},
+        {"check is 0x7D", {0x7C, 0x01}, {0x7E, 0x7C, 0x01, 0x7D, 0x01, 0x7E}},
+        {"mixed", {0x7D, 0x7E, 0x00}, {0x7E, 0x7D, 0x01, 0x7D, 0x02, 0x00, 0x03, 0x7E}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(stuffed(c.pkg), c.frame);
+    }
+}
+
+TEST(TransferFrame, RoundTripsThroughStuffing) {
+    std::vector<Bytes> pkgs = {
+        Bytes(1, 0x00), Bytes(40, 0x7E), Bytes(40, 0x7D), Bytes{0x7D, 0x02}, Bytes{0x7D, 0x01, 0x7E},
+    };
+    Bytes ramp(600);
+    for (size_t i = 0; i < ramp.size(); i++) ramp[i] = static_cast<uint8_t>(i * 7 + 0x70);
+    pkgs.push_back(ramp);
+    for (const Bytes& pkg : pkgs) {
+        SCOPED_TRACE(pkg.size());
+        Bytes frame = stuffed(pkg);
+        uint8_t check = 0;
+        for (uint8_t b : pkg) check ^= b;
+        ASSERT_EQ(dropPack(frame.data(), static_cast<uint16_t>(frame.size())), pkg.size());
+        EXPECT_EQ(Bytes(frame.begin(), frame.begin() + pkg.size()), pkg);
+        EXPECT_EQ(frame[pkg.size()], check);  // left behind the package
+    }
+}
+
+TEST(TransferFrame, UnstuffingGoldenAndBadFrames) {
+    struct Case {
+        const char* name;
+        Bytes frame;
+        unsigned short want;
+        Bytes pkg;
+    } cases[] = {
+        {"check passes", {0x7E, 0x01, 0x02, 0x03, 0x7E}, 2, {0x01, 0x02}},
+        {"noise before the flag", {0x00, 0x55, 0x7E, 0x01, 0x02, 0x03, 0x7E, 0x99}, 2, {0x01, 0x02}},
+        {"escaped bytes", {0x7E, 0x7D, 0x02, 0x7D, 0x01, 0x03, 0x7E}, 2, {0x7E, 0x7D}},
+        {"bad check", {0x7E, 0x01, 0x02, 0x7E}, 0, {}},
+        {"bad escape", {0x7E, 0x7D, 0x03, 0x7D, 0x03, 0x7E}, 0, {}},
+        {"escape at the end", {0x7E, 0x01, 0x7D}, 0, {}},
+        {"no closing flag", {0x7E, 0x01, 0x02, 0x03}, 0, {}},
+        {"no flag at all", {0x01, 0x02, 0x03}, 0, {}},
+        {"no check byte", {0x7E, 0x7E}, 0, {}},
+        {"nothing", {}, 0, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes buf = c.frame;
+        const unsigned short got = dropPack(buf.data(), static_cast<uint16_t>(buf.size()));
+        EXPECT_EQ(got, c.want);
+        if (got != 0) {
+            EXPECT_EQ(Bytes(buf.begin(), buf.begin() + got), c.pkg);
+        }
+    }
+    // The length bounds the scan even when the closing flag lies behind it.
+    Bytes frame{0x7E, 0x01, 0x02, 0x03, 0x7E};
+    EXPECT_EQ(dropPack(frame.data(), 4), 0);
+    EXPECT_EQ(dropPack(nullptr, 4), 0);
+}
+
+TEST(TransferFrame, StuffingRefusesWhatCannotBeCounted) {
+    EXPECT_EQ(addPack(nullptr, 3), 0);
+    // 2 * 32766 + 4 no longer fits the 16-bit result; nothing is touched.
+    Bytes big(2 * 32766 + 4, 0x11);
+    EXPECT_EQ(addPack(big.data(), 32766), 0);
+    EXPECT_EQ(big.front(), 0x11);
+}
+
+ST_TransPackage package(uint8_t type, uint16_t cmd, uint16_t prop, const Bytes& content) {
+    ST_TransPackage p{};
+    p.type = type;
+    p.cmd = cmd;
+    p.prop = prop;
+    p.len = static_cast<uint16_t>(content.size());
+    std::copy(content.begin(), content.end(), p.content);
+    return p;
+}
+
+bool same_package(const ST_TransPackage& a, const ST_TransPackage& b) {
+    return a.type == b.type && a.cmd == b.cmd && a.prop == b.prop && a.len == b.len &&
+           std::equal(a.content, a.content + a.len, b.content);
+}
+
+TEST(TransPackage, SerialisedLayout) {
+    ST_TransPackage p = package(0x12, 0x3456, 0x789A, {0xAA, 0xBB, 0xCC});
+    Bytes buf(16, 0xEE);
+    EXPECT_EQ(consistPackage(&p, buf.data()), 10);
+    EXPECT_EQ(buf, (Bytes{0x12, 0x34, 0x56, 0x78, 0x9A, 0x00, 0x03, 0xAA, 0xBB, 0xCC, 0xEE, 0xEE, 0xEE, 0xEE,
+                          0xEE, 0xEE}));
+}
+
+TEST(TransPackage, RoundTripThroughTheWireForm) {
+    Bytes full(512);
+    for (size_t i = 0; i < full.size(); i++) full[i] = static_cast<uint8_t>(0x7C + i % 4);  // 7C..7F
+    const ST_TransPackage cases[] = {
+        package(0, 0, 0, {}),
+        package(0x7E, 0x7D7E, 0x7E7D, {0x7E}),
+        package(0xFF, 0xFFFF, 0x0001, {0x00, 0x7D, 0x02}),
+        package(3, 0x0102, 0x0304, full),
+    };
+    for (const ST_TransPackage& sent : cases) {
+        SCOPED_TRACE(sent.len);
+        ST_TransPackage in = sent;
+        Bytes wire(2 * (7 + 512) + 4);
+        const unsigned short n = consistPackage(&in, wire.data());
+        ASSERT_EQ(n, 7 + sent.len);
+        const unsigned short framed = addPack(wire.data(), n);
+        const unsigned short unstuffed = dropPack(wire.data(), framed);
+        ASSERT_EQ(unstuffed, n);
+        ST_TransPackage got{};
+        EXPECT_EQ(parsePackage(wire.data(), unstuffed, &got), 0);
+        EXPECT_TRUE(same_package(got, sent));
+    }
+}
+
+TEST(TransPackage, LengthMismatchWritesHeaderOnly) {
+    const Bytes bytes{0x05, 0x00, 0x10, 0x00, 0x20, 0x00, 0x03, 0xA1, 0xA2, 0xA3, 0xA4};
+    struct Case {
+        const char* name;
+        unsigned short len;
+        unsigned char want;
+    } cases[] = {
+        {"exact", 10, 0},
+        {"one byte more", 11, 1},
+        {"one byte less", 9, 1},
+        {"header only", 7, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes buf(bytes.begin(), bytes.begin() + c.len);
+        ST_TransPackage got;
+        memset(&got, 0xEE, sizeof got);
+        EXPECT_EQ(parsePackage(buf.data(), c.len, &got), c.want);
+        EXPECT_EQ(got.type, 0x05);
+        EXPECT_EQ(got.cmd, 0x0010);
+        EXPECT_EQ(got.prop, 0x0020);
+        EXPECT_EQ(got.len, 3);
+        EXPECT_EQ(got.content[0], c.want == 0 ? 0xA1 : 0xEE);
+    }
+}
+
+TEST(TransPackage, OversizeAndShortInputAreRefused) {
+    ST_TransPackage untouched;
+    memset(&untouched, 0xEE, sizeof untouched);
+
+    // Fewer than 7 bytes: no header to read, nothing written.
+    Bytes shortbuf{0x01, 0x02, 0x03, 0x04, 0x05, 0x06};
+    ST_TransPackage got = untouched;
+    EXPECT_EQ(parsePackage(shortbuf.data(), 6, &got), 1);
+    EXPECT_EQ(memcmp(&got, &untouched, sizeof got), 0);
+    EXPECT_EQ(parsePackage(nullptr, 10, &got), 1);
+    EXPECT_EQ(parsePackage(shortbuf.data(), 6, nullptr), 1);
+
+    // Embedded length 600 and 607 bytes given: consistent, but bigger than
+    // the content array.
+    Bytes big(7 + 600, 0x33);
+    big[5] = 0x02;
+    big[6] = 0x58;
+    EXPECT_EQ(parsePackage(big.data(), static_cast<unsigned short>(big.size()), &got), 1);
+    EXPECT_EQ(got.content[0], 0xEE);
+
+    ST_TransPackage p = package(1, 2, 3, {});
+    p.len = 513;
+    Bytes out(8, 0x44);
+    EXPECT_EQ(consistPackage(&p, out.data()), 0);
+    EXPECT_EQ(out, Bytes(8, 0x44));
+    EXPECT_EQ(consistPackage(nullptr, out.data()), 0);
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// The three fetch calls unpack one queued report each, in their own layouts.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "UHF.h"
+#include "bytes_ops.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+const Bytes kUii = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x17, 0x22, 0x11, 0x01, 0x44, 0x55, 0x66, 0x77, 0x88};  // PC + 12-byte EPC
+const Bytes kTid = {0xE2, 0x80, 0x11, 0x05, 0x20, 0x00, 0x71, 0x3A, 0x9B, 0x0C, 0x0D, 0x1E};
+const Bytes kRssi = {0xFD, 0x7A};  // -646: -64.6 dBm
+
+class Fetch : public ::testing::Test {
+protected:
+    void SetUp() override { flushTagBuf(); }
+    void TearDown() override { flushTagBuf(); }
+    void queue(const Bytes& report, INVENTORY_MODE mode = NORMAL_INVENTORY, int id = 0x0102) {
+        ASSERT_EQ(addTagData(mode, report.data(), uint16_t(report.size()), id), report.size() + 3);
+    }
+    Bytes ex(int expect = 0) {
+        uint8_t out[512];
+        int n = -7;
+        EXPECT_EQ(UHF_GetReceived_EX(&n, out), expect);
+        return expect == 0 ? Bytes(out, out + n) : Bytes{};
+    }
+    Bytes tlv(int expect = 0) {
+        uint8_t out[512];
+        int n = -7;
+        EXPECT_EQ(UHFGetTagData(&n, out), expect);
+        if (expect == 0) {
+            EXPECT_EQ(out[n], 0);  // terminator after the items
+        }
+        return expect == 0 ? Bytes(out, out + n) : Bytes{};
+    }
+};
+
+}  // namespace
+
+TEST_F(Fetch, ReceivedExLayouts) {
+    struct Case {
+        const char* name;
+        Bytes report;
+        Bytes expected;
+    } cases[] = {
+        {"antenna, no data", kUii + kRssi + Bytes{2}, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{2}},
+        {"no antenna: defaults to 1", kUii + kRssi, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}},
+        {"TID data", kUii + kTid + kRssi + Bytes{3}, Bytes{14} + kUii + Bytes{12} + kTid + kRssi + Bytes{3}},
+        {"short EPC", Bytes{0x08, 0x00, 0xAB, 0xCD} + kRssi + Bytes{4},
+         Bytes{4, 0x08, 0x00, 0xAB, 0xCD, 0} + kRssi + Bytes{4}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        queue(c.report);
+        EXPECT_EQ(ex(), c.expected);
+    }
+    EXPECT_EQ(ex(-1), Bytes{});  // empty queue
+}
+
+TEST_F(Fetch, SensorValueIsDataToReceivedEx) {
+    queue(kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY);
+    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}));
+}
+
+TEST_F(Fetch, TagDataItems) {
+    struct Case {
+        const char* name;
+        Bytes report;
+        INVENTORY_MODE mode;
+        Bytes expected;
+    } cases[] = {
+        {"antenna", kUii + kRssi + Bytes{2}, NORMAL_INVENTORY,
+         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
+        {"no antenna", kUii + kRssi, NORMAL_INVENTORY,
+         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi},
+        // The data item stops one byte short of the RSSI.
+        {"TID minus its last byte", kUii + kTid + kRssi + Bytes{2}, NORMAL_INVENTORY,
+         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x07, 11} + Bytes(kTid.begin(), kTid.end() - 1) +
+             Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
+        {"sensor value", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY,
+         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x0B, 2, 0x01, 0x9A, 0x04, 2} + kRssi +
+             Bytes{0x05, 1, 1}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        queue(c.report, c.mode);
+        EXPECT_EQ(tlv(), c.expected);
+    }
+}
+
+TEST_F(Fetch, RssiOutsideTheWindowIsRefusedAndConsumed) {
+    struct Case {
+        Bytes rssi;
+        bool ok;
+    } cases[] = {{{0xFF, 0x06}, true},   // -250
+                 {{0xFF, 0x07}, false},  // -249
+                 {{0xFB, 0x50}, true},   // -1200
+                 {{0xFB, 0x4F}, false},  // -1201
+                 {{0x00, 0x10}, false}}; // positive
+    for (const Case& c : cases) {
+        queue(kUii + c.rssi + Bytes{1});
+        queue(kUii + c.rssi + Bytes{1});
+        queue(kUii + c.rssi + Bytes{1});
+        int want = c.ok ? 0 : -1;
+        ex(want);
+        tlv(want);
+        uint8_t out[96];
+        int n = 0;
+        EXPECT_EQ(UHF_GetTempTagReceived(&n, out), c.ok ? 0 : -1);
+        EXPECT_EQ(ex(-1), Bytes{});  // all three consumed
+    }
+}
+
+TEST_F(Fetch, TempTagLayout) {
+    Bytes report = kUii + Bytes{0xAA, 0xBB} + kRssi + Bytes{2};  // 19 bytes
+    queue(report);
+    uint8_t out[96];
+    int n = 0;
+    ASSERT_EQ(UHF_GetTempTagReceived(&n, out), 0);
+    EXPECT_EQ(n, int(report.size()) + 2);
+    Bytes want = Bytes{14} + kUii + Bytes{0} + Bytes(report.end() - 17, report.end());
+    EXPECT_EQ(Bytes(out, out + want.size()), want);
+    EXPECT_EQ(UHF_GetTempTagReceived(&n, out), -1);  // empty
+}
+
+TEST_F(Fetch, NullPointersAndShortReports) {
+    int n = 5;
+    uint8_t out[512];
+    queue(kUii + kRssi + Bytes{1});
+    EXPECT_EQ(UHFGetTagData(nullptr, out), 0);
+    EXPECT_EQ(UHFGetTagData(&n, nullptr), 0);
+    EXPECT_EQ(UHF_GetReceived_EX(nullptr, out), -1);
+    EXPECT_EQ(UHF_GetTempTagReceived(&n, nullptr), -1);
+    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}));  // still queued
+
+    // A PC claiming a longer EPC than the report holds.
+    queue(Bytes{0xF8, 0x00, 0x01, 0x02} + kRssi + Bytes{1});
+    EXPECT_EQ(ex(-1), Bytes{});
+    queue(Bytes{0xF8, 0x00, 0x01, 0x02} + kRssi + Bytes{1});
+    EXPECT_EQ(tlv(-1), Bytes{});
+}
+
+TEST_F(Fetch, BatchesAreSplitIntoRecordsAndNeverReadPastTheirEnd) {
+    Bytes a = kUii + kRssi + Bytes{1};
+    Bytes b = Bytes{0x08, 0x00, 0x12, 0x34} + kRssi + Bytes{2};
+    Bytes batch = Bytes{2, uint8_t(a.size())} + a + Bytes{uint8_t(b.size())} + b;
+    spliteTagData(batch.data(), batch.size(), 3);
+    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}));
+    EXPECT_EQ(ex(), (Bytes{4, 0x08, 0x00, 0x12, 0x34, 0} + kRssi + Bytes{2}));
+
+    Bytes lying = Bytes{5, 200} + a;  // count and length beyond the data
+    spliteTagData(lying.data(), lying.size(), 3);
+    Bytes empty = {0, 0, 0};
+    spliteTagData(empty.data(), empty.size(), 3);
+    spliteTagData(batch.data(), 2, 3);
+    EXPECT_EQ(ex(-1), Bytes{});
+}

@@ -1,0 +1,260 @@
+// The tag record queue: record layout, refusals, wrap-around, overflow and
+// the consumer's buffer rule.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "globe_var.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class TagQueue : public ::testing::Test {
+protected:
+    void SetUp() override { flushTagBuf(); }
+    void TearDown() override { flushTagBuf(); }
+
+    static bool ring_is_zero() {
+        return std::all_of(tag_buf, tag_buf + TAG_BUF_SIZE, [](unsigned char b) { return b == 0; });
+    }
+    // Place both indices at pos on an empty ring.
+    static void start_at(unsigned long pos) {
+        add_tag_index = pos;
+        drop_tag_index = pos;
+    }
+};
+
+Bytes report(size_t len, uint8_t seed) {
+    Bytes r(len);
+    for (size_t i = 0; i < len; i++) r[i] = static_cast<uint8_t>(seed + i * 7 + 1);
+    if (len > 0 && r[0] == 0) r[0] = 0x30;
+    return r;
+}
+
+// What getTagData hands back: id high, id low, mode, report.
+Bytes expected_record(int id, INVENTORY_MODE mode, const Bytes& rep) {
+    Bytes r{static_cast<uint8_t>(id >> 8), static_cast<uint8_t>(id & 0xFF), static_cast<uint8_t>(mode)};
+    r.insert(r.end(), rep.begin(), rep.end());
+    return r;
+}
+
+Bytes take(uint16_t capacity = 300) {
+    Bytes out(capacity, 0xCC);
+    uint16_t n = getTagData(out.data(), capacity);
+    out.resize(n);
+    return out;
+}
+
+TEST_F(TagQueue, EmptyQueueGivesNothingAndWritesNothing) {
+    Bytes out(16, 0xCC);
+    EXPECT_EQ(getTagData(out.data(), 16), 0);
+    EXPECT_EQ(out, Bytes(16, 0xCC));
+}
+
+TEST_F(TagQueue, RefusedReportsLeaveTheQueueUntouched) {
+    const Bytes zero_start{0x00, 0x00, 0x30, 0x00, 0x11};
+    const Bytes long_report = report(257, 3);
+    const Bytes one_zero{0x00};
+    struct Case {
+        const char* name;
+        const uint8_t* data;
+        uint16_t len;
+    } cases[] = {
+        {"starts 00 00", zero_start.data(), static_cast<uint16_t>(zero_start.size())},
+        {"257 bytes", long_report.data(), 257},
+        {"empty", zero_start.data() + 2, 0},
+        {"single zero byte", one_zero.data(), 1},
+        {"null data", nullptr, 12},
+    };
+    // A record already queued must survive every refusal.
+    const Bytes kept = report(10, 9);
+    ASSERT_EQ(addTagData(NORMAL_INVENTORY, kept.data(), 10, 7), 13);
+    const unsigned long add_before = add_tag_index;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(addTagData(NORMAL_INVENTORY, c.data, c.len, 1), 0);
+        EXPECT_EQ(add_tag_index, add_before);
+        EXPECT_EQ(drop_tag_index, 0u);
+    }
+    EXPECT_EQ(take(), expected_record(7, NORMAL_INVENTORY, kept));
+    EXPECT_TRUE(ring_is_zero());
+}
+
+TEST_F(TagQueue, RecordLayoutInTheRing) {
+    const Bytes rep{0x30, 0x00, 0xE2, 0x00, 0x12, 0x34, 0xFF, 0x9C, 0x01};
+    ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), 9, 0x1234), 12);
+    const Bytes ring(tag_buf, tag_buf + 14);
+    const Bytes want{12, 0x12, 0x34, 0x02, 0x30, 0x00, 0xE2, 0x00, 0x12, 0x34, 0xFF, 0x9C, 0x01, 0x00};
+    EXPECT_EQ(ring, want);
+    EXPECT_EQ(add_tag_index, 13u);
+}
+
+TEST_F(TagQueue, RecordsComeBackInOrderWithIdAndMode) {
+    struct Item {
+        INVENTORY_MODE mode;
+        int id;
+        Bytes rep;
+    } items[] = {
+        {NORMAL_INVENTORY, 0, report(2, 1)},
+        {SENSOR_INVENTORY, 0xABCD, report(40, 2)},
+        {NORMAL_INVENTORY, 19, report(1, 3)},
+        {SENSOR_INVENTORY, 0x0100, report(252, 4)},
+    };
+    for (const Item& it : items)
+        ASSERT_EQ(addTagData(it.mode, it.rep.data(), static_cast<uint16_t>(it.rep.size()), it.id),
+                  it.rep.size() + 3);
+    for (const Item& it : items) EXPECT_EQ(take(), expected_record(it.id, it.mode, it.rep));
+    EXPECT_EQ(take(), Bytes{});
+    EXPECT_TRUE(ring_is_zero());
+    EXPECT_EQ(add_tag_index, drop_tag_index);
+}
+
+// Only the low 8 bits of the size are stored; reports of 253..256 bytes are
+// accepted and their size byte wraps.
+TEST_F(TagQueue, SizeByteKeepsOnlyLowEightBits) {
+    struct Case {
+        uint16_t len;
+        uint8_t size_byte;
+        uint16_t first_take;
+    } cases[] = {
+        {252, 255, 255},
+        {253, 0, 0},  // looks like an empty queue
+        {254, 1, 1},
+        {256, 3, 3},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.len);
+        flushTagBuf();
+        const Bytes rep = report(c.len, 5);
+        EXPECT_EQ(addTagData(NORMAL_INVENTORY, rep.data(), c.len, 0x0102), c.len + 3);
+        EXPECT_EQ(tag_buf[0], c.size_byte);
+        EXPECT_EQ(add_tag_index, c.len + 4u);
+        EXPECT_EQ(take().size(), c.first_take);
+    }
+}
+
+TEST_F(TagQueue, TwoHundredFiftySixByteReportHandsBackOnlyIdAndMode) {
+    const Bytes rep = report(256, 11);
+    ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), 256, 0x0A0B), 259);
+    EXPECT_EQ(tag_buf[0], 3);
+    EXPECT_EQ(take(), (Bytes{0x0A, 0x0B, 0x02}));
+}
+
+TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
+    struct Case {
+        const char* name;
+        unsigned long start;
+        uint16_t len;
+    } cases[] = {
+        {"split inside the report", TAG_BUF_SIZE - 10, 40},
+        {"split inside the header", TAG_BUF_SIZE - 2, 20},
+        {"size byte is the last ring byte", TAG_BUF_SIZE - 1, 30},
+        {"record ends on the last ring byte", TAG_BUF_SIZE - 34, 30},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        flushTagBuf();
+        start_at(c.start);
+        const Bytes rep = report(c.len, 0x40);
+        ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), c.len, 0x55AA), c.len + 3);
+        const unsigned long after = (c.start + c.len + 4) & TAG_BUF_MASK;
+        EXPECT_EQ(add_tag_index, after);
+        EXPECT_EQ(tag_buf[c.start], c.len + 3);
+        EXPECT_EQ(take(), expected_record(0x55AA, SENSOR_INVENTORY, rep));
+        EXPECT_EQ(drop_tag_index, after);
+        EXPECT_TRUE(ring_is_zero());
+    }
+}
+
+TEST_F(TagQueue, ProducerCatchingUpFlushesEverything) {
+    const Bytes rep = report(200, 1);
+    int stored = 0;
+    while (addTagData(NORMAL_INVENTORY, rep.data(), 200, 1) == 203) stored++;
+    // 262144 / 204 bytes per record: the refusal comes once the ring is full.
+    EXPECT_EQ(stored, static_cast<int>(TAG_BUF_SIZE / 204));
+    EXPECT_EQ(add_tag_index, 0u);
+    EXPECT_EQ(drop_tag_index, 0u);
+    EXPECT_TRUE(ring_is_zero());
+    EXPECT_EQ(take(), Bytes{});
+    // The queue works again afterwards.
+    EXPECT_EQ(addTagData(NORMAL_INVENTORY, rep.data(), 200, 1), 203);
+    EXPECT_EQ(take(), expected_record(1, NORMAL_INVENTORY, rep));
+}
+
+// The new record may not reach the oldest unread one: its size byte, the
+// record and one spare byte (add + size + 1, inclusive) must all lie before
+// drop_tag_index.
+TEST_F(TagQueue, FullnessBoundaryAgainstTheOldestRecord) {
+    const Bytes rep = report(17, 2);  // size 20
+    struct Case {
+        unsigned long add;
+        unsigned long drop;
+        bool accepted;
+    } cases[] = {
+        {1000, 1000 + 21, false},
+        {1000, 1000 + 22, true},
+        {1000, 1000 + 1, false},
+        {TAG_BUF_SIZE - 5, 15, false},  // window wraps: end = 16
+        {TAG_BUF_SIZE - 5, 16, false},
+        {TAG_BUF_SIZE - 5, 17, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.add << " " << c.drop);
+        flushTagBuf();
+        add_tag_index = c.add;
+        drop_tag_index = c.drop;
+        EXPECT_EQ(addTagData(NORMAL_INVENTORY, rep.data(), 17, 3), c.accepted ? 20 : 0);
+        if (!c.accepted) {
+            EXPECT_EQ(add_tag_index, 0u);
+            EXPECT_EQ(drop_tag_index, 0u);
+        }
+    }
+}
+
+TEST_F(TagQueue, OccupiedByteAtTheAddIndexMeansFull) {
+    const Bytes first = report(8, 1);
+    ASSERT_EQ(addTagData(NORMAL_INVENTORY, first.data(), 8, 1), 11);
+    // A stale byte at the write position: the space is taken.
+    tag_buf[add_tag_index] = 0x01;
+    EXPECT_EQ(addTagData(NORMAL_INVENTORY, first.data(), 8, 1), 0);
+    EXPECT_TRUE(ring_is_zero());
+    EXPECT_EQ(take(), Bytes{});
+}
+
+TEST_F(TagQueue, TooSmallConsumerBufferLeavesTheRecordAtTheHead) {
+    const Bytes rep = report(20, 6);
+    ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), 20, 42), 23);
+    for (uint16_t capacity : {0, 1, 22, 22}) {
+        SCOPED_TRACE(capacity);
+        Bytes out(32, 0xCC);
+        EXPECT_EQ(getTagData(out.data(), capacity), 0);
+        EXPECT_EQ(out, Bytes(32, 0xCC));
+        EXPECT_EQ(drop_tag_index, 0u);
+        EXPECT_EQ(tag_buf[0], 23);
+    }
+    EXPECT_EQ(take(23), expected_record(42, SENSOR_INVENTORY, rep));
+    EXPECT_EQ(getTagData(nullptr, 100), 0);
+}
+
+TEST(TagQueueIsContain, CircularHalfOpenInterval) {
+    struct Case {
+        unsigned long from, end, index;
+        unsigned char want;
+    } cases[] = {
+        {10, 20, 10, 0}, {10, 20, 11, 1}, {10, 20, 20, 1}, {10, 20, 21, 0}, {10, 20, 0, 0},
+        // wrapping interval (20, 10]
+        {20, 10, 20, 0}, {20, 10, 21, 1}, {20, 10, 0, 1}, {20, 10, 10, 1}, {20, 10, 11, 0},
+        {20, 10, 15, 0},
+        // from == end takes the wrapping branch, which covers every index
+        {7, 7, 7, 1}, {7, 7, 3, 1}, {7, 7, 200000, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "(" << c.from << "," << c.end << "] " << c.index);
+        EXPECT_EQ(isContain(c.from, c.end, c.index), c.want);
+    }
+}
+
+}  // namespace

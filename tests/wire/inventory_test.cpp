@@ -1,0 +1,160 @@
+// Continuous inventory against a scripted reader: start, the receive thread,
+// the stop handshake, and a reader that misbehaves.
+#include <chrono>
+#include <thread>
+
+#include "link_helpers.h"
+
+using namespace uhftest;
+
+namespace {
+
+const Bytes kStop = frame(0x8C);
+
+Bytes report(uint8_t last_epc_byte, uint8_t antenna = 1) {
+    return {0x10, 0x00, 0xE2, 0x00, 0x00, last_epc_byte, 0xFD, 0x7A, antenna};  // 4-byte EPC
+}
+
+class Inventory : public WireTest {
+protected:
+    void TearDown() override {
+        // Whatever a test left running stops before the next one starts.
+        if (my_terminals[cur_index].recv_task_running) Stop_R2000Thread(cur_index);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        WireTest::TearDown();
+    }
+    // Answer every stop request with the stop reply.
+    void confirm_stops() {
+        reader.set_responder([](const Bytes& req) {
+            if (req.size() > 4 && req[4] == 0x8C) return frame(0x8D, {0x01});
+            return Bytes{};
+        });
+    }
+    // Poll UHF_GetReceived_EX until n reports came or ms passed.
+    std::vector<Bytes> drain(size_t n, int ms = 2000) {
+        std::vector<Bytes> got;
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+        while (got.size() < n && std::chrono::steady_clock::now() < end) {
+            uint8_t out[512];
+            int len = 0;
+            if (UHF_GetReceived_EX(&len, out) == 0)
+                got.emplace_back(out, out + len);
+            else
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return got;
+    }
+};
+
+}  // namespace
+
+TEST_F(Inventory, StartSendsTheStartFrameAndQueuesReports) {
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    ASSERT_TRUE(reader.wait_requests(1, 1000));
+    EXPECT_EQ(reader.requests()[0], frame(0x82, {0x00, 0x00}));
+
+    Bytes stream;
+    for (uint8_t i = 0; i < 20; i++) stream = stream + frame(0x83, report(i, uint8_t(1 + i % 4)));
+    stream = stream + frame(0x83, {0x10, 0x00, 0x01});  // 3 data bytes: ignored
+    reader.push(stream);
+    auto got = drain(20);
+    ASSERT_EQ(got.size(), 20u);
+    for (uint8_t i = 0; i < 20; i++)
+        EXPECT_EQ(got[i], (Bytes{6, 0x10, 0x00, 0xE2, 0x00, 0x00, i, 0, 0xFD, 0x7A, uint8_t(1 + i % 4)}));
+
+    EXPECT_EQ(UHFStopGet(), 0);
+    EXPECT_EQ(my_terminals[cur_index].recv_task_running, 0);
+}
+
+TEST_F(Inventory, ReportsSplitAcrossReadsAndBatchesAreQueued) {
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    reader.push(frame(0x83, report(7)), true);  // one byte per write
+    Bytes a = report(8), b = report(9, 2);
+    reader.push(frame(0xEC, Bytes{2, uint8_t(a.size())} + a + Bytes{uint8_t(b.size())} + b));
+    reader.push(frame(0x7F, {0x10, 0x00, 0xE2, 0x00, 0x00, 0x0A, 0x01, 0x9A, 0xFD, 0x7A, 0x03}));
+    auto got = drain(4);
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_EQ(got[0][6], 7);
+    EXPECT_EQ(got[1][6], 8);
+    EXPECT_EQ(got[2].back(), 2);
+    // Sensor reports queue in sensor mode: the tag-data form shows the value.
+    EXPECT_EQ(got[3], (Bytes{6, 0x10, 0x00, 0xE2, 0x00, 0x00, 0x0A, 2, 0x01, 0x9A, 0xFD, 0x7A, 0x03}));
+    EXPECT_EQ(UHFStopGet(), 0);
+}
+
+TEST_F(Inventory, StopReplyInTheSameReadDropsWhatFollows) {
+    ASSERT_EQ(UHFInventory(), 0);
+    ASSERT_TRUE(reader.wait_requests(1, 1000));
+    // The reader's last reports, its stop reply and a late report in one write.
+    reader.set_responder([](const Bytes& req) {
+        if (req.size() > 4 && req[4] == 0x8C)
+            return frame(0x83, report(1)) + frame(0x83, report(2)) + frame(0x8D, {0x01}) + frame(0x83, report(3));
+        return Bytes{};
+    });
+    EXPECT_EQ(UHFStopGet(), 0);
+    // Reports queued before the stop stay fetchable after it.
+    auto got = drain(3, 300);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0][6], 1);
+    EXPECT_EQ(got[1][6], 2);
+}
+
+TEST_F(Inventory, SilentReaderMakesStopFailAfterThreeAttempts) {
+    ASSERT_EQ(UHFInventory(), 0);
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(UHFStopGet(), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(590));
+    ASSERT_TRUE(reader.wait_requests(4, 1000));
+    auto reqs = reader.requests();
+    ASSERT_EQ(reqs.size(), 4u);
+    for (int i = 1; i < 4; i++) EXPECT_EQ(reqs[i], kStop);
+    // The thread was told to stop anyway.
+    EXPECT_EQ(my_terminals[cur_index].recv_task_running, 0);
+}
+
+TEST_F(Inventory, StopWithoutAThreadFails) {
+    confirm_stops();  // only a receive thread can see the reply
+    EXPECT_EQ(UHFStopGet(), -1);
+    EXPECT_EQ(Stop_R2000Thread(0), -1);
+}
+
+TEST_F(Inventory, NextStartEmptiesTheQueue) {
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    reader.push(frame(0x83, report(5)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_EQ(UHFStopGet(), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(UHFInventory(), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(drain(1, 100).empty());
+    EXPECT_EQ(UHFStopGet(), 0);
+}
+
+TEST_F(Inventory, ReaderHangingUpNeitherCrashesNorHangs) {
+    ASSERT_EQ(UHFInventory(), 0);
+    reader.push(frame(0x83, report(1)));
+    EXPECT_EQ(drain(1).size(), 1u);
+    reader.hang_up();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    uint8_t out[512];
+    int len = 0;
+    EXPECT_EQ(UHF_GetReceived_EX(&len, out), -1);
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(UHFStopGet(), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
+}
+
+TEST_F(Inventory, GarbageAndBrokenFramesAreSkipped) {
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    Bytes bad = frame(0x83, report(1));
+    bad[bad.size() - 3] ^= 0x55;  // check byte
+    reader.push(Bytes{0x00, 0xA5, 0x13, 0x37} + bad + Bytes(300, 0xA5) + frame(0x83, report(2)));
+    auto got = drain(2, 500);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0][6], 2);
+    EXPECT_EQ(UHFStopGet(), 0);
+}
