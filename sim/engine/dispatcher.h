@@ -51,11 +51,17 @@ class Dispatcher {
 void register_config(Dispatcher& d);
 void register_device(Dispatcher& d);
 void register_inventory(Dispatcher& d);
+void register_tag_memory(Dispatcher& d);
+void register_tag_security(Dispatcher& d);
+void register_qt(Dispatcher& d);
 
 inline void register_all(Dispatcher& d) {
   register_config(d);
   register_device(d);
   register_inventory(d);
+  register_tag_memory(d);
+  register_tag_security(d);
+  register_qt(d);
 }
 
 }  // namespace uhfsim

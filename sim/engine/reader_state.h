@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engine/tag_field.h"
 
@@ -32,6 +33,15 @@ struct Settings {
   uint8_t user_addr = 0;  // word address in USER
   uint8_t user_words = 0;
   bool sensor_inventory = false;  // reports become 0x7F with a sensor word
+  // Bank region added to every report (0x30); a count of 0 leaves the
+  // inventory mode's TID/USER data in place.
+  struct ReportBank {
+    uint8_t bank = 0;
+    uint8_t addr = 0;  // word address
+    uint8_t count = 0;  // words
+  } report_bank;
+  uint32_t dwell_time = 0;  // 0xB2, in the reader's own units
+  uint32_t dwell_count = 0;
 };
 
 // What the module is; not changed by commands.
@@ -44,11 +54,18 @@ struct Identity {
   uint8_t antenna_count = 4;
 };
 
+// Requests the reader accepts without modelling them, kept whole for tests.
+struct AcceptedBlocks {
+  std::vector<std::vector<uint8_t>> gb_locks;  // 0x06 sub 0x02 data
+  std::vector<std::vector<uint8_t>> b0;        // 0xB0 data: deactivate, crypto pass-through
+};
+
 struct ReaderState {
   Settings current;
   Settings saved;
   Identity identity;
   int16_t temperature_centi = 3150;  // 31.50 degrees C
+  AcceptedBlocks accepted;
 
   // Applies `change` to the live settings and, when asked, to the saved copy.
   template <typename F>
