@@ -9,6 +9,21 @@
 
 namespace uhfsim {
 
+// Bank, word address and word count: the target of the memory commands.
+struct Target {
+  uint8_t bank = 0;
+  uint16_t addr = 0;
+  uint16_t count = 0;
+};
+
+inline Target read_target(FieldReader& f) {
+  Target t;
+  t.bank = f.u8();
+  t.addr = f.u16();
+  t.count = f.u16();
+  return t;
+}
+
 // A failed access: 0x00, then the error code.
 inline std::string refuse(VirtualReader& r, const Request& req, AccessError e) {
   r.reply(reply_code(req), {kRejected, static_cast<uint8_t>(e)});

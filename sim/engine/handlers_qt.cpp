@@ -33,29 +33,37 @@ std::string get_qt(VirtualReader& r, const Request& req) {
   return "ok";
 }
 
+// Head, QT byte, then the target: 0x9B and 0x9D.
+struct QtAccess {
+  AccessHead head;
+  View view;
+  Target target;
+};
+
+QtAccess read_qt_access(FieldReader& f) {
+  QtAccess a;
+  a.head = read_head(f);
+  a.view = view_named(f.u8());
+  a.target = read_target(f);
+  return a;
+}
+
 std::string read_qt(VirtualReader& r, const Request& req) {
   FieldReader f(req.data);
-  const AccessHead head = read_head(f);
-  const uint8_t qt = f.u8();
-  const uint8_t bank = f.u8();
-  const uint16_t addr = f.u16();
-  const uint16_t count = f.u16();
+  const QtAccess a = read_qt_access(f);
   if (!f.at_end()) return refuse(r, req, AccessError::BadRequest);
   std::vector<uint16_t> words;
-  if (auto e = read_access(r, head, bank, addr, count, view_named(qt), words)) return refuse(r, req, *e);
+  const Target& t = a.target;
+  if (auto e = read_access(r, a.head, t.bank, t.addr, t.count, a.view, words)) return refuse(r, req, *e);
   return done(r, req, counted_words(words));
 }
 
 std::string write_qt(VirtualReader& r, const Request& req) {
   FieldReader f(req.data);
-  const AccessHead head = read_head(f);
-  const uint8_t qt = f.u8();
-  const uint8_t bank = f.u8();
-  const uint16_t addr = f.u16();
-  const uint16_t count = f.u16();
-  const auto data = f.bytes(2u * count);
+  const QtAccess a = read_qt_access(f);
+  const auto data = f.bytes(2u * a.target.count);
   if (!f.at_end()) return refuse(r, req, AccessError::BadRequest);
-  return finish(r, req, write_access(r, head, bank, addr, data, view_named(qt)));
+  return finish(r, req, write_access(r, a.head, a.target.bank, a.target.addr, data, a.view));
 }
 
 }  // namespace

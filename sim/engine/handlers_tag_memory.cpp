@@ -7,20 +7,6 @@ namespace uhfsim {
 
 namespace {
 
-struct Target {
-  uint8_t bank = 0;
-  uint16_t addr = 0;
-  uint16_t count = 0;
-};
-
-Target read_target(FieldReader& f) {
-  Target t;
-  t.bank = f.u8();
-  t.addr = f.u16();
-  t.count = f.u16();
-  return t;
-}
-
 std::string read(VirtualReader& r, const Request& req) {
   FieldReader f(req.data);
   const AccessHead head = read_head(f);

@@ -44,13 +44,7 @@ TEST_F(Qt, FilterFamilyRequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
-        struct Case {
-            const char* name;
-            uint8_t cmd;
-            Bytes reply;
-            std::function<int()> call;
-            Bytes request;
-        } cases[] = {
+        expect_requests({
             {"set", 0x97, {0x01}, [&] { return UHFSetQT(pwd, 1, 0x20, f.bits, mask, 0x40); }, head + Bytes{0x40}},
             {"get", 0x99, {0x01, 0x40}, [&] { return UHFGetQT(pwd, 1, 0x20, f.bits, mask, &qt); }, head},
             {"read", 0x9B, {0x01, 0x00, 0x00, 0x00},
@@ -65,13 +59,7 @@ TEST_F(Qt, FilterFamilyRequestBytes) {
             {"write, caller's filter", 0x9D, {0x01},
              [&] { return UHF_WriteQTData_Ex(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0104, 2, data); },
              head + Bytes{0x00, 0x03, 0x01, 0x04, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}},
-        };
-        for (const Case& c : cases) {
-            SCOPED_TRACE(c.name);
-            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
-            EXPECT_EQ(last_cmd(), c.cmd);
-            EXPECT_EQ(last_data(), c.request);
-        }
+        });
     }
 }
 
@@ -80,13 +68,7 @@ TEST_F(Qt, FilterFamilyRequestBytes) {
 TEST_F(Qt, StatusRules) {
     uint8_t qt = 0x77, n = 0;
     memcpy(uii, kUii.data(), kUii.size());
-    struct Case {
-        const char* name;
-        uint8_t cmd;
-        std::function<int()> call;
-        Bytes reply;
-        int result;
-    } cases[] = {
+    expect_results({
         {"set refused", 0x97, [&] { return UHFSetQT(pwd, 1, 0, 0, mask, 0); }, {0x00}, -1},
         {"get: status only", 0x99, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }, {0x01}, -1},
         {"get refused", 0x99, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }, {0x00, 0x01}, -1},
@@ -100,11 +82,7 @@ TEST_F(Qt, StatusRules) {
          {0x01, 0x0B}, 0},
         {"read by UII refused", 0x84, [&] { return UHF_ReadQTData(pwd, 3, 0, 1, uii, out); },
          {0x00, 0x00, 0x00, 0x01, 1, 2}, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), c.result);
-    }
+    });
     EXPECT_EQ(qt, 0x77);
 }
 

@@ -22,13 +22,7 @@ TEST_F(TagMemory, RequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
-        struct Case {
-            const char* name;
-            uint8_t cmd;
-            Bytes reply;
-            std::function<int()> call;
-            Bytes request;
-        } cases[] = {
+        expect_requests({
             {"read", 0x84, {0x01, 0x00, 0x00, 0x00},
              [&] { return UHFReadData(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0102, 4, out); },
              head + Bytes{0x03, 0x01, 0x02, 0x00, 0x04}},
@@ -44,13 +38,7 @@ TEST_F(TagMemory, RequestBytes) {
             {"screen block write", 0x90, {0x01, 0x01},
              [&] { return UHFWriteScreenBlockData(pwd, 1, 0x20, uint16_t(f.bits), mask, 0x07, 0x0304, 1, data); },
              Bytes{0x01} + head + Bytes{0x07, 0x03, 0x04, 0x00, 0x01, 0xA1, 0xA2}},
-        };
-        for (const Case& c : cases) {
-            SCOPED_TRACE(c.name);
-            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
-            EXPECT_EQ(last_cmd(), c.cmd);
-            EXPECT_EQ(last_data(), c.request);
-        }
+        });
     }
 }
 

@@ -11,6 +11,25 @@ namespace {
 
 class TagSecurity : public TagWire {
 protected:
+    struct AuthCase {
+        const char* name;
+        Bytes reply;
+        int result;
+        unsigned short len;  // *recvLen afterwards
+        Bytes data;          // what recvData holds
+    };
+    void expect_authenticate(decltype(&UHFAuthenticate) fn, const std::vector<AuthCase>& cases) {
+        for (const AuthCase& c : cases) {
+            SCOPED_TRACE(c.name);
+            unsigned short n = 0xBEEF;
+            memset(out, 0xEE, sizeof out);
+            EXPECT_EQ(run(0x8F, c.reply, [&] { return fn(0, 1, 0, mask, 0, 1, 0, nullptr, &n, out); }), c.result);
+            EXPECT_EQ(n, c.len);
+            EXPECT_EQ(Bytes(out, out + c.data.size()), c.data);
+            EXPECT_EQ(out[c.data.size()], 0xEE);
+        }
+    }
+
     uint8_t lock[3] = {0x0C, 0x03, 0x02};
     uint8_t out[64];
 };
@@ -22,13 +41,7 @@ TEST_F(TagSecurity, RequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
-        struct Case {
-            const char* name;
-            uint8_t cmd;
-            Bytes reply;
-            std::function<int()> call;
-            Bytes request;
-        } cases[] = {
+        expect_requests({
             {"kill", 0x8A, {0x01, 0x00}, [&] { return UHFKillTag(pwd, 1, 0x20, f.bits, mask); }, head},
             {"lock", 0x88, {0x01, 0x00}, [&] { return UHFLockTag(pwd, 1, 0x20, f.bits, mask, lock); },
              head + Bytes{0x0C, 0x03, 0x02}},
@@ -46,25 +59,13 @@ TEST_F(TagSecurity, RequestBytes) {
                  return UHFAuthenticate(0x12345678UL, 1, 0x20, mask, uint16_t(f.bits), 0x07, 2, lock, &n, out);
              },
              head + Bytes{0x03, 0x07, 0x0C, 0x03}},
-        };
-        for (const Case& c : cases) {
-            SCOPED_TRACE(c.name);
-            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
-            EXPECT_EQ(last_cmd(), c.cmd);
-            EXPECT_EQ(last_data(), c.request);
-        }
+        });
     }
 }
 
 TEST_F(TagSecurity, StatusRules) {
     uint8_t blocks[2] = {};
-    struct Case {
-        const char* name;
-        uint8_t cmd;
-        std::function<int()> call;
-        Bytes reply;
-        int result;
-    } cases[] = {
+    expect_results({
         {"kill done", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x00}, 0},
         {"kill, tag error", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x04}, -1},
         {"kill refused", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x00, 0x00}, -1},
@@ -82,11 +83,7 @@ TEST_F(TagSecurity, StatusRules) {
         {"deactivate refused", 0xB0, [&] { return UHF_Deactivate(1, pwd, 1, 0, 0, mask); }, {0x00}, -1},
         {"dwell accepted", 0xB2, [] { return UHF_Dwelltime(100, 3); }, {0x01}, 0},
         {"dwell refused", 0xB2, [] { return UHF_Dwelltime(100, 3); }, {0x02}, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), c.result);
-    }
+    });
 }
 
 TEST_F(TagSecurity, LockWithoutReplyReturnsOne) {
@@ -135,54 +132,22 @@ TEST_F(TagSecurity, AuthenticateRequest) {
 }
 
 TEST_F(TagSecurity, AuthenticateReplies) {
-    struct Case {
-        const char* name;
-        Bytes reply;
-        int result;
-        unsigned short len;  // *recvLen afterwards
-        Bytes data;          // what recvData holds
-    } cases[] = {
+    expect_authenticate(UHFAuthenticate, {
         {"two words", {0x01, 0x00, 0x00, 0x02, 1, 2, 3, 4}, 0, 4, {1, 2, 3, 4}},
         {"count 0", {0x01, 0x00, 0x00, 0x00}, -2, 0, {}},
         {"count beyond the reply", {0x01, 0x00, 0x00, 0x05, 1, 2, 3, 4}, -2, 10, {}},
         {"three bytes", {0x01, 0x00, 0x00}, -2, 0, {}},
         {"two bytes", {0x01, 0x00}, -1, 0xBEEF, {}},
         {"tag error", {0x01, 0x01, 0x00, 0x01, 1, 2}, -1, 0xBEEF, {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        unsigned short n = 0xBEEF;
-        memset(out, 0xEE, sizeof out);
-        EXPECT_EQ(run(0x8F, c.reply, [&] { return UHFAuthenticate(0, 1, 0, mask, 0, 1, 0, nullptr, &n, out); }),
-                  c.result);
-        EXPECT_EQ(n, c.len);
-        EXPECT_EQ(Bytes(out, out + c.data.size()), c.data);
-        EXPECT_EQ(out[c.data.size()], 0xEE);
-    }
+    });
 }
 
 TEST_F(TagSecurity, AuthenticateCommonHandsBackEverythingAfterTheStatus) {
-    struct Case {
-        const char* name;
-        Bytes reply;
-        int result;
-        unsigned short len;
-        Bytes data;
-    } cases[] = {
+    expect_authenticate(UHFAuthenticateCommon, {
         {"response", {0x01, 0x00, 0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}, 0, 6, {0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}},
         {"count 0 is not judged", {0x01, 0x00, 0x00, 0x00}, 0, 2, {0x00, 0x00}},
         {"refused: length cleared", {0x00, 0x00, 0x00}, -1, 0, {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        unsigned short n = 0xBEEF;
-        memset(out, 0xEE, sizeof out);
-        EXPECT_EQ(run(0x8F, c.reply, [&] { return UHFAuthenticateCommon(0, 1, 0, mask, 0, 1, 0, nullptr, &n, out); }),
-                  c.result);
-        EXPECT_EQ(n, c.len);
-        EXPECT_EQ(Bytes(out, out + c.data.size()), c.data);
-        EXPECT_EQ(out[c.data.size()], 0xEE);
-    }
+    });
 }
 
 TEST_F(TagSecurity, BadArgumentsSendNothing) {

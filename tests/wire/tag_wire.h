@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <vector>
 
 #include "link_helpers.h"
 
@@ -15,8 +16,44 @@ using uhftest::Bytes;
 inline const Bytes kUii = {0x30, 0x00, 0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
 inline const Bytes kPwdBytes = {0x12, 0x34, 0x56, 0x78};
 
+// One request-bytes row: the call, its command code, a good reply's data and
+// the request data the call must send.
+struct RequestCase {
+    const char* name;
+    uint8_t cmd;
+    Bytes reply;
+    std::function<int()> call;
+    Bytes request;
+};
+
+// One reply-status row: the call, its command code, a reply's data and the
+// result the call must give for it.
+struct ResultCase {
+    const char* name;
+    uint8_t cmd;
+    std::function<int()> call;
+    Bytes reply;
+    int result;
+};
+
 class TagWire : public uhftest::WireTest {
 protected:
+    void expect_results(const std::vector<ResultCase>& cases) {
+        for (const ResultCase& c : cases) {
+            SCOPED_TRACE(c.name);
+            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), c.result);
+        }
+    }
+
+    void expect_requests(const std::vector<RequestCase>& cases) {
+        for (const RequestCase& c : cases) {
+            SCOPED_TRACE(c.name);
+            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
+            EXPECT_EQ(last_cmd(), c.cmd);
+            EXPECT_EQ(last_data(), c.request);
+        }
+    }
+
     // Scripts the reply (data of a frame with code reply_code, or silence
     // when empty), runs call and returns its result. Expects the call to make
     // exactly one exchange.

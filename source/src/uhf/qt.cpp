@@ -29,6 +29,15 @@ Request& uii_request(Request& req, const uint8_t* pwd, const uint8_t* uii, size_
     return uii_filter(req, uii, uii_len).u8(0x00).u8(bank).u8(0x00).u8(static_cast<unsigned>(ptr) & 0xFF).u8(0x00).u8(cnt);
 }
 
+// Password, caller's filter, QT byte, then bank, word address and count, as
+// 0x9B/0x9D take them. False when an argument cannot be carried.
+bool qt_request(Request& req, const uint8_t* pwd, unsigned filter_bank, long long filter_addr, long long filter_len,
+                const uint8_t* mask, uint8_t qt, uint8_t bank, long long ptr, unsigned count) {
+    if (!fits16(ptr) || !start_access(req, pwd, filter_bank, filter_addr, filter_len, mask)) return false;
+    req.u8(qt).u8(bank).u16(static_cast<unsigned>(ptr)).u16(count);
+    return true;
+}
+
 // Inventories one tag, hands its UII to the caller and starts the request
 // addressed to it.
 bool single_request(Request& req, const uint8_t* pwd, uint8_t bank, int ptr, uint8_t cnt, uint8_t* uUii,
@@ -68,17 +77,17 @@ int send_accepted(uint8_t cmd, const Request& req) {
 
 int UHFSetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
              unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen)) return -1;
     RequestBuf<kFilterFamilyBuf> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData).u8(QTData);
+    if (!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData)) return -1;
+    req.u8(QTData);
     return send_accepted(0x97, req);
 }
 
 int UHFGetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
              unsigned int FilterLen, unsigned char* FilterData, unsigned char* QTData) {
-    if (QTData == nullptr || !filter_args_fit(FilterStartaddr, FilterLen)) return -1;
     RequestBuf<kFilterFamilyBuf> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
+    if (QTData == nullptr || !start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData))
+        return -1;
     Reply reply;
     if (exchange_checked(0x99, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
     *QTData = reply[1];
@@ -88,12 +97,10 @@ int UHFGetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int 
 int UHFReadQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
               unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData, unsigned char uBank,
               unsigned int uPtr, unsigned char uCnt, unsigned char* uReadDatabuf, unsigned char* uReadDataLen) {
-    if (uReadDatabuf == nullptr || uReadDataLen == nullptr || !filter_args_fit(FilterStartaddr, FilterLen) ||
-        !fits16(uPtr))
-        return -1;
     RequestBuf<kFilterFamilyBuf> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
-    req.u8(QTData).u8(uBank).u16(uPtr).u16(uCnt);
+    if (uReadDatabuf == nullptr || uReadDataLen == nullptr ||
+        !qt_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, QTData, uBank, uPtr, uCnt))
+        return -1;
     Reply reply;
     if (exchange_checked(0x9B, req, reply, tag_done) != 0) return -1;
     // The byte count is kept to 8 bits: 200 words report (and copy) 144 bytes.
@@ -106,10 +113,10 @@ int UHFReadQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int
 int UHFWriteQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData, unsigned char uBank,
                unsigned int uPtr, unsigned char uCnt, unsigned char* uDatabuf) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen) || !fits16(uPtr)) return -1;
     RequestBuf<kFilterFamilyBuf> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
-    req.u8(QTData).u8(uBank).u16(uPtr).u16(uCnt).bytes(uDatabuf, 2u * uCnt);
+    if (!qt_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, QTData, uBank, uPtr, uCnt))
+        return -1;
+    req.bytes(uDatabuf, 2u * uCnt);
     Reply reply;
     return exchange_checked(0x9D, req, reply, tag_done);
 }
@@ -149,9 +156,9 @@ int UHF_ReadQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t u
 
 int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                       int uPtr, uint8_t uCnt, uint8_t* uReadData) {
-    if (uReadData == nullptr || !filter_args_fit(ufPtr, ufCnt) || !fits16(uPtr)) return -1;
     RequestBuf<kUiiFamilyBuf> req;
-    access_head(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData).u8(0x00).u8(uBank).u16(uPtr).u8(0x00).u8(uCnt);
+    if (uReadData == nullptr || !qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt))
+        return -1;
     return read_words(0x9B, req, uReadData);
 }
 
@@ -175,9 +182,8 @@ int UHF_WriteQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t 
 
 int UHF_WriteQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                        int uPtr, uint16_t uCnt, uint8_t* uWriteData) {
-    if (!filter_args_fit(ufPtr, ufCnt) || !fits16(uPtr)) return -1;
     RequestBuf<kUiiFamilyBuf> req;
-    access_head(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData).u8(0x00).u8(uBank).u16(uPtr).u16(uCnt);
+    if (!qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt)) return -1;
     req.bytes(uWriteData, 2u * uCnt);
     return send_accepted(0x9D, req);
 }

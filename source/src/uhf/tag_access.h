@@ -17,14 +17,16 @@ constexpr size_t kFrameData = 2048 - 8;
 // A wider integer argument that the wire carries in 16 bits. Anything else
 // would be cut silently, so it is refused as bad input.
 constexpr bool fits16(long long v) { return v >= 0 && v <= 0xFFFF; }
-constexpr bool filter_args_fit(long long bit_addr, long long bit_len) { return fits16(bit_addr) && fits16(bit_len); }
 
-// The head of every tag-access request: 4-byte access password, then the
-// tag filter block. A null password (or mask with a non-zero length)
-// poisons the request.
-inline Request& access_head(Request& r, const uint8_t* pwd, unsigned bank, unsigned bit_addr, unsigned bit_len,
-                            const uint8_t* mask) {
-    return r.bytes(pwd, 4).filter(bank, bit_addr, bit_len, mask);
+// Starts a tag-access request with its head: the 4-byte access password,
+// then the tag filter block. False when the filter's address or length does
+// not fit its 16-bit field; a null password (or mask with a non-zero
+// length) poisons the request instead.
+inline bool start_access(Request& r, const uint8_t* pwd, unsigned bank, long long bit_addr, long long bit_len,
+                         const uint8_t* mask) {
+    if (!fits16(bit_addr) || !fits16(bit_len)) return false;
+    r.bytes(pwd, 4).filter(bank, static_cast<unsigned>(bit_addr), static_cast<unsigned>(bit_len), mask);
+    return true;
 }
 
 // Status byte 0x01 (the reader accepted the command).

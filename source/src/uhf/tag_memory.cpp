@@ -6,11 +6,26 @@
 
 using namespace uhf;
 
+namespace {
+
+// Password, filter and target block (bank, word address, word count): the
+// request of every memory command before its data. False when an argument
+// cannot be carried.
+bool memory_request(Request& req, const uint8_t* pwd, unsigned filter_bank, long long filter_addr,
+                    long long filter_len, const uint8_t* mask, unsigned bank, long long ptr, long long count) {
+    if (!fits16(ptr) || !fits16(count) || !start_access(req, pwd, filter_bank, filter_addr, filter_len, mask))
+        return false;
+    req.u8(bank).u16(static_cast<unsigned>(ptr)).u16(static_cast<unsigned>(count));
+    return true;
+}
+
+}  // namespace
+
 int UHFReadData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                 int uPtr, uint16_t uCnt, uint8_t* uReadData) {
-    if (uReadData == nullptr || !filter_args_fit(ufPtr, ufCnt) || !fits16(uPtr)) return -1;
     RequestBuf<2048> req;
-    access_head(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData).u8(uBank).u16(uPtr).u16(uCnt);
+    if (uReadData == nullptr || !memory_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, uBank, uPtr, uCnt))
+        return -1;
     Reply reply;
     if (exchange_checked(0x84, req, reply, accepted) != 0) return -1;
     // The count is the reader's, not uCnt: a tag may return fewer words.
@@ -19,9 +34,8 @@ int UHFReadData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8
 
 int UHFWriteData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                  int uPtr, uint16_t uCnt, uint8_t* uWriteData) {
-    if (!filter_args_fit(ufPtr, ufCnt) || !fits16(uPtr)) return -1;
     RequestBuf<100> req;
-    access_head(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData).u8(uBank).u16(uPtr).u16(uCnt);
+    if (!memory_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, uBank, uPtr, uCnt)) return -1;
     req.bytes(uWriteData, 2u * uCnt);
     Reply reply;
     return exchange_checked(0x86, req, reply, accepted);
@@ -30,9 +44,9 @@ int UHFWriteData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint
 int UHFBlockWriteData(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                       unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank, unsigned int uPtr,
                       unsigned int uCnt, unsigned char* uDatabuf) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen) || !fits16(uPtr) || !fits16(uCnt)) return -1;
     RequestBuf<2048> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData).u8(uBank).u16(uPtr).u16(uCnt);
+    if (!memory_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, uBank, uPtr, uCnt))
+        return -1;
     req.bytes(uDatabuf, 2u * uCnt);
     Reply reply;
     return exchange_checked(0x93, req, reply, tag_done);
@@ -41,9 +55,9 @@ int UHFBlockWriteData(unsigned char* u_accessPwd, unsigned char FilterBank, unsi
 int UHFBlockEraseData(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                       unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank, unsigned int uPtr,
                       unsigned char uCnt) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen) || !fits16(uPtr)) return -1;
     RequestBuf<100> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData).u8(uBank).u16(uPtr).u16(uCnt);
+    if (!memory_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, uBank, uPtr, uCnt))
+        return -1;
     Reply reply;
     return exchange_checked(0x95, req, reply, tag_done);
 }
@@ -54,7 +68,7 @@ int UHFWriteScreenBlockData(unsigned char* pwd, unsigned char sector, unsigned s
     constexpr uint16_t kScreenTimeoutMs = 6000;  // the tag refreshes its display before answering
     RequestBuf<1024> req;
     req.u8(0x01);
-    access_head(req, pwd, sector, mask_addr, mask_len, mask_data).u8(type).u16(w_addr).u16(w_len);
+    memory_request(req, pwd, sector, mask_addr, mask_len, mask_data, type, w_addr, w_len);  // 16-bit args always fit
     req.bytes(w_data, 2u * w_len);
     Reply reply;
     return exchange_checked(

@@ -23,9 +23,8 @@ bool authenticate_ok(const Reply& r) { return r.has(3) && tag_done(r); }
 
 int UHFKillTag(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                unsigned int FilterLen, unsigned char* FilterData) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen)) return -1;
     RequestBuf<kFrameData> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
+    if (!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData)) return -1;
     Reply reply;
     return exchange_checked(0x8A, req, reply, tag_done);
 }
@@ -33,9 +32,9 @@ int UHFKillTag(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned in
 int UHFLockTag(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                unsigned int FilterLen, unsigned char* FilterData, unsigned char* lockbuf) {
     constexpr int kLockFailed = 1;  // this call alone reports failure as 1
-    if (!filter_args_fit(FilterStartaddr, FilterLen)) return kLockFailed;
     RequestBuf<kFrameData> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData).bytes(lockbuf, 3);
+    if (!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData)) return kLockFailed;
+    req.bytes(lockbuf, 3);
     Reply reply;
     return exchange_checked(0x88, req, reply, tag_done) == 0 ? 0 : kLockFailed;
 }
@@ -43,9 +42,9 @@ int UHFLockTag(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned in
 int UHFBlockPermalock(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                       unsigned int FilterLen, unsigned char* FilterData, unsigned char ReadLock, unsigned char uBank,
                       unsigned int uPtr, unsigned char uRange, unsigned char* uMaskbuf) {
-    if (!filter_args_fit(FilterStartaddr, FilterLen) || !fits16(uPtr)) return -1;
     RequestBuf<kFrameData> req;
-    access_head(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
+    if (!fits16(uPtr) || !start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData))
+        return -1;
     req.u8(ReadLock).u8(uBank).u16(uPtr).u16(uRange).bytes(uMaskbuf, 2u * uRange);
     Reply reply;
     if (exchange_checked(0x9F, req, reply, tag_done) != 0) return -1;
@@ -57,7 +56,7 @@ int UHFGBTagLock(uint8_t* uAccessPwd, uint8_t FilterBank, uint16_t FilterStartad
                  uint8_t* FilterData, int memory, int config, int action) {
     RequestBuf<kFrameData> req;
     req.u8(0x02);
-    access_head(req, uAccessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);
+    start_access(req, uAccessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);  // 16-bit args always fit
     req.u8(static_cast<unsigned>(memory)).u8(static_cast<unsigned>(config)).u8(static_cast<unsigned>(action));
     Reply reply;
     return exchange_checked(0x06, req, reply, [](const Reply& r) { return r.size() == 2 && r[0] == 0x02 && r[1] == 0x01; });
@@ -93,10 +92,9 @@ int UHFAuthenticateCommon(unsigned long password, unsigned char bank, unsigned s
 }
 
 int UHF_Deactivate(uint16_t cmd, uint8_t* uAccessPwd, uint8_t uBank, int ptr, int cnt, uint8_t* udat) {
-    if (!filter_args_fit(ptr, cnt)) return -1;
     RequestBuf<kFrameData> req;
     req.u16(cmd);
-    access_head(req, uAccessPwd, uBank, ptr, cnt, udat);
+    if (!start_access(req, uAccessPwd, uBank, ptr, cnt, udat)) return -1;
     Reply reply;
     return exchange_checked(0xB0, req, reply, accepted);
 }
