@@ -51,6 +51,10 @@ class Dispatcher {
 void register_config(Dispatcher& d);
 void register_device(Dispatcher& d);
 void register_inventory(Dispatcher& d);
+void register_rf_link(Dispatcher& d);
+void register_gen2(Dispatcher& d);
+void register_firmware(Dispatcher& d);
+void register_network(Dispatcher& d);
 void register_tag_memory(Dispatcher& d);
 void register_tag_security(Dispatcher& d);
 void register_qt(Dispatcher& d);
@@ -59,6 +63,10 @@ inline void register_all(Dispatcher& d) {
   register_config(d);
   register_device(d);
   register_inventory(d);
+  register_rf_link(d);
+  register_gen2(d);
+  register_firmware(d);
+  register_network(d);
   register_tag_memory(d);
   register_tag_security(d);
   register_qt(d);

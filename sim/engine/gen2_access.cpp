@@ -59,43 +59,22 @@ AccessHead read_head(FieldReader& f) {
 
 // ---- views and selection ----------------------------------------------------
 
-// The words of a bank in one view and how many exist there; const-ness
-// follows the tag's.
-template <typename T>
-static auto view_of(T& t, uint8_t bank, bool public_view) {
-  using Words = decltype(&t.reserved);
-  struct View {
-    Words words;
-    size_t size;
-  };
+BankView bank_view(Tag& t, uint8_t bank, bool public_view) {
   switch (bank) {
-    case 0: return View{&t.reserved, t.reserved.size()};
+    case 0: return {&t.reserved, t.reserved.size()};
     case 1: {
       auto& epc = public_view && !t.public_epc_bank.empty() ? t.public_epc_bank : t.epc_bank;
-      return View{&epc, epc.size()};
+      return {&epc, epc.size()};
     }
-    case 2: return View{&t.tid, public_view ? std::min(t.tid.size(), Tag::kPublicTidWords) : t.tid.size()};
-    case 3: return View{&t.user, public_view ? 0 : t.user.size()};
-    default: return View{nullptr, 0};
+    case 2: return {&t.tid, public_view ? std::min(t.tid.size(), Tag::kPublicTidWords) : t.tid.size()};
+    case 3: return {&t.user, public_view ? 0 : t.user.size()};
+    default: return {};
   }
-}
-
-BankView bank_view(Tag& t, uint8_t bank, bool public_view) {
-  const auto v = view_of(t, bank, public_view);
-  return {v.words, v.size};
 }
 
 bool filter_matches(const Tag& t, const Filter& f) {
-  const auto v = view_of(t, f.bank, t.shows_public());
-  if (v.words == nullptr || f.mask.size() * 8 < f.bit_len) return false;
-  for (size_t i = 0; i < f.bit_len; ++i) {
-    const size_t bit = f.bit_addr + i;
-    if (bit / 16 >= v.size) return false;
-    const int tag_bit = ((*v.words)[bit / 16] >> (15 - bit % 16)) & 1;
-    const int mask_bit = (f.mask[i / 8] >> (7 - i % 8)) & 1;
-    if (tag_bit != mask_bit) return false;
-  }
-  return true;
+  if (f.bank > 3) return false;
+  return t.matches(static_cast<Bank>(f.bank), f.bit_addr, f.bit_len, f.mask);
 }
 
 Tag* select_tag(VirtualReader& r, const Filter& f) {

@@ -51,7 +51,7 @@ std::string stop(VirtualReader& r, const Request& req) {
 std::string inventory_bank(VirtualReader& r, const Request& req) {
   const auto d = req.data;
   if (d.size() != 9 || d[4] > 3 || d[5] != 0 || d[7] != 0) return status(r, req, false, "bad request");
-  r.settings().report_bank = {d[4], d[6], d[8]};
+  keep(r, [&](Settings& s) { s.report_bank = {d[4], d[6], d[8]}; });
   return status(r, req, true, "");
 }
 

@@ -87,7 +87,7 @@ std::string dwell(VirtualReader& r, const Request& req) {
   const uint32_t time = f.u32();
   const uint32_t count = f.u32();
   if (!f.at_end()) return status(r, req, false, "bad length");
-  r.state().apply(false, [&](Settings& s) {
+  keep(r, [&](Settings& s) {
     s.dwell_time = time;
     s.dwell_count = count;
   });

@@ -63,6 +63,16 @@ std::span<const uint16_t> Tag::shown_user() const {
   return shows_public() ? std::span<const uint16_t>() : std::span(user);
 }
 
+std::span<const uint16_t> Tag::shown_bank(Bank b) const {
+  switch (b) {
+    case Bank::Reserved: return reserved;
+    case Bank::Epc: return shown_epc_bank();
+    case Bank::Tid: return shown_tid();
+    case Bank::User: return shown_user();
+  }
+  return {};
+}
+
 std::vector<uint8_t> Tag::epc() const { return words_to_bytes(std::span(shown_epc_bank()).subspan(2)); }
 
 std::vector<uint8_t> Tag::uii() const { return words_to_bytes(std::span(shown_epc_bank()).subspan(1)); }
@@ -75,6 +85,20 @@ std::vector<uint16_t>* Tag::bank(Bank b) {
     case Bank::User: return &user;
   }
   return nullptr;
+}
+
+const std::vector<uint16_t>* Tag::bank(Bank b) const { return const_cast<Tag*>(this)->bank(b); }
+
+bool Tag::matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const {
+  const auto words = shown_bank(b);
+  if (mask.size() * 8 < bit_len || bit_addr + bit_len > words.size() * 16) return false;
+  for (size_t i = 0; i < bit_len; ++i) {
+    const size_t at = bit_addr + i;
+    const bool have = (words[at / 16] >> (15 - at % 16)) & 1;
+    const bool want = (mask[i / 8] >> (7 - i % 8)) & 1;
+    if (have != want) return false;
+  }
+  return true;
 }
 
 bool Tag::visible_on(int antenna) const {

@@ -61,6 +61,11 @@ struct Tag {
   std::vector<uint8_t> epc() const;
   std::vector<uint8_t> uii() const;  // PC then EPC of the view shown, as inventory reports carry it
   std::vector<uint16_t>* bank(Bank b);
+  const std::vector<uint16_t>* bank(Bank b) const;
+  // True when bit_len bits of bank b from bit_addr (MSB of word 0 is bit 0)
+  // equal the leading bits of mask, in the memory the tag shows (QT view).
+  // Memory the tag lacks never matches.
+  bool matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const;
   // A public EPC for the QT public view (PC and CRC made as by set_epc).
   void set_public_epc(std::span<const uint8_t> epc);
   bool shows_public() const { return (qt_control & kQtPublic) != 0; }
@@ -69,6 +74,7 @@ struct Tag {
   const std::vector<uint16_t>& shown_epc_bank() const;
   std::span<const uint16_t> shown_tid() const;
   std::span<const uint16_t> shown_user() const;
+  std::span<const uint16_t> shown_bank(Bank b) const;
 
   static constexpr uint16_t kQtPublic = 0x0002;
   static constexpr size_t kPublicTidWords = 2;

@@ -83,6 +83,20 @@ protected:
         reset_links();
         server.reset();
     }
+    // Runs fn on the reader serving this link, once the server has taken the
+    // connection in.
+    template <class F>
+    void with_reader(F&& fn) {
+        for (int i = 0; i < 1000 && server->client_count() == 0; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        int seen = 0;
+        server->for_each_reader([&](uhfsim::VirtualReader& r) {
+            seen++;
+            fn(r);
+        });
+        ASSERT_EQ(seen, 1);
+    }
+
     uhfsim::SimOptions opts;
     std::unique_ptr<uhfsim::TcpServer> server;
 };
