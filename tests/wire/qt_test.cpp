@@ -176,7 +176,8 @@ TEST_F(Qt, SingleCallsInventoryThenAddressTheTagFound) {
     EXPECT_EQ(run_single(Bytes{0x9E, 0x01, 0x05}, [&] { return UHF_WriteQTDataSingle(pwd, 3, 0, 2, data, uii, &n); }),
               0);
     EXPECT_EQ(last_cmd(), 0x9D);
-    EXPECT_EQ(last_data(), (kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}));
+    EXPECT_EQ(last_data(),
+              (kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}));
     EXPECT_EQ(n, 14);
 }
 

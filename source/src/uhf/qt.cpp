@@ -26,7 +26,8 @@ bool single_tag(Reply& found, size_t& uii_len) {
 Request& uii_request(Request& req, const uint8_t* pwd, const uint8_t* uii, size_t uii_len, uint8_t bank, int ptr,
                      uint8_t cnt) {
     req.bytes(pwd, 4);
-    return uii_filter(req, uii, uii_len).u8(0x00).u8(bank).u8(0x00).u8(static_cast<unsigned>(ptr) & 0xFF).u8(0x00).u8(cnt);
+    uii_filter(req, uii, uii_len).u8(0x00).u8(bank);
+    return req.u8(0x00).u8(static_cast<unsigned>(ptr) & 0xFF).u8(0x00).u8(cnt);
 }
 
 // Password, caller's filter, QT byte, then bank, word address and count, as

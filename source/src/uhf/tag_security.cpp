@@ -59,7 +59,8 @@ int UHFGBTagLock(uint8_t* uAccessPwd, uint8_t FilterBank, uint16_t FilterStartad
     start_access(req, uAccessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData);  // 16-bit args always fit
     req.u8(static_cast<unsigned>(memory)).u8(static_cast<unsigned>(config)).u8(static_cast<unsigned>(action));
     Reply reply;
-    return exchange_checked(0x06, req, reply, [](const Reply& r) { return r.size() == 2 && r[0] == 0x02 && r[1] == 0x01; });
+    // Only the exact two bytes 02 01 mean the lock was done.
+    return exchange_checked(0x06, req, reply, [](const Reply& r) { return r.size() == 2 && r.be16(0) == 0x0201; });
 }
 
 int UHFAuthenticate(unsigned long password, unsigned char bank, unsigned short addr, unsigned char* mData,
