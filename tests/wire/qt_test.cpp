@@ -15,23 +15,18 @@ const Bytes kUiiFilter = Bytes{0x01, 0x00, 0x10, 0x00, 0x70} + kUii;
 // A single-inventory reply for the sample tag: UII, RSSI, antenna.
 const Bytes kFound = kUii + Bytes{0xFD, 0x8A, 0x01};
 
+// The single-tag step that the Single and QT-parameter calls start with.
+const Step kInventory = {0x80, {0x00, 0x64}, frame(0x81, kFound)};
+
+// Outputs flattened for Outcome.
+std::vector<unsigned> flat(std::initializer_list<Bytes> parts) {
+    std::vector<unsigned> out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
 class Qt : public TagWire {
 protected:
-    // A call that inventories first: scripts the 0x81 reply and the second
-    // reply, runs it and checks both requests went out.
-    int run_single(const Bytes& reply_code_and_data, const std::function<int()>& call) {
-        size_t before = reader.requests().size();
-        reader.reply_frame(0x81, kFound);
-        reader.reply_frame(reply_code_and_data[0], Bytes(reply_code_and_data.begin() + 1, reply_code_and_data.end()));
-        int r = call();
-        auto reqs = reader.requests();
-        EXPECT_EQ(reqs.size(), before + 2);
-        if (reqs.size() >= 2) {
-            EXPECT_EQ(reqs[reqs.size() - 2], frame(0x80, {0x00, 0x64}));
-        }
-        return r;
-    }
-
     uint8_t data[4] = {0xD1, 0xD2, 0xD3, 0xD4};
     uint8_t uii[64];
     uint8_t out[600];
@@ -121,12 +116,12 @@ TEST_F(Qt, UiiFamilyRequestBytes) {
     const Bytes target = {0x00, 0x03, 0x00, 0x02, 0x00, 0x02};
     EXPECT_EQ(run(0x85, Bytes{0x01, 0x00, 0x00, 0x00}, [&] { return UHF_ReadQTData(pwd, 3, 0x0102, 2, uii, out); }),
               0);
-    EXPECT_EQ(last_cmd(), 0x84);  // the plain read code
-    EXPECT_EQ(last_data(), kPwdBytes + kUiiFilter + target);
+    EXPECT_EQ(sent_cmd, 0x84);  // the plain read code
+    EXPECT_EQ(sent_data, kPwdBytes + kUiiFilter + target);
 
     EXPECT_EQ(run(0x87, Bytes{0x01}, [&] { return UHF_WriteQTData(pwd, 3, 0x0102, 2, uii, data); }), 0);
-    EXPECT_EQ(last_cmd(), 0x86);  // the plain write code
-    EXPECT_EQ(last_data(), (kPwdBytes + kUiiFilter + target + Bytes{0xD1, 0xD2, 0xD3, 0xD4}));
+    EXPECT_EQ(sent_cmd, 0x86);  // the plain write code
+    EXPECT_EQ(sent_data, (kPwdBytes + kUiiFilter + target + Bytes{0xD1, 0xD2, 0xD3, 0xD4}));
 }
 
 TEST_F(Qt, UiiLengthComesFromThePc) {
@@ -134,7 +129,7 @@ TEST_F(Qt, UiiLengthComesFromThePc) {
     uint8_t short_uii[8] = {0x08, 0x00, 0xBE, 0xEF, 0x99, 0x99, 0x99, 0x99};
     EXPECT_EQ(run(0x85, Bytes{0x01, 0x00, 0x00, 0x00}, [&] { return UHF_ReadQTData(pwd, 1, 0, 1, short_uii, out); }),
               0);
-    EXPECT_EQ(last_data(), (kPwdBytes + Bytes{0x01, 0x00, 0x10, 0x00, 0x20, 0x08, 0x00, 0xBE, 0xEF} +
+    EXPECT_EQ(sent_data, (kPwdBytes + Bytes{0x01, 0x00, 0x10, 0x00, 0x20, 0x08, 0x00, 0xBE, 0xEF} +
                                Bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x01}));
 }
 
@@ -161,67 +156,62 @@ TEST_F(Qt, UiiFamilyReadOutputs) {
 }
 
 TEST_F(Qt, SingleCallsInventoryThenAddressTheTagFound) {
-    uint8_t n = 0;
-    memset(uii, 0, sizeof uii);
-    EXPECT_EQ(run_single(Bytes{0x9C, 0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD},
-                         [&] { return UHF_ReadQTDataSingle(pwd, 3, 0x0104, 1, out, uii, &n); }),
-              0);
-    EXPECT_EQ(last_cmd(), 0x9B);
-    EXPECT_EQ(last_data(), (kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x01}));
-    EXPECT_EQ(n, 14);
-    EXPECT_EQ(Bytes(uii, uii + 15), kUii + Bytes{0x00});
-    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0xAB, 0xCD}));
-
-    n = 0;
-    EXPECT_EQ(run_single(Bytes{0x9E, 0x01, 0x05}, [&] { return UHF_WriteQTDataSingle(pwd, 3, 0, 2, data, uii, &n); }),
-              0);
-    EXPECT_EQ(last_cmd(), 0x9D);
-    EXPECT_EQ(last_data(),
-              (kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}));
-    EXPECT_EQ(n, 14);
+    // Outputs: *uLenUii, the UII written (and the byte after it), the words read.
+    auto read_single = [&] {
+        uint8_t n = 0xAA, found[15] = {}, words[2] = {};
+        int r = UHF_ReadQTDataSingle(pwd, 3, 0x0104, 1, words, found, &n);
+        return Outcome{r, flat({{n}, Bytes(found, found + 15), Bytes(words, words + 2)})};
+    };
+    auto write_single = [&] {
+        uint8_t n = 0xAA, found[15] = {};
+        int r = UHF_WriteQTDataSingle(pwd, 3, 0, 2, data, found, &n);
+        return Outcome{r, flat({{n}, Bytes(found, found + 15)})};
+    };
+    const Bytes read_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x01};
+    const Bytes write_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4};
+    check_steps({
+        {"read: 0x9B to the tag found", read_single,
+         {kInventory, {0x9B, read_req, answer(0x9B, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD})}},
+         {0, flat({{14}, kUii, {0}, {0xAB, 0xCD}})}},
+        {"read refused: the UII is still handed back", read_single,
+         {kInventory, {0x9B, read_req, answer(0x9B, {0x00})}}, {-1, flat({{14}, kUii, {0}, {0, 0}})}},
+        {"write: 0x9D, status byte alone", write_single, {kInventory, {0x9D, write_req, answer(0x9D, {0x01, 0x05})}},
+         {0, flat({{14}, kUii, {0}})}},
+    });
 }
 
 TEST_F(Qt, QtParaMapsInversely) {
     const Bytes no_pwd = {0, 0, 0, 0};
-    struct SetCase {
-        uint8_t para;
-        uint8_t qt_byte;
-    } sets[] = {{1, 0x00}, {0, 0x02}, {0x80, 0x00}};
-    for (const SetCase& c : sets) {
-        SCOPED_TRACE(int(c.para));
-        EXPECT_EQ(run_single(Bytes{0x98, 0x01}, [&] { return UHF_SetQTPara(c.para); }), 0);
-        EXPECT_EQ(last_cmd(), 0x97);
-        EXPECT_EQ(last_data(), (no_pwd + kUiiFilter + Bytes{c.qt_byte}));
-    }
-    struct GetCase {
-        uint8_t qt_byte;
-        uint8_t para;
-    } gets[] = {{0x00, 1}, {0x02, 0}, {0x06, 0}, {0xFD, 1}};
-    for (const GetCase& c : gets) {
-        SCOPED_TRACE(int(c.qt_byte));
+    auto set = [](uint8_t para) { return [para] { return Outcome{UHF_SetQTPara(para), {}}; }; };
+    auto get = [] {
         uint8_t para = 0x55;
-        EXPECT_EQ(run_single(Bytes{0x9A, 0x01, c.qt_byte}, [&] { return UHF_GetQTPara(&para); }), 0);
-        EXPECT_EQ(last_data(), no_pwd + kUiiFilter);
-        EXPECT_EQ(para, c.para);
-    }
-    uint8_t para = 0x55;
-    EXPECT_EQ(run_single(Bytes{0x9A, 0x00, 0x02}, [&] { return UHF_GetQTPara(&para); }), -1);
-    EXPECT_EQ(para, 0x55);
+        int r = UHF_GetQTPara(&para);
+        return Outcome{r, {para}};
+    };
+    auto get_step = [&](Bytes reply) { return Step{0x99, no_pwd + kUiiFilter, answer(0x99, reply)}; };
+    check_steps({
+        {"set 1 sends 00", set(1), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}},
+         {0, {}}},
+        {"set 0 sends 02", set(0), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x02}, answer(0x97, {0x01})}},
+         {0, {}}},
+        {"any non-zero is 1", set(0x80),
+         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}}, {0, {}}},
+        {"set refused", set(1), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x00})}},
+         {-1, {}}},
+        {"bit 1 clear reads 1", get, {kInventory, get_step({0x01, 0x00})}, {0, {1}}},
+        {"bit 1 set reads 0", get, {kInventory, get_step({0x01, 0x02})}, {0, {0}}},
+        {"other bits do not count", get, {kInventory, get_step({0x01, 0xFD})}, {0, {1}}},
+        {"get refused", get, {kInventory, get_step({0x00, 0x02})}, {-1, {0x55}}},
+        {"reply without the QT byte", get, {kInventory, get_step({0x01})}, {-1, {0x55}}},
+    });
 }
 
 TEST_F(Qt, NoTagFoundStopsAfterTheInventory) {
-    struct Case {
-        const char* name;
-        std::optional<Bytes> reply;
-    } cases[] = {
-        {"reply with no UII", Bytes{0xFD, 0x8A, 0x01}},
-        {"no reply", std::nullopt},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(0x81, c.reply, [] { return UHF_SetQTPara(1); }), -1);
-        EXPECT_EQ(last_cmd(), 0x80);
-    }
+    auto set = [] { return Outcome{UHF_SetQTPara(1), {}}; };
+    check_steps({
+        {"reply with no UII", set, {{0x80, {0x00, 0x64}, frame(0x81, {0xFD, 0x8A, 0x01})}}, {-1, {}}},
+        {"no reply", set, {{0x80, {0x00, 0x64}, {}}}, {-1, {}}},
+    });
 }
 
 TEST_F(Qt, BadArgumentsSendNothing) {

@@ -48,8 +48,8 @@ TEST_F(SingleInventory, UiiForm) {
         SCOPED_TRACE(c.name);
         clear_out();
         EXPECT_EQ(run(0x81, c.reply, [&] { return UHFInventorySingle(&len, out); }), c.result);
-        EXPECT_EQ(last_cmd(), 0x80);
-        EXPECT_EQ(last_data(), (Bytes{0x00, 0x64}));
+        EXPECT_EQ(sent_cmd, 0x80);
+        EXPECT_EQ(sent_data, (Bytes{0x00, 0x64}));
         EXPECT_EQ(written(c.uii.size()), c.uii);
         EXPECT_TRUE(untouched_from(c.uii.size()));
         EXPECT_EQ(len, c.result == 0 ? c.uii.size() : 0xAA);
@@ -128,8 +128,8 @@ TEST_F(SingleInventory, BatchFetch) {
         SCOPED_TRACE(c.name);
         clear_out();
         EXPECT_EQ(run(0xEC, c.reply, [&] { return UHF_GetTagsData(out); }), c.result);
-        EXPECT_EQ(last_cmd(), 0xEB);
-        EXPECT_TRUE(last_data().empty());
+        EXPECT_EQ(sent_cmd, 0xEB);
+        EXPECT_TRUE(sent_data.empty());
         EXPECT_EQ(written(c.written.size()), c.written);
         EXPECT_TRUE(untouched_from(c.written.size()));
     }
@@ -148,8 +148,8 @@ TEST_F(SingleInventory, InventoryBank) {
     for (const Case& c : cases) {
         bankflag = 0x7E;
         EXPECT_EQ(run(0x31, c.reply, [&] { return UHF_Inventory_Bank(pwd, 3, 4, 2); }), c.result);
-        EXPECT_EQ(last_cmd(), 0x30);
-        EXPECT_EQ(last_data(), (kPwdBytes + Bytes{0x03, 0x00, 0x04, 0x00, 0x02}));
+        EXPECT_EQ(sent_cmd, 0x30);
+        EXPECT_EQ(sent_data, (kPwdBytes + Bytes{0x03, 0x00, 0x04, 0x00, 0x02}));
         EXPECT_EQ(bankflag, c.bankflag_after);
     }
 }
@@ -158,13 +158,13 @@ TEST_F(SingleInventory, CryptoPassThrough) {
     uint8_t in[3] = {0xC0, 0xFF, 0xEE};
     uint16_t out_len = 0xBEEF;
     EXPECT_EQ(run(0xB1, Bytes{0x01, 0x99, 0x98}, [&] { return CryptoTransmit(in, 3, out, &out_len, 500); }), 0);
-    EXPECT_EQ(last_data(), (Bytes{0xC0, 0xFF, 0xEE}));
+    EXPECT_EQ(sent_data, (Bytes{0xC0, 0xFF, 0xEE}));
     EXPECT_EQ(out_len, 3);
     EXPECT_EQ(written(3), (Bytes{0x01, 0x99, 0x98}));
 
     // An empty block still makes the exchange.
     EXPECT_EQ(run(0xB1, Bytes{}, [&] { return CryptoTransmit(in, 0, out, &out_len, 500); }), 0);
-    EXPECT_TRUE(last_data().empty());
+    EXPECT_TRUE(sent_data.empty());
     EXPECT_EQ(out_len, 0);
 
     // Its own wait: a silent reader costs what the caller allows and -2.

@@ -120,7 +120,7 @@ TEST_F(TagMemory, RequestsAtTheirBufferLimit) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
-        EXPECT_EQ(last_data().size(), c.request_size);
+        EXPECT_EQ(sent_data.size(), c.request_size);
     }
 }
 

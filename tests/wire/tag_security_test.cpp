@@ -92,7 +92,7 @@ TEST_F(TagSecurity, LockWithoutReplyReturnsOne) {
 
 TEST_F(TagSecurity, DwellSendsTwo32BitValues) {
     EXPECT_EQ(run(0xB3, Bytes{0x01}, [] { return UHF_Dwelltime(100, 3); }), 0);
-    EXPECT_EQ(last_data(), (Bytes{0x00, 0x00, 0x00, 0x64, 0x00, 0x00, 0x00, 0x03}));
+    EXPECT_EQ(sent_data, (Bytes{0x00, 0x00, 0x00, 0x64, 0x00, 0x00, 0x00, 0x03}));
 }
 
 TEST_F(TagSecurity, PermalockCopiesTheLockBitsBack) {
@@ -122,13 +122,13 @@ TEST_F(TagSecurity, AuthenticateRequest) {
     EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
                   [&] { return UHFAuthenticate(0xFFFFFFFF01020304UL, 2, 0x0010, mask, 12, 0x05, 3, msg, &n, out); }),
               0);
-    EXPECT_EQ(last_data(), (Bytes{0x01, 0x02, 0x03, 0x04, 0x02, 0x00, 0x10, 0x00, 0x0C, 0xE2, 0x00, 0x04, 0x05, 0xAA,
+    EXPECT_EQ(sent_data, (Bytes{0x01, 0x02, 0x03, 0x04, 0x02, 0x00, 0x10, 0x00, 0x0C, 0xE2, 0x00, 0x04, 0x05, 0xAA,
                                   0xBB, 0xCC}));
     // No message: the count byte is 1, then the key id alone.
     EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
                   [&] { return UHFAuthenticate(0, 1, 0, mask, 0, 0x09, 0, nullptr, &n, out); }),
               0);
-    EXPECT_EQ(last_data(), (Bytes{0, 0, 0, 0, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x09}));
+    EXPECT_EQ(sent_data, (Bytes{0, 0, 0, 0, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x09}));
 }
 
 TEST_F(TagSecurity, AuthenticateReplies) {
@@ -187,7 +187,7 @@ TEST_F(TagSecurity, AuthenticateAtItsBufferLimit) {
     EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0, 0},
                   [&] { return UHFAuthenticate(0, 1, 0, mask, 96, 1, 77, msg, &n, out); }),
               0);
-    Bytes sent = last_data();
+    Bytes sent = sent_data;
     ASSERT_EQ(sent.size(), 100u);
     EXPECT_EQ(sent[21], 78);  // counts the key id and the message
 }

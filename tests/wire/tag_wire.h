@@ -1,12 +1,12 @@
-// Shared pieces of the tag-access wire tests: a fixture that scripts one
-// reply per call and reads back the newest request, and the sample tag.
+// Shared pieces of the tag-access wire tests: row types for tables whose
+// rows differ in command code, the sample tag and the filters sent.
 #pragma once
 
 #include <functional>
 #include <optional>
 #include <vector>
 
-#include "link_helpers.h"
+#include "command_rows.h"
 
 namespace tagtest {
 
@@ -36,49 +36,30 @@ struct ResultCase {
     int result;
 };
 
-class TagWire : public uhftest::WireTest {
+// The command-row fixture with the pieces every tag-access table uses.
+class TagWire : public uhftest::CommandTest {
 protected:
-    void expect_results(const std::vector<ResultCase>& cases) {
-        for (const ResultCase& c : cases) {
-            SCOPED_TRACE(c.name);
-            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), c.result);
-        }
+    // Scripts the reply (data of a frame with code reply_code, or silence
+    // when nullopt), runs call and returns its result; the request it sent
+    // is in sent_cmd / sent_data.
+    int run(uint8_t reply_code, std::optional<Bytes> reply, const std::function<int()>& call) {
+        return exchange(reply ? uhftest::frame(reply_code, *reply) : Bytes{}, call);
     }
 
     void expect_requests(const std::vector<RequestCase>& cases) {
         for (const RequestCase& c : cases) {
             SCOPED_TRACE(c.name);
             EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), 0);
-            EXPECT_EQ(last_cmd(), c.cmd);
-            EXPECT_EQ(last_data(), c.request);
+            EXPECT_EQ(sent_cmd, c.cmd);
+            EXPECT_EQ(sent_data, c.request);
         }
     }
 
-    // Scripts the reply (data of a frame with code reply_code, or silence
-    // when empty), runs call and returns its result. Expects the call to make
-    // exactly one exchange.
-    int run(uint8_t reply_code, std::optional<Bytes> reply, const std::function<int()>& call) {
-        size_t before = reader.requests().size();
-        if (reply) {
-            reader.reply_frame(reply_code, *reply);
-        } else {
-            reader.silence();
+    void expect_results(const std::vector<ResultCase>& cases) {
+        for (const ResultCase& c : cases) {
+            SCOPED_TRACE(c.name);
+            EXPECT_EQ(run(c.cmd + 1, c.reply, c.call), c.result);
         }
-        int r = call();
-        EXPECT_EQ(reader.requests().size(), before + 1);
-        return r;
-    }
-
-    // Command code and data of the newest request.
-    uint8_t last_cmd() const {
-        auto reqs = reader.requests();
-        return reqs.empty() || reqs.back().size() < 8 ? 0 : reqs.back()[4];
-    }
-    Bytes last_data() const {
-        auto reqs = reader.requests();
-        if (reqs.empty() || reqs.back().size() < 8) return {};
-        const Bytes& f = reqs.back();
-        return Bytes(f.begin() + 5, f.end() - 3);
     }
 
     // Checks that none of the calls sent a byte: a good exchange after them
