@@ -206,7 +206,7 @@ TEST_F(TagAccess, AcceptedOnlyCommandsAreRecorded) {
     EXPECT_EQ(Bytes(reply, reply + reply_len), Bytes{0x01});
     EXPECT_EQ(UHF_Dwelltime(100, 3), 0);
 
-    server->for_each_reader([&](uhfsim::VirtualReader& r) {
+    with_reader([&](uhfsim::VirtualReader& r) {
         const auto& acc = r.state().accepted;
         ASSERT_EQ(acc.gb_locks.size(), 1u);
         EXPECT_EQ(acc.gb_locks[0].back(), 3);
