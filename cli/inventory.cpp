@@ -33,12 +33,10 @@ struct Read {
     int antenna = 0;
 };
 
-// UHF_GetReceived_EX layout: L, PC+EPC, d, data, RSSI hi, RSSI lo, antenna.
-bool take_ex(Read& r) {
-    uint8_t out[512];
-    int len = 0;
-    if (UHF_GetReceived_EX(&len, out) != 0 || len < 6 || len > static_cast<int>(sizeof out)) return false;
-    size_t n = static_cast<size_t>(len);
+// L, PC+EPC, d, data, RSSI hi, RSSI lo, antenna: the layout of
+// UHF_GetReceived_EX and of the single-shot UHF_InventorySingleEPCTIDUSER.
+bool parse_report(const uint8_t* out, size_t n, Read& r) {
+    if (n < 6) return false;
     size_t l = out[0];
     if (l < 2 || l + 2 > n) return false;
     size_t d = out[l + 1];
@@ -48,6 +46,21 @@ bool take_ex(Read& r) {
     r.rssi = static_cast<int16_t>(out[n - 3] << 8 | out[n - 2]);
     r.antenna = out[n - 1];
     return true;
+}
+
+bool take_ex(Read& r) {
+    uint8_t out[512];
+    int len = 0;
+    if (UHF_GetReceived_EX(&len, out) != 0 || len < 0 || len > static_cast<int>(sizeof out)) return false;
+    return parse_report(out, static_cast<size_t>(len), r);
+}
+
+// One tag from one single-shot inventory of the selected reader.
+bool take_single(Read& r) {
+    static uint8_t out[4096];
+    uint8_t len = 0;
+    if (UHF_InventorySingleEPCTIDUSER(&len, out) != 0) return false;
+    return parse_report(out, len, r);
 }
 
 // UHFGetTagData's item list carries the link each report came from, which
@@ -249,13 +262,50 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
     }
 }
 
+// What the run saw, once it is over.
+void finish(const Session& s, const InventoryOptions& o, InventoryResult& result) {
+    if (s.format != Format::Text && o.unique) print_unique(s, result);
+    if (s.format == Format::Text) {
+        if (o.live) {
+            redraw(s, o, result);
+        } else {
+            print_tag_table(s, result, result.tags.size() + 1);
+            std::printf("\n%s\n", summary_line(result).c_str());
+        }
+    }
+    std::fflush(stdout);
+}
+
+int run_single(const Session& s, const InventoryOptions& o, InventoryResult& result) {
+    Tally tally(s);
+    int rc = kOk;
+    for (const Reader& rd : s.readers) {
+        LinkSelect(rd.slot);
+        Read r;
+        if (!take_single(r)) {
+            rc = fail(kReaderFailed, "no tag answered " + rd.label + " (or the reader did not answer)");
+            continue;
+        }
+        r.slot = s.several() ? rd.slot : -1;
+        const TagSeen& tag = tally.add(r, 0);
+        result.reads++;
+        if (s.format != Format::Text && !o.unique) print_read(s, r, tag.reader, 0);
+    }
+    result.tags = tally.tags();
+    InventoryOptions plain = o;
+    plain.live = false;
+    finish(s, plain, result);
+    return rc;
+}
+
 int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& result) {
     result = InventoryResult{};
-    Tally tally(s);
-    const bool text = s.format == Format::Text;
     if (s.format == Format::Csv)
         std::printf(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
                              : "time,reader,epc,pc,data,rssi,antenna\n");
+    if (o.once) return run_single(s, o, result);
+    Tally tally(s);
+    const bool text = s.format == Format::Text;
 
     std::vector<const Reader*> started;
     for (const Reader& rd : s.readers) {
@@ -303,17 +353,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
     // Reports that arrived before the stop are reads too.
     for (Read r; !limit_reached() && take(r);) consume(r);
     result.tags = tally.tags();
-
-    if (!text && o.unique) print_unique(s, result);
-    if (text) {
-        if (o.live) {
-            redraw(s, o, result);
-        } else {
-            print_tag_table(s, result, result.tags.size() + 1);
-            std::printf("\n%s\n", summary_line(result).c_str());
-        }
-    }
-    std::fflush(stdout);
+    finish(s, o, result);
     return rc;
 }
 
@@ -327,10 +367,12 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
         "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"
-        "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv");
+        "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv\n"
+        "  uhfctl --tcp 192.168.1.50 inventory --once --format json");
     auto o = std::make_shared<InventoryOptions>();
     cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::PositiveNumber);
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
+    cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
     auto run = [&ctx, o] {
         InventoryOptions opts = *o;

@@ -14,6 +14,7 @@ struct InventoryOptions {
     double duration = 0;      // seconds; 0: until Ctrl-C (or count)
     unsigned long count = 0;  // stop after this many reads; 0: no limit
     bool unique = false;      // json/csv: one record per tag at the end
+    bool once = false;        // one single-shot inventory instead of a continuous one
     bool live = false;        // redraw a table while reading (terminal only)
     std::string title = "inventory";
 };

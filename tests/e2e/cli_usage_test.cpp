@@ -49,6 +49,19 @@ INSTANTIATE_TEST_SUITE_P(
         UsageRow{"set_bad_ip", {"--sim", "set", "ip", "1.2.3"}, {}, "1.2.3: expected A.B.C.D[:PORT]"},
         UsageRow{"set_bad_output", {"--sim", "set", "outputs", "3", "high"}, {}, "expected OUTPUT LEVEL"},
         UsageRow{"set_byte_too_big", {"--sim", "set", "beep", "256"}, {}, "expected one value 0..255"},
+        UsageRow{"epc_and_filter", {"--sim", "read", "tid", "0", "2", "--epc", "E2", "--filter", "tid:0:8:E2"}, {},
+                 "give --epc or --filter, not both"},
+        UsageRow{"filter_short_mask", {"--sim", "read", "tid", "0", "2", "--filter", "tid:0:16:E2"}, {},
+                 "--filter takes BANK:BITADDR:BITLEN:HEX"},
+        UsageRow{"filter_bad_bank", {"--sim", "read", "tid", "0", "2", "--filter", "rom:0:8:E2"}, {},
+                 "--filter takes"},
+        UsageRow{"short_password", {"--sim", "read", "tid", "0", "2", "-p", "1234"}, {}, "8 hex digits"},
+        UsageRow{"bad_bank", {"--sim", "read", "flash", "0", "2"}, {}, "flash: the banks are"},
+        UsageRow{"odd_write", {"--sim", "write", "user", "0", "ABC"}, {}, "whole 16-bit words"},
+        UsageRow{"kill_any_tag", {"--sim", "kill", "-p", "0BADCAFE"}, {}, "name the tag with --epc or --filter"},
+        UsageRow{"lock_bad_area", {"--sim", "lock", "rom", "lock"}, {}, "areas are kill, access, epc, tid, user"},
+        UsageRow{"lock_odd_args", {"--sim", "lock", "user"}, {}, "expected AREA ACTION pairs"},
+        UsageRow{"permalock_nothing", {"--sim", "permalock", "0"}, {}, "give a MASK"},
         UsageRow{"upgrade_missing_file", {"--sim", "upgrade", "/nonexistent/fw.bin"}, {}, "/nonexistent/fw.bin"},
         UsageRow{"too_many_readers",
                  {"--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim",
@@ -71,8 +84,9 @@ TEST_P(CliHelp, ShowsExamplesAndExitsZero) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Subcommands, CliHelp,
-                         ::testing::Values("", "demo", "inventory", "info", "get", "set", "reset", "factory-reset",
-                                           "upgrade", "links", "raw"),
+                         ::testing::Values("", "demo", "inventory", "info", "read", "write", "erase", "lock", "kill",
+                                           "permalock", "get", "set", "reset", "factory-reset", "upgrade", "links",
+                                           "raw"),
                          [](const auto& info) {
                              std::string n = info.param.empty() ? "tool" : info.param;
                              for (auto& c : n)
