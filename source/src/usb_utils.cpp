@@ -60,8 +60,10 @@ std::condition_variable g_frame_ready;
 // reap (0: none); g_owned_done tells that it has left. A thread that finds it
 // is no longer thread_id (usbClose dropped it) stops and detaches itself.
 std::mutex g_owner;
+std::condition_variable g_thread_left;
 bool g_owned_done = false;
 int g_threads_alive = 0;  // receive threads started and not yet returned
+thread_local bool t_receive_thread = false;
 
 bool owned_by_caller() {
     std::lock_guard<std::mutex> lock(g_owner);
@@ -141,6 +143,7 @@ void retire_known_thread() {
 }
 
 void* receiver_entry(void*) {
+    t_receive_thread = true;
     thread_usb_recv(nullptr);
     std::lock_guard<std::mutex> lock(g_owner);
     if (thread_id != 0 && pthread_equal(thread_id, pthread_self()))
@@ -148,10 +151,19 @@ void* receiver_entry(void*) {
     else
         pthread_detach(pthread_self());  // dropped by usbClose: nobody joins it
     g_threads_alive--;
+    g_thread_left.notify_all();
     return nullptr;
 }
 
 int start_receiver() {
+    {
+        // A thread that usbClose let go may still be finishing its last pass
+        // over the buffers below; it is gone within one pass. (Reopened from
+        // the disconnect callback, the calling thread is one of them.)
+        std::unique_lock<std::mutex> lock(g_owner);
+        const int self = t_receive_thread ? 1 : 0;
+        g_thread_left.wait_for(lock, std::chrono::seconds(2), [self] { return g_threads_alive <= self; });
+    }
     // A new session starts from empty buffers: a half frame or an unread
     // reply of an earlier device is not this device's.
     usb_event_buf_len = 0;

@@ -201,3 +201,22 @@ TEST_F(UsbUnplug, AReadErrorEndsTheThreadAndReportsTheDisconnect) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(49));
     EXPECT_EQ(RecvBytes(buf, sizeof buf), 0);
 }
+
+// Closing the link from the disconnect callback runs on the receive thread
+// itself: it must neither wait for itself nor leave the thread behind.
+TEST_F(UsbUnplug, TheDisconnectCallbackMayCloseTheLink) {
+    static std::atomic<int> closed;
+    closed = 0;
+    fakehid::set_devices({kReader});
+    ASSERT_EQ(UsbOpen(), 0);
+    const int slot = cur_index;
+    ASSERT_EQ(SetDisconnectCallback([](int) { closed = UsbClose() == 0 ? 1 : -1; }), 0);
+
+    fakehid::unplug(-1);
+    ASSERT_TRUE(eventually([] { return closed.load() != 0; }));
+    EXPECT_EQ(closed, 1);
+    EXPECT_TRUE(no_receive_thread());
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(my_terminals[slot].device_info.trans_type, TYPE_INVALID);
+    EXPECT_EQ(fakehid::counters().devices_live, 0);
+}
