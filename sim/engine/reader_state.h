@@ -5,8 +5,11 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
+#include "engine/regions.h"
 #include "engine/tag_field.h"
 
 namespace uhfsim {
@@ -17,10 +20,28 @@ enum class InventoryMode : uint8_t {
   EpcTidUser = 2,  // ... then TID, then USER words from user_addr
 };
 
+// A Select-style mask over tag memory; bit_len 0 lets every tag answer.
+struct InventoryFilter {
+  Bank bank = Bank::Epc;
+  uint16_t bit_addr = 0;
+  uint16_t bit_len = 0;
+  std::vector<uint8_t> mask;
+};
+
 struct AntennaSettings {
   uint16_t read_power = 3000;  // 0.01 dBm
   uint16_t write_power = 3000;
   uint16_t work_time = 200;  // reader's unit (ms on most modules)
+};
+
+constexpr size_t kMaxUserParams = 1023;
+
+// A network address as the module keeps it: bytes in wire order.
+struct NetAddress {
+  std::array<uint8_t, 4> ip{};
+  std::array<uint8_t, 2> port{};
+  std::array<uint8_t, 4> mask{};
+  std::array<uint8_t, 4> gateway{};
 };
 
 struct Settings {
@@ -32,9 +53,37 @@ struct Settings {
   uint8_t user_addr = 0;  // word address in USER
   uint8_t user_words = 0;
   bool sensor_inventory = false;  // reports become 0x7F with a sensor word
+
+  // ---- RF link, hopping, Gen2 and inventory modes ----
+  std::vector<uint32_t> hop_table = default_channels(0x01);  // kHz, inside the region's band
+  uint8_t rf_link = 1;                // preset 0..3
+  bool cw = false;                    // carrier on; never saved
+  std::map<std::array<uint8_t, 5>, std::array<uint8_t, 4>> params;  // type + 4-byte id -> value
+  uint8_t protocol_config = 0;
+  std::array<uint8_t, 4> gen2{0x01, 0x40, 0xFD, 0x53};  // the packed Gen2 block
+  bool fast_id = false;               // adds the TID to EPC-only reports
+  bool tag_focus = false;
+  InventoryFilter filter;             // limits which tags answer an inventory
+  uint8_t dual_single = 0;
+  uint8_t work_mode = 0;
+  std::array<uint8_t, 6> work_mode_para{};
+  std::array<uint8_t, 4> work_time{};
+  uint8_t protocol_type = 0;
+  // ---- end of RF link, hopping, Gen2 and inventory modes ----
+
+  // ---- Device I/O, user parameters and network --------------------------
+  // These commands carry no save flag. All but the outputs are kept at once
+  // (written to the saved copy too); the outputs are live levels that drop
+  // back to low on a restart.
+  uint8_t temperature_protect = 0x01;
+  uint8_t beep_mode = 0x01;
+  std::array<uint8_t, 2> outputs{0, 0};  // level of output 1 and 2: 0 low, 1 high
+  std::vector<uint8_t> user_params;      // opaque block, at most kMaxUserParams bytes
+  NetAddress own{{192, 168, 1, 200}, {0x0F, 0xA1}, {255, 255, 255, 0}, {192, 168, 1, 1}};
+  NetAddress destination{{192, 168, 1, 100}, {0x0F, 0xA2}, {}, {}};  // mask/gateway unused
 };
 
-// What the module is; not changed by commands.
+// What the module is; only a firmware upgrade changes it (software_version).
 struct Identity {
   std::array<uint8_t, 3> hardware_version{1, 2, 0};
   std::array<uint8_t, 3> software_version{2, 10, 4};
@@ -49,6 +98,17 @@ struct ReaderState {
   Settings saved;
   Identity identity;
   int16_t temperature_centi = 3150;  // 31.50 degrees C
+  uint8_t pa_status = 0;             // power amplifier: 0 is healthy
+  int16_t supply_voltage = 3300;     // reported unscaled (millivolts here)
+
+  // Firmware upgrade in progress: entered by 0xC0, fed by 0xC2/0xC4/0xC6.
+  struct BootLoader {
+    bool active = false;       // 0xC0 accepted
+    uint8_t target = 0;        // the boot target byte of that 0xC0
+    bool receiving = false;    // 0xC2 accepted, blocks being appended
+    bool last_failed = false;  // the last image was refused; reported once
+    std::vector<uint8_t> image;
+  } boot;
 
   // Applies `change` to the live settings and, when asked, to the saved copy.
   template <typename F>
@@ -58,6 +118,8 @@ struct ReaderState {
   }
 
   void power_cycle() { current = saved; }
+  // Factory settings, kept at once. The firmware (identity) stays as it is.
+  void factory_reset() { current = saved = Settings{}; }
 };
 
 }  // namespace uhfsim

@@ -73,6 +73,9 @@ class VirtualReader {
 
   // Power off and on: unsaved settings are lost, inventory stops.
   void power_cycle();
+  // The same from a command (soft reset): safe to call from a handler, as it
+  // leaves the frame parser that is delivering the request alone.
+  void restart();
 
   // State, for handlers and tests.
   ReaderState& state() { return state_; }
@@ -88,6 +91,8 @@ class VirtualReader {
   void reply(uint8_t code, std::initializer_list<uint8_t> data) {
     reply(code, std::span<const uint8_t>(data.begin(), data.size()));
   }
+  // A frame already encoded (the escaped form has its own encoder).
+  void send_raw(std::span<const uint8_t> frame);
   void start_inventory();
   void stop_inventory();
   bool inventory_running() const { return running_; }
@@ -103,6 +108,7 @@ class VirtualReader {
   void on_frame(const Frame& f);
   void log(const std::string& line) const;
   std::vector<std::pair<size_t, int>> read_plan() const;
+  bool passes_filter(const Tag& tag) const;
   TimePoint slot_due(uint64_t k) const;
   void emit_read(const std::vector<std::pair<size_t, int>>& plan);
 

@@ -72,17 +72,197 @@ UHF_API int EBVToInt(uint8_t* eLen);
 
 /* ==== Power, antennas and region ======================================== */
 
+/* 0x10: read and write power of antenna 1, both uPower dBm (1..30, else -1
+ * with no traffic); save != 0 asks the reader to keep it. */
+UHF_API int UHFSetPower(uint8_t save, uint8_t uPower);
+/* 0x12: read power of the first antenna record, whole dBm (truncated).
+ * Status 0x00 and 0x01 are both accepted. */
+UHF_API int UHFGetPower(uint8_t* uPower);
+/* 0x10: powers of antenna num in 0.01 dBm, sent unscaled and unchecked. */
+UHF_API int UHFSetAntennaPower(uint8_t saveflag, uint8_t num, uint16_t read_power, uint16_t write_power);
+/* 0x12: 3 bytes per antenna into ppower (number, read dBm, write dBm); the
+ * byte count in *nReturned. ppower must hold 3 bytes per antenna the reader
+ * has (a reply can list up to 407). */
+UHF_API int UHFGetAntennaPower(uint8_t* ppower, uint16_t* nReturned);
+/* 0x28: the two antenna-mask bytes buf[0..1]; saveflag is sent as given. */
+UHF_API int UHFSetANT(unsigned char saveflag, unsigned char* buf);
+/* 0x2A: the antenna mask into buf[0..1]; the reply has no status byte. */
+UHF_API int UHFGetANT(unsigned char* buf);
+/* 0x4A: work time of antenna antnum, cut to 16 bits; saveflag goes into the
+ * high nibble of the first byte. */
+UHF_API int UHFSetANTWorkTime(unsigned char antnum, unsigned char saveflag, unsigned int WorkTime);
+/* 0x4C: work time of antenna antnum. */
+UHF_API int UHFGetANTWorkTime(unsigned char antnum, unsigned int* WorkTime);
+/* 0x2C / 0x2E: regulatory region code, passed through. */
+UHF_API int UHFSetRegion(uint8_t save, uint8_t region);
+UHF_API int UHFGetRegion(uint8_t* region);
+
 /* ==== Frequency hopping and RF link ===================================== */
+
+/* 0x14: hopping table of nums frequencies (24 bits each). More than 84 do
+ * not fit the request: -1 with no traffic. */
+UHF_API int UHFSetJumpFrequency(unsigned char nums, unsigned int* Freqbuf);
+/* 0x14: a one-entry table holding the 16-bit Frequency. */
+UHF_API int UHF_Frequency_Hopping_Setting(uint16_t Frequency);
+/* 0x16: Freqbuf[0] = count n, Freqbuf[1..n] the frequencies (room for 256
+ * entries covers any reply). No status byte; -1 for a truncated list. */
+UHF_API int UHFGetJumpFrequency(unsigned int* Freqbuf);
+/* 0x52 / 0x54: RF link mode; saveflag and mode are sent as given. */
+UHF_API int UHFSetRFLink(unsigned char saveflag, unsigned char mode);
+UHF_API int UHFGetRFLink(unsigned char* uMode);
+/* RF link preset 0..3 (else -1, no traffic), always saved, then the Gen2
+ * block that belongs to it (0x20). Once the preset is accepted the result
+ * is 0 whatever the Gen2 step brings. */
+UHF_API int UHF_Set_RFLink(uint8_t mode);
+/* 0x54: RF link mode; when it is 3 the mode-3 Gen2 block is sent again. */
+UHF_API int UHF_Get_RFLink(uint8_t* mode);
+/* 0x24 / 0x26: continuous-wave switch; the get reply has no status byte. */
+UHF_API int UHFSetCW(unsigned char flag);
+UHF_API int UHFGetCW(unsigned char* flag);
+/* 0x18 / 0x1A: 4-byte parameter keyed by type and the 4-byte IDbuf, copied
+ * in memory order. */
+UHF_API int UHF_Set_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData);
+UHF_API int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData);
+/* 0xC0: protocol configuration byte. */
+UHF_API int Vexa_Protocol_Configuration(uint8_t value);
+/* Power-amplifier status over the escaped frame (with a CRC when CRC mode is
+ * on); one attempt. 0 when the amplifier reports status 0, else -1. */
+UHF_API int RmuGetPaStatus(void);
 
 /* ==== Gen2 parameters and inventory modes =============================== */
 
+/* 0x20: the Gen2 block. Lower fields of each byte are masked to their width;
+ * Target, StartQ, MaxQ and Sel lose their excess high bits off the byte. */
+UHF_API int UHFSetGen2(unsigned char Target, unsigned char Action, unsigned char T, unsigned char Q,
+                       unsigned char StartQ, unsigned char MinQ, unsigned char MaxQ, unsigned char D,
+                       unsigned char C, unsigned char P, unsigned char Sel, unsigned char Session,
+                       unsigned char G, unsigned char LF);
+/* 0x22: the Gen2 block unpacked; the reply has no status byte. */
+UHF_API int UHFGetGen2(unsigned char* Target, unsigned char* Action, unsigned char* T, unsigned char* Q,
+                       unsigned char* StartQ, unsigned char* MinQ, unsigned char* MaxQ, unsigned char* D,
+                       unsigned char* Coding, unsigned char* P, unsigned char* Sel, unsigned char* Session,
+                       unsigned char* G, unsigned char* LF);
+/* 0x5C / 0x5E: FastID switch. */
+UHF_API int UHFSetFastID(unsigned char flag);
+UHF_API int UHFGetFastID(unsigned char* flag);
+/* 0x60 / 0x62: TagFocus switch. */
+UHF_API int UHFSetTagfocus(unsigned char flag);
+UHF_API int UHFGetTagfocus(unsigned char* flag);
+/* Query, then set only when the reader holds another value. flag > 1: -1
+ * with no traffic. */
+UHF_API int R2000_Set_FastID(uint8_t flag);
+UHF_API int R2000_Set_TagFocus(uint8_t flag);
+/* 0x70: what inventory reports beside the EPC (mode 0..2, else -1 with no
+ * traffic), with the USER start address and length. */
+UHF_API int UHFSetEPCTIDUSERMode(uint8_t save, uint8_t mode, uint8_t addr, uint8_t length);
+/* 0x70: the mode alone; UHF_OPENMODE is UHFSetEPCTIDMode(0, 1). */
+UHF_API int UHFSetEPCTIDMode(unsigned char saveflag, unsigned char mode);
+UHF_API int UHF_OPENMODE(void);
+/* 0x72: the mode. */
+UHF_API int UHFGetEPCTIDMode(unsigned char* mode);
+/* 0x72: mode[0..2] = mode, USER start address, USER length. Returns 3. */
+UHF_API int UHFGetEPCTIDUSERMode(uint8_t rev1, uint8_t rev2, uint8_t* mode);
+/* 0x6E: inventory filter on bank from byte startaddr, datalen mask bytes
+ * (at most 94, else -1 with no traffic). flag is unused. In the EPC bank
+ * the address skips CRC and PC, without carrying into the high byte. */
+UHF_API int UHFSetFilter(uint8_t flag, uint8_t bank, uint16_t startaddr, uint16_t datalen, uint8_t* buf);
+/* 0x6A / 0x6C: dual/single mode. */
+UHF_API int UHFSetDualSingelMode(unsigned char saveflag, unsigned char mode);
+UHF_API int UHFGetDualSingelMode(unsigned char* mode);
+/* 0xA1 sub-commands 0x05 / 0x06: work mode. */
+UHF_API int UHFSetWorkMode(unsigned char mode);
+UHF_API int UHFGetWorkMode(unsigned char* mode);
+/* 0xA1 sub-commands 0x0B / 0x0C: the 6 work-mode parameter bytes. */
+UHF_API int UHFSetWorkModePara(unsigned char* para);
+UHF_API int UHFGetWorkModePara(unsigned char* para);
+/* 0x3C: five work-time bytes. 0x3E reads four into DByte and returns 4. */
+UHF_API int UHFSetWorkTime(unsigned char DByte4, unsigned char DByte3, unsigned char DByte2,
+                           unsigned char DByte1, unsigned char DByte0);
+UHF_API int UHFGetWorkTime(unsigned char* DByte);
+/* 0x06: air protocol type (low byte of type). */
+UHF_API int UHFSetProtocolType(int type);
+UHF_API int UHFGetProtocolType(uint8_t* type);
+
 /* ==== Device status, identity and I/O =================================== */
 
+/* 0x00. version = 6, then "Vh.m.l" with one character per part (a part of
+ * 10 or more gives a character past '9'). Needs 7 bytes; no status checked. */
+UHF_API int UHFGetHardwareVersion(uint8_t* version);
+/* 0x02. version = count, then "Va.b.c", parts of one or two digits; the count
+ * includes the count byte itself (V1.12.3 gives 8). Needs 10 bytes. */
+UHF_API int UHFGetSoftwareVersion(uint8_t* version);
+/* 0xC8. version = count, then "Va.b.c" and ",text" per typed item of the
+ * reply. Needs 256 bytes (text stops at 255). -1 for a reply under 3 bytes. */
+UHF_API int UHFGetReaderVersion(uint8_t* version);
+/* No exchange: the library's build date and time, "YYYY-MM-DD hh:mm:ss" and a
+ * NUL (20 bytes). Returns 1; -1 for a null buffer. */
+UHF_API int UHFGetVersionCode(char* datetime);
+/* 0x04. *id = the 4 reply bytes, most significant first; no status checked. */
+UHF_API int UHFGetDeviceID(unsigned int* id);
+/* 0x34. Whole degrees from the reading taken as unsigned hundredths, so a
+ * negative temperature comes out large. Reply 01 hi lo. */
+UHF_API int UHFGeTemperature(uint16_t* temperature);
+/* 0x34. Whole degrees, signed, truncated toward zero. Reply 01 hi lo. */
+UHF_API int UHFGetTemperature(int* temp);
+/* 0x38 flag: set the over-temperature protection byte. Reply 01. */
+UHF_API int UHFSetTemperatureProtect(unsigned char flag);
+/* 0x3A: *flag = the over-temperature protection byte. Reply 01 flag. */
+UHF_API int UHFGetTemperatureProtect(unsigned char* flag);
+/* Same request as UHFSetTemperatureProtect, under its second name. */
+UHF_API int UHFSetTempVal(unsigned char TempVal);
+/* Same request as UHFGetTemperatureProtect, under its second name. */
+UHF_API int UHFGetTempVal(unsigned char* TempVal);
+/* 0x08 01. *value = supply voltage, signed 16-bit, unscaled. Reply 01 01 hi lo. */
+UHF_API int UHFVerifyVoltage(int* value);
+/* 0xA1 07 mode: set the beeper mode. Reply 01. */
+UHF_API int UHFSetBeep(uint8_t mode);
+/* 0xA1 08: *mode = the beeper mode. Reply 08 mode. */
+UHF_API int UHFGetBeep(uint8_t* mode);
+/* 0xA1 09 output1 output2 outStatus: drive the digital outputs. Reply 01. */
+UHF_API int UHFSetIOControl(unsigned char output1, unsigned char output2, unsigned char outStatus);
+/* 0xA1 0A: statusData[0..1] = the two I/O status bytes. Reply 0A s1 s2. */
+UHF_API int UHFGetIOControl(unsigned char* statusData);
+/* 0xF0 01 param, 3 s time-out: store a user-parameter block of at most 1023
+ * bytes (more is -1 with no traffic). Reply 01 00. */
+UHF_API int UHFUploadUserParam(const unsigned char* param, unsigned short paramLen);
+/* 0xF0 02, 3 s: param = the stored block, *paramLen its length. param must
+ * hold 1023 bytes; a longer block in the reply is -1, nothing written. */
+UHF_API int UHFDownloadUserParam(unsigned char* param, unsigned short* paramLen);
+
 /* ==== Firmware upgrade ================================================== */
+
+/* 0xC0 target: enter the boot loader; flag 0..3 sends EE, CC, BB, AA.
+ * flag > 3 returns -2 with no traffic. Reply 01. */
+UHF_API int UHFJump2Boot(unsigned char flag);
+/* 0xC2: start the update. Reply 01. */
+UHF_API int UHFStartUpd(void);
+/* 0xC4 with exactly 64 bytes of buf: one image block. Reply 01. */
+UHF_API int UHFUpdating(unsigned char* buf);
+/* 0xC4 with length bytes of buf: one block of the caller's size, at most
+ * 2040 (one frame; more is -1 with no traffic). Reply 01. */
+UHF_API int UHF_Upgrade(const unsigned char* buf, unsigned short length);
+/* 0xC6, sent without waiting for a reply: end the transfer. 0 once the frame
+ * has left, with Vexa_Send's result rule. */
+UHF_API int UHFStopUpdate(void);
 
 /* ==== QT memory views =================================================== */
 
 /* ==== Network settings and reset ======================================== */
+
+/* 0xA1 01 ip[4] port[2], then mask[4] gate[4] only when both are given: set
+ * the reader's own address. Bytes go as given. Reply 01. */
+UHF_API int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate);
+/* 0xA1 02: ip[4], port[2]; mask[4] and gate[4] too when the reply holds 15
+ * bytes or more (null ones are skipped). Reply 02 .... */
+UHF_API int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate);
+/* 0xA1 03 ip[4] port[2]: set the address the reader sends to. Reply 01. */
+UHF_API int UHFSetDestIp(unsigned char* ipbuf, unsigned char* postbuf);
+/* 0xA1 04: ip[4], port[2] of the destination address. Reply 04 .... */
+UHF_API int UHFGetDestIp(unsigned char* ipbuf, unsigned char* postbuf);
+/* 0x68: restart the reader; unsaved settings fall back to saved ones. Reply 01. */
+UHF_API int UHFSetSoftReset(void);
+/* 0x74: restore the reader's factory settings. Reply 01. */
+UHF_API int UHFSetDefaultMode(void);
 
 /* ==== Sensor tags ======================================================= */
 

@@ -366,10 +366,9 @@ TEST(SimEngine, OtherFrameFormsAreCountedButNotAnswered) {
   Bench b;
   b.send({0xA5, 0x03, 0x00, 0x06, 0xAA, 0x12, 0x01, 0x00, 0x02, 0x11, 0x03});
   b.send({0xA5, 0x02, 0x00, 0x02, 0x01, 0x00, 0x03});
-  b.send({0xAA, 0x02, 0x00, 0x55});
   b.send(frame(0x2E));
   EXPECT_EQ(b.take(), (std::vector<Reply>{{0x2F, {0x01, 0x01}}}));
-  EXPECT_EQ(b.reader.stats().unhandled_frames, 3u);
+  EXPECT_EQ(b.reader.stats().unhandled_frames, 2u);
 }
 
 TEST(SimEngine, HandlerTableAcceptsNewFamiliesAndSubCommands) {
@@ -388,7 +387,7 @@ TEST(SimEngine, HandlerTableAcceptsNewFamiliesAndSubCommands) {
     return std::string("ok");
   });
   b.send(frame(0xA1, {0x08}));
-  b.send(frame(0xA1, {0x06}));
+  b.send(frame(0xA1, {0x0D}));
   b.send(frame(0xA1));
   b.send({0xAA, 0x02, 0x42, 0x55});
   EXPECT_EQ(b.take(), (std::vector<Reply>{{0xA2, {0x08, 0x01}}, {0xA2, {0xEE}}, {0xA2, {0xEE}}, {0x00, {0x42}}}));

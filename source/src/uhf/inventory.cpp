@@ -22,6 +22,7 @@ constexpr uint8_t kReport = 0x83;
 constexpr uint8_t kSensorReport = 0x7F;
 constexpr uint8_t kBatchPoll = 0xEB;
 constexpr uint8_t kBatch = 0xEC;
+constexpr useconds_t kCoalesceUs = 10000;
 
 // Flags shared between the receive thread and the application's thread.
 unsigned char running(int index) { return __atomic_load_n(&my_terminals[index].recv_task_running, __ATOMIC_ACQUIRE); }
@@ -34,6 +35,9 @@ uint8_t closing() { return __atomic_load_n(&closeingflag, __ATOMIC_ACQUIRE); }
 // Receive threads alive per slot; a released slot waits for its threads to
 // leave before its descriptor is closed and it is wiped.
 int g_threads_alive[MAX_TERMINALS];
+// Counts receive threads that have emptied the queue; UHFInventory waits for
+// its thread to do so, so no report of an earlier run is taken for a new one.
+unsigned g_threads_started = 0;
 
 struct AliveGuard {
     int index;
@@ -85,6 +89,7 @@ void* Uhf_GetR2000UartData(void* arg) {
     int index = static_cast<int>(reinterpret_cast<intptr_t>(arg));
     initTagQueue();
     set_closing(0);
+    __atomic_add_fetch(&g_threads_started, 1, __ATOMIC_RELEASE);
     UHF_LOG(kLogBase, "**start receive data,index:%d", index);
     if (!slot_ok(index)) {
         UHF_LOG(kLogBase, "the link is invalid");
@@ -118,6 +123,9 @@ void* Uhf_GetR2000UartData(void* arg) {
         // A trailing partial frame goes with the buffer once any frame was
         // found: the reader's stream restarts cleanly at frame boundaries.
         if (consume_frames(buf, held, index)) held = 0;
+        // The link is drained: let a few more reports gather before the next
+        // read, so a slow stream does not cost a wake-up per report.
+        if (static_cast<size_t>(n) < room) usleep(kCoalesceUs);
     }
     return nullptr;
 }
@@ -169,8 +177,10 @@ int UHFInventory(void) {
         return -1;
     }
     UHF_LOG(kLogBase, "create r2000 receiver thread:%d", cur_index);
+    unsigned before = __atomic_load_n(&g_threads_started, __ATOMIC_ACQUIRE);
     if (Creat_R2000Thread(cur_index) != 0) return -1;
     usleep(1000);
+    for (int i = 0; i < 200 && __atomic_load_n(&g_threads_started, __ATOMIC_ACQUIRE) == before; i++) usleep(1000);
     return 0;
 }
 
