@@ -77,15 +77,14 @@ bool rssi_plausible(const Bytes& b) {
 }  // namespace
 
 TEST_F(UsbReader, PowerSetThenGet) {
-    const uint8_t set[] = {0x00, 0x01, 0x0A, 0x28, 0x09, 0xC4};  // antenna 1: 26.00 / 25.00 dBm
-    uint8_t rx[2048];
-    uint16_t n = 0;
-    ASSERT_EQ(Vexa_SendAndRecv(0x10, set, sizeof set, rx, &n), 0);
-    EXPECT_EQ(Bytes(rx, rx + n), Bytes{0x01});
-
-    ASSERT_EQ(Vexa_SendAndRecv(0x12, nullptr, 0, rx, &n), 0);
-    ASSERT_GE(n, 6);
-    EXPECT_EQ(Bytes(rx, rx + 6), (Bytes{0x01, 0x01, 0x0A, 0x28, 0x09, 0xC4}));
+    ASSERT_EQ(UHFSetPower(0, 26), 0);
+    uint8_t dbm = 0;
+    ASSERT_EQ(UHFGetPower(&dbm), 0);
+    EXPECT_EQ(dbm, 26);
+    fakehid::with_reader([](uhfsim::VirtualReader& r) {
+        EXPECT_EQ(r.settings().antennas[0].read_power, 2600);
+        EXPECT_EQ(r.settings().antennas[0].write_power, 2600);
+    });
 }
 
 TEST_F(UsbReader, SingleShotInventoryReachesReplyAndCallback) {
