@@ -91,13 +91,9 @@ const hid_device_info* reader_interface(const hid_device_info* list) {
 // Put dev in place of the current device; a device opened before is closed,
 // since its receive thread reads through the global handle anyway.
 void install_device(hid_device* dev) {
-    hid_device* old;
-    {
-        std::unique_lock<std::shared_mutex> lock(g_device);
-        old = handle;
-        handle = dev;
-        if (old != nullptr) hid_close(old);
-    }
+    std::unique_lock<std::shared_mutex> lock(g_device);
+    if (handle != nullptr) hid_close(handle);
+    handle = dev;
 }
 
 // One input report appended to buf; the caller holds g_device.
@@ -112,9 +108,9 @@ int read_report(unsigned char* buf, unsigned int buf_len) {
     return static_cast<int>(take);
 }
 
-// Step 6 of opening: a receive thread still known from an earlier open is
-// told to stop and joined. usb_running stays 0 afterwards, so the thread
-// started next ends at once: that is the transport's documented behaviour.
+// Opening again without a close: the receive thread still known is told to
+// stop and joined. usb_running stays 0 afterwards, so the thread started next
+// ends at once; that quirk of the interface is kept on purpose.
 void retire_known_thread() {
     pthread_t old;
     {
