@@ -22,6 +22,7 @@ constexpr uint8_t kReport = 0x83;
 constexpr uint8_t kSensorReport = 0x7F;
 constexpr uint8_t kBatchPoll = 0xEB;
 constexpr uint8_t kBatch = 0xEC;
+constexpr useconds_t kCoalesceUs = 10000;
 
 // Flags shared between the receive thread and the application's thread.
 unsigned char running(int index) { return __atomic_load_n(&my_terminals[index].recv_task_running, __ATOMIC_ACQUIRE); }
@@ -118,6 +119,9 @@ void* Uhf_GetR2000UartData(void* arg) {
         // A trailing partial frame goes with the buffer once any frame was
         // found: the reader's stream restarts cleanly at frame boundaries.
         if (consume_frames(buf, held, index)) held = 0;
+        // The link is drained: let a few more reports gather before the next
+        // read, so a slow stream does not cost a wake-up per report.
+        if (static_cast<size_t>(n) < room) usleep(kCoalesceUs);
     }
     return nullptr;
 }

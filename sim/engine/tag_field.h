@@ -1,0 +1,83 @@
+// The tags in front of the virtual reader: EPC Gen2 memory as 16-bit words,
+// where each tag is visible, and how strongly.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/rng.h"
+
+namespace uhfsim {
+
+constexpr int kMaxAntennas = 16;  // one bit each in the two-byte antenna mask
+constexpr int16_t kRssiMax = -250;   // -25.0 dBm, strongest a report may carry
+constexpr int16_t kRssiMin = -1200;  // -120.0 dBm, weakest
+
+// EPC Gen2 CRC-16: poly 0x1021, init 0xFFFF, MSB first, result inverted.
+uint16_t gen2_crc16(std::span<const uint8_t> bytes);
+
+enum class Bank : uint8_t { Reserved = 0, Epc = 1, Tid = 2, User = 3 };
+
+struct TempSensor {
+  int16_t centi_celsius = 2500;  // what the chip measures now
+  uint16_t code = 0;             // raw sensor word sent in sensor inventory reports
+};
+
+struct Tag {
+  // Reserved bank: kill password in words 0-1, access password in words 2-3.
+  std::vector<uint16_t> reserved = std::vector<uint16_t>(4, 0);
+  // EPC bank: word 0 stored CRC, word 1 PC, EPC from word 2. Use set_epc().
+  std::vector<uint16_t> epc_bank = std::vector<uint16_t>(2, 0);
+  std::vector<uint16_t> tid;
+  std::vector<uint16_t> user;
+
+  // Base RSSI per antenna in 0.1 dBm; nullopt = not in that antenna's field.
+  std::array<std::optional<int16_t>, kMaxAntennas> rssi{};
+
+  // Filled in by later tag-access work; carried now so the layout stays put.
+  uint16_t lock_bits = 0;
+  bool killed = false;
+  uint16_t qt_control = 0;
+  std::optional<TempSensor> sensor;
+
+  // Stores the EPC (whole words), fixes the PC length bits and the CRC.
+  // Other PC bits come from `pc_flags` (its length bits are ignored).
+  void set_epc(std::span<const uint8_t> epc, uint16_t pc_flags = 0);
+  uint16_t pc() const { return epc_bank[1]; }
+  uint16_t stored_crc() const { return epc_bank[0]; }
+  size_t epc_words() const { return epc_bank.size() - 2; }
+  std::vector<uint8_t> epc() const;
+  std::vector<uint8_t> uii() const;  // PC then EPC, as inventory reports carry it
+  std::vector<uint16_t>* bank(Bank b);
+  bool visible_on(int antenna) const;  // antenna numbered from 1
+};
+
+std::vector<uint8_t> words_to_bytes(std::span<const uint16_t> words);
+
+class TagField {
+ public:
+  TagField() = default;
+  explicit TagField(std::vector<Tag> tags) : tags_(std::move(tags)) {}
+
+  // Loads the JSON tag file (format in sim/README.md). On failure returns
+  // nullopt and, when `error` is given, says what was wrong.
+  static std::optional<TagField> from_json(const std::string& text, std::string* error = nullptr);
+  static std::optional<TagField> load_file(const std::string& path, std::string* error = nullptr);
+  // `count` tags with random EPC/TID, present on antenna 1 and on each of the
+  // next `antennas`-1 antennas with even odds. Same seed, same field.
+  static TagField random(size_t count, uint64_t seed, int antennas = 1);
+
+  std::vector<Tag>& tags() { return tags_; }
+  const std::vector<Tag>& tags() const { return tags_; }
+  size_t size() const { return tags_.size(); }
+  void add(Tag t) { tags_.push_back(std::move(t)); }
+
+ private:
+  std::vector<Tag> tags_;
+};
+
+}  // namespace uhfsim

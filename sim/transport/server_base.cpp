@@ -1,0 +1,137 @@
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "transport/servers.h"
+
+namespace uhfsim {
+
+// A link stops asking the engine for reports while this much output is queued,
+// so a host that reads slowly cannot make the queue grow without bound.
+constexpr size_t kBackedUp = 256 * 1024;
+
+ServerBase::ServerBase(SimOptions opts) : opts_(std::move(opts)) {}
+
+ServerBase::~ServerBase() { stop(); }
+
+bool ServerBase::launch() {
+  if (pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0) {
+    error_ = "pipe failed";
+    return false;
+  }
+  stop_ = false;
+  thread_ = std::thread([this] { loop(); });
+  return true;
+}
+
+void ServerBase::wake() {
+  if (wake_[1] >= 0) {
+    const uint8_t b = 1;
+    [[maybe_unused]] auto n = ::write(wake_[1], &b, 1);
+  }
+}
+
+void ServerBase::stop() {
+  if (!thread_.joinable()) return;
+  stop_ = true;
+  wake();
+  thread_.join();
+  for (int& fd : wake_) {
+    if (fd >= 0) ::close(fd);
+    fd = -1;
+  }
+}
+
+std::unique_ptr<Session> ServerBase::new_session() { return std::make_unique<Session>(opts_); }
+
+void ServerBase::retire(Link& l) {
+  if (l.session) retired_.merge(l.session->reader().stats());
+}
+
+EngineStats ServerBase::stats() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  EngineStats s = retired_;
+  for (const Link* l : live_) s.merge(l->session->reader().stats());
+  return s;
+}
+
+void ServerBase::set_faults(const FaultOptions& f) {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    opts_.faults = f;
+    for (Link* l : live_) l->session->set_faults(f);
+  }
+  wake();
+}
+
+void ServerBase::set_read_rate(uint32_t rate) {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    opts_.engine.read_rate = rate;
+    for (Link* l : live_) l->session->reader().options().read_rate = rate;
+  }
+  wake();
+}
+
+void ServerBase::for_each_reader(const std::function<void(VirtualReader&)>& fn) {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (Link* l : live_) fn(l->session->reader());
+  }
+  wake();
+}
+
+bool ServerBase::flush(Link& l, bool paced, uint32_t baud, TimePoint now) {
+  while (!l.out.empty()) {
+    auto& chunk = l.out.front();
+    size_t n = chunk.size();
+    if (paced) {
+      if (l.line_free > now) return true;
+      // At most ~5 ms of line time per write keeps the pacing smooth.
+      n = std::min<size_t>(n, std::max<uint32_t>(1, baud / 10 / 200));
+    }
+    const ssize_t w = ::send(l.fd, chunk.data(), n, MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t wrote = w;
+    if (w < 0 && errno == ENOTSOCK) wrote = ::write(l.fd, chunk.data(), n);
+    if (wrote < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    const auto k = static_cast<size_t>(wrote);
+    if (paced) {
+      const auto line_ns = static_cast<int64_t>(k) * 10 * 1'000'000'000LL / std::max<uint32_t>(baud, 1);
+      l.line_free = std::max(l.line_free, now) + std::chrono::nanoseconds(line_ns);
+    }
+    l.out_bytes -= k;
+    if (k == chunk.size()) {
+      l.out.pop_front();
+    } else {
+      chunk.erase(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(k));
+    }
+  }
+  return true;
+}
+
+int ServerBase::poll_timeout_ms(const std::vector<Link*>& links, TimePoint now) {
+  TimePoint next = now + std::chrono::milliseconds(100);
+  for (const Link* l : links) {
+    if (l->out_bytes < kBackedUp)
+      if (auto d = l->session->next_deadline(); d && *d < next) next = *d;
+    if (!l->out.empty() && l->line_free > now && l->line_free < next) next = l->line_free;
+  }
+  if (next <= now) return 0;
+  const auto us = std::chrono::duration_cast<std::chrono::microseconds>(next - now).count();
+  return static_cast<int>((us + 999) / 1000);
+}
+
+void ServerBase::service(Link& l, TimePoint now) {
+  l.session->service(
+      now,
+      [&l](const uint8_t* p, size_t n) {
+        l.out.emplace_back(p, p + n);
+        l.out_bytes += n;
+      },
+      l.out_bytes < kBackedUp);
+}
+
+}  // namespace uhfsim

@@ -1,0 +1,54 @@
+// Firmware upgrade: boot loader entry, start, image blocks, end. The library
+// keeps no upgrade state and knows no image format; the caller drives the
+// steps in order and cuts the image into blocks.
+#include "UHF.h"
+#include "uhf/command.h"
+
+namespace uhf {
+
+namespace {
+
+
+enum : uint8_t {
+    kCmdJumpToBoot = 0xC0,
+    kCmdStartUpdate = 0xC2,
+    kCmdBlock = 0xC4,
+    kCmdStopUpdate = 0xC6,
+};
+
+constexpr size_t kBlockLen = 64;
+// The exchange frames at most 2048 bytes, 8 of them header and trailer.
+constexpr size_t kMaxFrameData = 2040;
+
+int send_block(const uint8_t* buf, size_t len) {
+    if (buf == nullptr) return -1;
+    RequestBuf<kMaxFrameData> req;
+    req.bytes(buf, len);
+    Reply r;
+    return transact_status(kCmdBlock, req, r, kAccepted);
+}
+
+}  // namespace
+
+}  // namespace uhf
+
+UHF_API int UHFJump2Boot(unsigned char flag) {
+    static const uint8_t kTarget[] = {0xEE, 0xCC, 0xBB, 0xAA};
+    if (flag >= sizeof kTarget) return -2;
+    uhf::RequestBuf<1> req;
+    req.u8(kTarget[flag]);
+    uhf::Reply r;
+    return uhf::transact_status(uhf::kCmdJumpToBoot, req, r, uhf::kAccepted);
+}
+
+UHF_API int UHFStartUpd(void) {
+    uhf::Reply r;
+    return uhf::transact_status(uhf::kCmdStartUpdate, r, uhf::kAccepted);
+}
+
+UHF_API int UHFUpdating(unsigned char* buf) { return uhf::send_block(buf, uhf::kBlockLen); }
+
+UHF_API int UHF_Upgrade(const unsigned char* buf, unsigned short length) { return uhf::send_block(buf, length); }
+
+// Fire and forget: the reader may be busy flashing and answer late or never.
+UHF_API int UHFStopUpdate(void) { return Vexa_Send(uhf::kCmdStopUpdate, nullptr, 0, cur_index); }

@@ -1,0 +1,111 @@
+// A whole firmware upgrade through the library against the virtual reader.
+#include <string.h>
+
+#include <string>
+
+#include "engine/firmware_image.h"
+#include "sim_link.h"
+
+using namespace uhftest;
+
+namespace {
+
+using FirmwareE2E = SimTcpTest;
+
+Bytes payload(size_t n) {
+    Bytes p(n);
+    uint32_t x = 12345;
+    for (auto& b : p) {
+        x = x * 1103515245u + 12345u;
+        b = uint8_t(x >> 16);
+    }
+    return p;
+}
+
+std::string software_version() {
+    uint8_t v[16] = {};
+    EXPECT_EQ(UHFGetSoftwareVersion(v), 0);
+    return std::string(reinterpret_cast<char*>(v + 1), v[0] > 0 ? v[0] - 1u : 0u);
+}
+
+// Boot loader, start, one UHFUpdating per 64 bytes, stop. False at the first
+// step the reader refused.
+bool upgrade_in_64_byte_blocks(const Bytes& image, unsigned char flag = 0) {
+    if (UHFJump2Boot(flag) != 0 || UHFStartUpd() != 0) return false;
+    for (size_t at = 0; at < image.size(); at += 64) {
+        uint8_t block[64];
+        memset(block, 0xFF, sizeof block);
+        memcpy(block, image.data() + at, std::min<size_t>(64, image.size() - at));
+        if (UHFUpdating(block) != 0) return false;
+    }
+    return UHFStopUpdate() == 0;
+}
+
+}  // namespace
+
+TEST_F(FirmwareE2E, UpgradeIn64ByteBlocksReportsTheNewVersion) {
+    ASSERT_EQ(software_version(), "V2.10.4");
+    Bytes image = uhfsim::build_image({4, 7, 12}, payload(1000));
+    ASSERT_EQ(image.size() % 64, 0u);
+
+    ASSERT_EQ(UHFJump2Boot(2), 0);
+    with_reader([](uhfsim::VirtualReader& r) {
+        EXPECT_TRUE(r.state().boot.active);
+        EXPECT_EQ(r.state().boot.target, 0xBB);
+    });
+    ASSERT_EQ(UHFStartUpd(), 0);
+    for (size_t at = 0; at < image.size(); at += 64) ASSERT_EQ(UHFUpdating(image.data() + at), 0) << at;
+    ASSERT_EQ(UHFStopUpdate(), 0);
+
+    EXPECT_EQ(software_version(), "V4.7.12");
+    // The new firmware survives a restart.
+    ASSERT_EQ(UHFSetSoftReset(), 0);
+    EXPECT_EQ(software_version(), "V4.7.12");
+}
+
+TEST_F(FirmwareE2E, UpgradeInBlocksOfTheCallersSize) {
+    Bytes image = uhfsim::build_image({5, 0, 1}, payload(3000), false);
+    ASSERT_EQ(UHFJump2Boot(0), 0);
+    ASSERT_EQ(UHFStartUpd(), 0);
+    for (size_t at = 0; at < image.size(); at += 700) {
+        size_t n = std::min<size_t>(700, image.size() - at);
+        ASSERT_EQ(UHF_Upgrade(image.data() + at, static_cast<unsigned short>(n)), 0) << at;
+    }
+    ASSERT_EQ(UHFStopUpdate(), 0);
+    EXPECT_EQ(software_version(), "V5.0.1");
+}
+
+TEST_F(FirmwareE2E, BadImagesAreRefusedAndTheOldVersionStays) {
+    const Bytes good = uhfsim::build_image({9, 9, 9}, payload(500));
+    struct Case {
+        const char* name;
+        Bytes image;
+    } cases[] = {
+        {"payload byte flipped", [&] { Bytes b = good; b[100] ^= 0x01; return b; }()},
+        {"CRC byte flipped", [&] { Bytes b = good; b[15] ^= 0x80; return b; }()},
+        {"last block missing", Bytes(good.begin(), good.end() - 64)},
+        {"no header", payload(512)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(upgrade_in_64_byte_blocks(c.image));
+        EXPECT_EQ(software_version(), "V2.10.4");
+        // The refusal is reported once, by the next upgrade request (a good
+        // image would have been answered by a fresh boot loader entry).
+        EXPECT_EQ(UHFJump2Boot(0), -1);
+        EXPECT_EQ(UHFJump2Boot(0), 0);
+        EXPECT_EQ(UHFStartUpd(), 0);
+    }
+    ASSERT_TRUE(upgrade_in_64_byte_blocks(good));
+    EXPECT_EQ(software_version(), "V9.9.9");
+}
+
+TEST_F(FirmwareE2E, StepsOutOfOrderAreRefused) {
+    uint8_t block[64] = {};
+    EXPECT_EQ(UHFStartUpd(), -1) << "not in the boot loader";
+    EXPECT_EQ(UHFUpdating(block), -1) << "no update started";
+    ASSERT_EQ(UHFJump2Boot(3), 0);
+    EXPECT_EQ(UHFUpdating(block), -1) << "still no update started";
+    EXPECT_EQ(UHFJump2Boot(4), -2);
+    EXPECT_EQ(software_version(), "V2.10.4");
+}

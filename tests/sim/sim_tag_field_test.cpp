@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "engine/tag_field.h"
+
+using uhfsim::Tag;
+using uhfsim::TagField;
+using Bytes = std::vector<uint8_t>;
+
+TEST(SimTagField, Crc16MatchesGen2CheckValues) {
+  struct Row {
+    Bytes in;
+    uint16_t crc;
+  };
+  const Row rows[] = {
+      {{'1', '2', '3', '4', '5', '6', '7', '8', '9'}, 0xD64E},  // the standard check value
+      {{}, 0x0000},                                              // init 0xFFFF, inverted
+      {{0x00}, 0x1E0F},
+      {{0x30, 0x00}, 0xE765},
+  };
+  for (const auto& r : rows) EXPECT_EQ(uhfsim::gen2_crc16(r.in), r.crc) << r.in.size();
+}
+
+TEST(SimTagField, SetEpcKeepsPcLengthAndCrcConsistent) {
+  struct Row {
+    Bytes epc;
+    uint16_t pc_flags;
+    uint16_t pc;
+  };
+  const Row rows[] = {
+      {{0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, 0, 0x3000},
+      {{0xAA, 0xBB}, 0, 0x0800},
+      {{}, 0, 0x0000},
+      // Length bits given by the caller are replaced; the other PC bits stay.
+      {{0x11, 0x22, 0x33, 0x44}, 0xF8FF, 0x10FF},
+  };
+  for (const auto& r : rows) {
+    Tag t;
+    t.set_epc(r.epc, r.pc_flags);
+    EXPECT_EQ(t.pc(), r.pc);
+    EXPECT_EQ(t.epc(), r.epc);
+    EXPECT_EQ(t.epc_words() * 2, r.epc.size());
+    const Bytes uii = t.uii();
+    ASSERT_EQ(uii.size(), r.epc.size() + 2);
+    EXPECT_EQ((uii[0] >> 3) + 1u, uii.size() / 2) << "host's UII length rule";
+    EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(uii));
+  }
+  Tag t;
+  t.set_epc(Bytes{0x30, 0x00});  // a one-word EPC: CRC covers PC 08 00 then 30 00
+  EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(Bytes{0x08, 0x00, 0x30, 0x00}));
+}
+
+TEST(SimTagField, LoadsTheDocumentedExampleFile) {
+  std::string err;
+  const auto field = TagField::load_file(UHFSIM_EXAMPLES "/tags.json", &err);
+  ASSERT_TRUE(field) << err;
+  ASSERT_EQ(field->size(), 4u);
+  const Tag& a = field->tags()[0];
+  EXPECT_EQ(a.epc(), (Bytes{0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}));
+  EXPECT_EQ(a.pc(), 0x3000);
+  EXPECT_EQ(a.tid.size(), 6u);
+  EXPECT_EQ(a.user, (std::vector<uint16_t>{0x0011, 0x2233, 0x4455, 0x6677}));
+  EXPECT_EQ(a.reserved, (std::vector<uint16_t>{0, 0, 0x1234, 0x5678}));
+  EXPECT_EQ(a.rssi[0], -525);
+  EXPECT_EQ(a.rssi[1], -710);
+  EXPECT_FALSE(a.rssi[2].has_value());
+  EXPECT_TRUE(a.visible_on(2));
+  EXPECT_FALSE(a.visible_on(3));
+  const Tag& c = field->tags()[2];
+  EXPECT_EQ(c.pc(), 0x1000);
+  EXPECT_FALSE(c.visible_on(1));
+  const Tag& d = field->tags()[3];
+  ASSERT_TRUE(d.sensor.has_value());
+  EXPECT_EQ(d.sensor->centi_celsius, 2375);
+}
+
+TEST(SimTagField, JsonDefaultsAndOptionalFields) {
+  const auto f = TagField::from_json(R"({"tags":[{"epc":"3000"},
+      {"epc":"1122 3344","kill_password":"DEADBEEF","killed":true,"sensor":{"temperature":-5.5,"code":513}}]})");
+  ASSERT_TRUE(f);
+  const Tag& a = f->tags()[0];
+  EXPECT_EQ(a.rssi[0], -600);  // default: antenna 1 at -60.0 dBm
+  EXPECT_TRUE(a.tid.empty());
+  const Tag& b = f->tags()[1];
+  EXPECT_EQ(b.reserved[0], 0xDEAD);
+  EXPECT_EQ(b.reserved[1], 0xBEEF);
+  EXPECT_TRUE(b.killed);
+  EXPECT_FALSE(b.visible_on(1)) << "a killed tag never answers";
+  EXPECT_EQ(b.sensor->centi_celsius, -550);
+  EXPECT_EQ(b.sensor->code, 513);
+}
+
+TEST(SimTagField, RejectsBadFilesWithAReason) {
+  struct Row {
+    const char* json;
+    const char* reason_part;
+  };
+  const Row rows[] = {
+      {"", "JSON"},
+      {"{\"tags\": [", "JSON"},
+      {"[]", "tags"},
+      {"{\"tags\": 3}", "tags"},
+      {"{\"tags\": [{}]}", "epc"},
+      {"{\"tags\": [{\"epc\": 3000}]}", "epc"},
+      {"{\"tags\": [{\"epc\": \"30\"}]}", "epc"},        // half a word
+      {"{\"tags\": [{\"epc\": \"300\"}]}", "epc"},       // odd digit count
+      {"{\"tags\": [{\"epc\": \"30G0\"}]}", "epc"},      // not hex
+      {"{\"tags\": [{\"epc\": \"3000\", \"pc\": \"3000\"}]}", "PC"},  // says 6 words, has 1
+      {"{\"tags\": [{\"epc\": \"3000\", \"pc\": \"08\"}]}", "pc"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"tid\": \"E2\"}]}", "tid"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"access_password\": \"1234\"}]}", "access_password"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"1\": -20.0}}]}", "-25.0"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"1\": -120.1}}]}", "-25.0"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"0\": -50}}]}", "antenna"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"17\": -50}}]}", "antenna"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"x\": -50}}]}", "antenna"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"rssi\": {\"1\": \"-50\"}}]}", "number"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"killed\": 1}]}", "killed"},
+      {"{\"tags\": [{\"epc\": \"3000\", \"sensor\": {}}]}", "sensor"},
+      {"{\"tags\": [{\"epc\": \"3000\"}, {\"epc\": \"\"}, {\"epc\": \"1\"}]}", "tag 2"},
+  };
+  for (const auto& r : rows) {
+    std::string err;
+    EXPECT_FALSE(TagField::from_json(r.json, &err)) << r.json;
+    EXPECT_NE(err.find(r.reason_part), std::string::npos) << r.json << " -> " << err;
+  }
+  // 32 words does not fit the PC's five length bits.
+  std::string long_epc = "{\"tags\": [{\"epc\": \"" + std::string(32 * 4, 'A') + "\"}]}";
+  EXPECT_FALSE(TagField::from_json(long_epc));
+  std::string err;
+  EXPECT_FALSE(TagField::load_file("/nonexistent/tags.json", &err));
+  EXPECT_NE(err.find("cannot open"), std::string::npos);
+}
+
+TEST(SimTagField, RandomFieldIsReproducibleAndWellFormed) {
+  const TagField a = TagField::random(50, 7, 4);
+  const TagField b = TagField::random(50, 7, 4);
+  const TagField c = TagField::random(50, 8, 4);
+  ASSERT_EQ(a.size(), 50u);
+  size_t differ = 0, on_ant2 = 0;
+  for (size_t i = 0; i < a.size(); ++i) {
+    const Tag& t = a.tags()[i];
+    EXPECT_EQ(t.epc(), b.tags()[i].epc());
+    EXPECT_EQ(t.rssi, b.tags()[i].rssi);
+    differ += t.epc() != c.tags()[i].epc();
+    EXPECT_EQ(t.pc(), 0x3000);
+    EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(t.uii()));
+    EXPECT_EQ(t.tid[0], 0xE280);
+    ASSERT_TRUE(t.rssi[0].has_value()) << "every random tag is seen by antenna 1";
+    for (const auto& r : t.rssi)
+      if (r) {
+        EXPECT_LE(*r, uhfsim::kRssiMax);
+        EXPECT_GE(*r, uhfsim::kRssiMin);
+      }
+    EXPECT_FALSE(t.rssi[4].has_value()) << "only the first 4 antennas";
+    on_ant2 += t.rssi[1].has_value();
+  }
+  EXPECT_GT(differ, 45u);
+  EXPECT_GT(on_ant2, 0u);
+  EXPECT_LT(on_ant2, 50u);
+}

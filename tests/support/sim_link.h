@@ -1,0 +1,104 @@
+// The library connected to a virtual reader: the base of end-to-end tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "UHF.h"
+#include "link_helpers.h"
+#include "transport/servers.h"
+
+namespace uhftest {
+
+inline uhfsim::SimOptions sim_options(size_t tags = 10, uint32_t rate = 400, uint64_t seed = 7) {
+    uhfsim::SimOptions o;
+    o.tags = uhfsim::TagField::random(tags, seed);
+    o.engine.read_rate = rate;
+    return o;
+}
+
+// Hex text of the EPC of every tag in the field.
+inline std::set<std::string> field_epcs(const uhfsim::TagField& f) {
+    std::set<std::string> out;
+    for (const auto& t : f.tags()) {
+        std::string s;
+        char b[3];
+        for (uint8_t x : t.epc()) {
+            snprintf(b, sizeof b, "%02X", x);
+            s += b;
+        }
+        out.insert(s);
+    }
+    return out;
+}
+
+// EPC (hex) of a UHF_GetReceived_EX output: length, PC+EPC, ...
+inline std::string epc_of_ex(const uint8_t* out) {
+    std::string s;
+    char b[3];
+    for (int i = 3; i <= out[0]; i++) {
+        snprintf(b, sizeof b, "%02X", out[i]);
+        s += b;
+    }
+    return s;
+}
+
+// Poll UHF_GetReceived_EX until `want` distinct EPCs were seen or ms passed;
+// returns the outputs in arrival order.
+inline std::vector<std::vector<uint8_t>> collect_reports(size_t want_distinct, int ms) {
+    std::vector<std::vector<uint8_t>> got;
+    std::set<std::string> seen;
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (seen.size() < want_distinct && std::chrono::steady_clock::now() < end) {
+        uint8_t out[512];
+        int len = 0;
+        if (UHF_GetReceived_EX(&len, out) == 0) {
+            got.emplace_back(out, out + len);
+            seen.insert(epc_of_ex(out));
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    }
+    return got;
+}
+
+// A fixture: a virtual reader on loopback TCP and a library link to it.
+class SimTcpTest : public ::testing::Test {
+protected:
+    virtual uhfsim::SimOptions options() { return sim_options(); }
+    void SetUp() override {
+        reset_links();
+        opts = options();
+        server = std::make_unique<uhfsim::TcpServer>(opts);
+        ASSERT_TRUE(server->start()) << server->error();
+        ASSERT_EQ(TCPConnect("127.0.0.1", server->port()), 0);
+    }
+    void TearDown() override {
+        if (my_terminals[cur_index].recv_task_running) UHFStopGet();
+        reset_links();
+        server.reset();
+    }
+    // Runs fn on the reader serving this link, once the server has taken the
+    // connection in.
+    template <class F>
+    void with_reader(F&& fn) {
+        for (int i = 0; i < 1000 && server->client_count() == 0; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        int seen = 0;
+        server->for_each_reader([&](uhfsim::VirtualReader& r) {
+            seen++;
+            fn(r);
+        });
+        ASSERT_EQ(seen, 1);
+    }
+
+    uhfsim::SimOptions opts;
+    std::unique_ptr<uhfsim::TcpServer> server;
+};
+
+}  // namespace uhftest
