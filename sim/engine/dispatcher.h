@@ -53,6 +53,8 @@ void register_device(Dispatcher& d);
 void register_inventory(Dispatcher& d);
 void register_firmware(Dispatcher& d);
 void register_network(Dispatcher& d);
+void register_sensor(Dispatcher& d);
+void register_package(Dispatcher& d);
 
 inline void register_all(Dispatcher& d) {
   register_config(d);
@@ -60,6 +62,8 @@ inline void register_all(Dispatcher& d) {
   register_inventory(d);
   register_firmware(d);
   register_network(d);
+  register_sensor(d);
+  register_package(d);
 }
 
 }  // namespace uhfsim

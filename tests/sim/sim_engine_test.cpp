@@ -364,12 +364,10 @@ TEST(SimEngine, BatchStaysWithinTheHostBuffer) {
 
 TEST(SimEngine, OtherFrameFormsAreCountedButNotAnswered) {
   Bench b;
-  b.send({0xA5, 0x03, 0x00, 0x06, 0xAA, 0x12, 0x01, 0x00, 0x02, 0x11, 0x03});
-  b.send({0xA5, 0x02, 0x00, 0x02, 0x01, 0x00, 0x03});
   b.send({0xAA, 0x02, 0x00, 0x55});
   b.send(frame(0x2E));
   EXPECT_EQ(b.take(), (std::vector<Reply>{{0x2F, {0x01, 0x01}}}));
-  EXPECT_EQ(b.reader.stats().unhandled_frames, 3u);
+  EXPECT_EQ(b.reader.stats().unhandled_frames, 1u);
 }
 
 TEST(SimEngine, HandlerTableAcceptsNewFamiliesAndSubCommands) {
