@@ -51,6 +51,8 @@ class Dispatcher {
 void register_config(Dispatcher& d);
 void register_device(Dispatcher& d);
 void register_inventory(Dispatcher& d);
+void register_rf_link(Dispatcher& d);
+void register_gen2(Dispatcher& d);
 void register_firmware(Dispatcher& d);
 void register_network(Dispatcher& d);
 void register_sensor(Dispatcher& d);
@@ -60,6 +62,8 @@ inline void register_all(Dispatcher& d) {
   register_config(d);
   register_device(d);
   register_inventory(d);
+  register_rf_link(d);
+  register_gen2(d);
   register_firmware(d);
   register_network(d);
   register_sensor(d);

@@ -4,7 +4,7 @@
 
 namespace uhfsim {
 
-std::vector<uint8_t> encode_escaped(uint8_t code, std::span<const uint8_t> data, bool crc) {
+std::vector<uint8_t> escaped_frame(uint8_t code, std::span<const uint8_t> data, bool crc) {
   std::vector<uint8_t> body;
   body.push_back(static_cast<uint8_t>(2 + data.size() + (crc ? 2 : 0)));
   body.push_back(code);
@@ -14,13 +14,7 @@ std::vector<uint8_t> encode_escaped(uint8_t code, std::span<const uint8_t> data,
     body.push_back(static_cast<uint8_t>(c >> 8));
     body.push_back(static_cast<uint8_t>(c & 0xFF));
   }
-  std::vector<uint8_t> out{0xAA};
-  for (uint8_t b : body) {
-    if (b == 0xAA || b == 0x55 || b == 0xFF) out.push_back(0xFF);
-    out.push_back(b);
-  }
-  out.push_back(0x55);
-  return out;
+  return encode_escaped(body);
 }
 
 std::vector<uint8_t> escaped_tag_frame(VirtualReader& r, const Tag& tag, int antenna) {
@@ -31,7 +25,7 @@ std::vector<uint8_t> escaped_tag_frame(VirtualReader& r, const Tag& tag, int ant
   std::vector<uint8_t> data{0x00};
   const auto report = r.make_report(tag, antenna, sensor);
   data.insert(data.end(), report.begin(), report.end());
-  return encode_escaped(code, data, crc);
+  return escaped_frame(code, data, crc);
 }
 
 }  // namespace uhfsim

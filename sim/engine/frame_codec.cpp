@@ -24,6 +24,16 @@ std::vector<uint8_t> encode_command(uint8_t code, std::span<const uint8_t> data)
   return f;
 }
 
+std::vector<uint8_t> encode_escaped(std::span<const uint8_t> body) {
+  std::vector<uint8_t> f{0xAA};
+  for (uint8_t b : body) {
+    if (b == 0xAA || b == 0x55 || b == 0xFF) f.push_back(0xFF);
+    f.push_back(b);
+  }
+  f.push_back(0x55);
+  return f;
+}
+
 FrameParser::Scan FrameParser::scan_command(size_t pos, Frame& out, size_t& used) const {
   const size_t avail = buf_.size() - pos;
   if (avail < 4) return Scan::NeedMore;

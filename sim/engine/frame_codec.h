@@ -34,6 +34,10 @@ struct Frame {
 // Builds one command frame around `data`.
 std::vector<uint8_t> encode_command(uint8_t code, std::span<const uint8_t> data);
 
+// Builds one escaped frame: AA, `body` with AA/55/FF preceded by FF, 55. The
+// body starts with its length byte.
+std::vector<uint8_t> encode_escaped(std::span<const uint8_t> body);
+
 // XOR of the length bytes, the code and the data: the check byte of a command frame.
 uint8_t command_check(std::span<const uint8_t> from_length_to_data_end);
 

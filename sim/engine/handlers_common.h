@@ -29,6 +29,15 @@ inline std::string status(VirtualReader& r, const Request& req, bool ok, const c
   return ok ? "ok" : why_not;
 }
 
+// Applies a setting whose command has no save byte: modules keep those at once.
+template <typename F>
+void keep(VirtualReader& r, F&& change) {
+  r.state().apply(true, change);
+}
+
+// 0xC0's two-byte form (handlers_rf_link.cpp); the firmware family owns 0xC0.
+std::string protocol_configuration(VirtualReader& r, const Request& req);
+
 inline bool valid_antenna(VirtualReader& r, int ant) {
   return ant >= 1 && ant <= r.state().identity.antenna_count && ant <= kMaxAntennas;
 }

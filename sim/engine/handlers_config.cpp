@@ -81,7 +81,10 @@ std::string set_region(VirtualReader& r, const Request& req) {
   const auto d = req.data;
   if (d.size() < 2) return status(r, req, false, "bad length");
   if (d[1] == 0) return status(r, req, false, "no such region");
-  r.state().apply(d[0] != 0, [&](Settings& s) { s.region = d[1]; });
+  r.state().apply(d[0] != 0, [&](Settings& s) {
+    s.region = d[1];
+    s.hop_table = fit_to_region(s.hop_table, s.region);
+  });
   return status(r, req, true, "");
 }
 

@@ -22,7 +22,8 @@ bool report_refused_image(VirtualReader& r, const Request& req) {
 }
 
 std::string jump_to_boot(VirtualReader& r, const Request& req) {
-  // The two-byte form of 0xC0 is the protocol configuration, not handled here.
+  // 0xC0 is shared: its two-byte form is the protocol configuration.
+  if (req.data.size() == 2) return protocol_configuration(r, req);
   if (req.data.size() != 1) return status(r, req, false, "not a boot request");
   if (report_refused_image(r, req)) return "last image was refused";
   if (!valid_target(req.data[0])) return status(r, req, false, "unknown boot target");

@@ -40,18 +40,10 @@ std::optional<Mask> parse_mask(std::span<const uint8_t> d) {
   return m;
 }
 
-bool bit_of(std::span<const uint8_t> bytes, size_t i) { return (bytes[i / 8] >> (7 - i % 8)) & 1; }
-
-bool matches(Tag& tag, const Mask& m) {
+// An empty mask selects every tag.
+bool matches(const Tag& tag, const Mask& m) {
   if (m.bit_len == 0) return true;
-  if (m.bank > 3) return false;
-  const auto* words = tag.bank(static_cast<Bank>(m.bank));
-  if (words == nullptr) return false;
-  const auto bytes = words_to_bytes(*words);
-  if (size_t{m.bit_addr} + m.bit_len > bytes.size() * 8) return false;
-  for (size_t i = 0; i < m.bit_len; ++i)
-    if (bit_of(bytes, m.bit_addr + i) != bit_of(m.bits, i)) return false;
-  return true;
+  return m.bank <= 3 && tag.matches(static_cast<Bank>(m.bank), m.bit_addr, m.bit_len, m.bits);
 }
 
 // The first live sensor tag the mask selects.

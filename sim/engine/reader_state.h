@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/regions.h"
 #include "engine/tag_field.h"
 
 namespace uhfsim {
@@ -19,6 +20,14 @@ enum class InventoryMode : uint8_t {
   Epc = 0,         // reports carry PC+EPC only
   EpcTid = 1,      // ... then the TID words
   EpcTidUser = 2,  // ... then TID, then USER words from user_addr
+};
+
+// A Select-style mask over tag memory; bit_len 0 lets every tag answer.
+struct InventoryFilter {
+  Bank bank = Bank::Epc;
+  uint16_t bit_addr = 0;
+  uint16_t bit_len = 0;
+  std::vector<uint8_t> mask;
 };
 
 struct AntennaSettings {
@@ -46,6 +55,23 @@ struct Settings {
   uint8_t user_addr = 0;  // word address in USER
   uint8_t user_words = 0;
   bool sensor_inventory = false;  // reports become 0x7F with a sensor word
+
+  // ---- RF link, hopping, Gen2 and inventory modes ----
+  std::vector<uint32_t> hop_table = default_channels(0x01);  // kHz, inside the region's band
+  uint8_t rf_link = 1;                // preset 0..3
+  bool cw = false;                    // carrier on; never saved
+  std::map<std::array<uint8_t, 5>, std::array<uint8_t, 4>> params;  // type + 4-byte id -> value
+  uint8_t protocol_config = 0;
+  std::array<uint8_t, 4> gen2{0x01, 0x40, 0xFD, 0x53};  // the packed Gen2 block
+  bool fast_id = false;               // adds the TID to EPC-only reports
+  bool tag_focus = false;
+  InventoryFilter filter;             // limits which tags answer an inventory
+  uint8_t dual_single = 0;
+  uint8_t work_mode = 0;
+  std::array<uint8_t, 6> work_mode_para{};
+  std::array<uint8_t, 4> work_time{};
+  uint8_t protocol_type = 0;
+  // ---- end of RF link, hopping, Gen2 and inventory modes ----
 
   // ---- Device I/O, user parameters and network --------------------------
   // These commands carry no save flag. All but the outputs are kept at once
@@ -107,6 +133,7 @@ struct ReaderState {
   Settings saved;
   Identity identity;
   int16_t temperature_centi = 3150;  // 31.50 degrees C
+  uint8_t pa_status = 0;             // power amplifier: 0 is healthy
   int16_t supply_voltage = 3300;     // reported unscaled (millivolts here)
 
   // Firmware upgrade in progress: entered by 0xC0, fed by 0xC2/0xC4/0xC6.

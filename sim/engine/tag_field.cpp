@@ -60,6 +60,20 @@ std::vector<uint16_t>* Tag::bank(Bank b) {
   return nullptr;
 }
 
+const std::vector<uint16_t>* Tag::bank(Bank b) const { return const_cast<Tag*>(this)->bank(b); }
+
+bool Tag::matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const {
+  const auto* words = bank(b);
+  if (words == nullptr || mask.size() * 8 < bit_len || bit_addr + bit_len > words->size() * 16) return false;
+  for (size_t i = 0; i < bit_len; ++i) {
+    const size_t at = bit_addr + i;
+    const bool have = ((*words)[at / 16] >> (15 - at % 16)) & 1;
+    const bool want = (mask[i / 8] >> (7 - i % 8)) & 1;
+    if (have != want) return false;
+  }
+  return true;
+}
+
 bool Tag::visible_on(int antenna) const {
   return antenna >= 1 && antenna <= kMaxAntennas && rssi[antenna - 1].has_value() && !killed;
 }

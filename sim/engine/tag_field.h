@@ -70,6 +70,10 @@ struct Tag {
   std::vector<uint8_t> epc() const;
   std::vector<uint8_t> uii() const;  // PC then EPC, as inventory reports carry it
   std::vector<uint16_t>* bank(Bank b);
+  const std::vector<uint16_t>* bank(Bank b) const;
+  // True when bit_len bits of bank b from bit_addr (MSB of word 0 is bit 0)
+  // equal the leading bits of mask. Memory the tag lacks never matches.
+  bool matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const;
   bool visible_on(int antenna) const;  // antenna numbered from 1
 };
 

@@ -97,13 +97,18 @@ TimePoint VirtualReader::slot_due(uint64_t k) const {
   return run_start_ + std::chrono::nanoseconds(ns);
 }
 
+bool VirtualReader::passes_filter(const Tag& tag) const {
+  const InventoryFilter& f = state_.current.filter;
+  return f.bit_len == 0 || tag.matches(f.bank, f.bit_addr, f.bit_len, f.mask);
+}
+
 std::vector<std::pair<size_t, int>> VirtualReader::read_plan() const {
   std::vector<std::pair<size_t, int>> plan;
   const int ants = std::min<int>(state_.identity.antenna_count, kMaxAntennas);
   for (int a = 1; a <= ants; ++a) {
     if (!(state_.current.antenna_mask & (1u << (a - 1)))) continue;
     for (size_t i = 0; i < field_.size(); ++i)
-      if (field_.tags()[i].visible_on(a)) plan.emplace_back(i, a);
+      if (field_.tags()[i].visible_on(a) && passes_filter(field_.tags()[i])) plan.emplace_back(i, a);
   }
   return plan;
 }
@@ -200,10 +205,14 @@ std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, boo
     r.push_back(static_cast<uint8_t>(v & 0xFF));
   }
   const Settings& s = state_.current;
-  if (s.inventory_mode != InventoryMode::Epc) append_words(r, tag.tid, 0, s.tid_words);
+  // FastID puts the TID into reports that would not carry it otherwise.
+  if (s.inventory_mode != InventoryMode::Epc || s.fast_id) append_words(r, tag.tid, 0, s.tid_words);
   if (s.inventory_mode == InventoryMode::EpcTidUser) append_words(r, tag.user, s.user_addr, s.user_words);
 
-  const int base = tag.rssi[static_cast<size_t>(antenna - 1)].value_or(-700);
+  // Tag RSSI values hold at 30 dBm; the echo follows the antenna's read power
+  // (0.01 dBm steps -> 0.1 dBm).
+  const int power_shift = (s.antennas[static_cast<size_t>(antenna - 1)].read_power - 3000) / 10;
+  const int base = tag.rssi[static_cast<size_t>(antenna - 1)].value_or(-700) + power_shift;
   const int jitter = opts_.rssi_jitter > 0 ? static_cast<int>(rng_.range(-opts_.rssi_jitter, opts_.rssi_jitter)) : 0;
   const int16_t rssi = static_cast<int16_t>(std::clamp<int>(base + jitter, kRssiMin, kRssiMax));
   const auto u = static_cast<uint16_t>(rssi);

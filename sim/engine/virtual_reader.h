@@ -112,6 +112,7 @@ class VirtualReader {
   void on_frame(const Frame& f);
   void log(const std::string& line) const;
   std::vector<std::pair<size_t, int>> read_plan() const;
+  bool passes_filter(const Tag& tag) const;
   TimePoint slot_due(uint64_t k) const;
   void emit_read(const std::vector<std::pair<size_t, int>>& plan);
 

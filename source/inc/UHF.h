@@ -82,9 +82,116 @@ UHF_API void* Uhf_GetUartData(void* arg);
 
 /* ==== Power, antennas and region ======================================== */
 
+/* 0x10: read and write power of antenna 1, both uPower dBm (1..30, else -1
+ * with no traffic); save != 0 asks the reader to keep it. */
+UHF_API int UHFSetPower(uint8_t save, uint8_t uPower);
+/* 0x12: read power of the first antenna record, whole dBm (truncated).
+ * Status 0x00 and 0x01 are both accepted. */
+UHF_API int UHFGetPower(uint8_t* uPower);
+/* 0x10: powers of antenna num in 0.01 dBm, sent unscaled and unchecked. */
+UHF_API int UHFSetAntennaPower(uint8_t saveflag, uint8_t num, uint16_t read_power, uint16_t write_power);
+/* 0x12: 3 bytes per antenna into ppower (number, read dBm, write dBm); the
+ * byte count in *nReturned. ppower must hold 3 bytes per antenna the reader
+ * has (a reply can list up to 407). */
+UHF_API int UHFGetAntennaPower(uint8_t* ppower, uint16_t* nReturned);
+/* 0x28: the two antenna-mask bytes buf[0..1]; saveflag is sent as given. */
+UHF_API int UHFSetANT(unsigned char saveflag, unsigned char* buf);
+/* 0x2A: the antenna mask into buf[0..1]; the reply has no status byte. */
+UHF_API int UHFGetANT(unsigned char* buf);
+/* 0x4A: work time of antenna antnum, cut to 16 bits; saveflag goes into the
+ * high nibble of the first byte. */
+UHF_API int UHFSetANTWorkTime(unsigned char antnum, unsigned char saveflag, unsigned int WorkTime);
+/* 0x4C: work time of antenna antnum. */
+UHF_API int UHFGetANTWorkTime(unsigned char antnum, unsigned int* WorkTime);
+/* 0x2C / 0x2E: regulatory region code, passed through. */
+UHF_API int UHFSetRegion(uint8_t save, uint8_t region);
+UHF_API int UHFGetRegion(uint8_t* region);
+
 /* ==== Frequency hopping and RF link ===================================== */
 
+/* 0x14: hopping table of nums frequencies (24 bits each). More than 84 do
+ * not fit the request: -1 with no traffic. */
+UHF_API int UHFSetJumpFrequency(unsigned char nums, unsigned int* Freqbuf);
+/* 0x14: a one-entry table holding the 16-bit Frequency. */
+UHF_API int UHF_Frequency_Hopping_Setting(uint16_t Frequency);
+/* 0x16: Freqbuf[0] = count n, Freqbuf[1..n] the frequencies (room for 256
+ * entries covers any reply). No status byte; -1 for a truncated list. */
+UHF_API int UHFGetJumpFrequency(unsigned int* Freqbuf);
+/* 0x52 / 0x54: RF link mode; saveflag and mode are sent as given. */
+UHF_API int UHFSetRFLink(unsigned char saveflag, unsigned char mode);
+UHF_API int UHFGetRFLink(unsigned char* uMode);
+/* RF link preset 0..3 (else -1, no traffic), always saved, then the Gen2
+ * block that belongs to it (0x20). Once the preset is accepted the result
+ * is 0 whatever the Gen2 step brings. */
+UHF_API int UHF_Set_RFLink(uint8_t mode);
+/* 0x54: RF link mode; when it is 3 the mode-3 Gen2 block is sent again. */
+UHF_API int UHF_Get_RFLink(uint8_t* mode);
+/* 0x24 / 0x26: continuous-wave switch; the get reply has no status byte. */
+UHF_API int UHFSetCW(unsigned char flag);
+UHF_API int UHFGetCW(unsigned char* flag);
+/* 0x18 / 0x1A: 4-byte parameter keyed by type and the 4-byte IDbuf, copied
+ * in memory order. */
+UHF_API int UHF_Set_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData);
+UHF_API int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData);
+/* 0xC0: protocol configuration byte. */
+UHF_API int Vexa_Protocol_Configuration(uint8_t value);
+/* Power-amplifier status over the escaped frame (with a CRC when CRC mode is
+ * on); one attempt. 0 when the amplifier reports status 0, else -1. */
+UHF_API int RmuGetPaStatus(void);
+
 /* ==== Gen2 parameters and inventory modes =============================== */
+
+/* 0x20: the Gen2 block. Lower fields of each byte are masked to their width;
+ * Target, StartQ, MaxQ and Sel lose their excess high bits off the byte. */
+UHF_API int UHFSetGen2(unsigned char Target, unsigned char Action, unsigned char T, unsigned char Q,
+                       unsigned char StartQ, unsigned char MinQ, unsigned char MaxQ, unsigned char D,
+                       unsigned char C, unsigned char P, unsigned char Sel, unsigned char Session,
+                       unsigned char G, unsigned char LF);
+/* 0x22: the Gen2 block unpacked; the reply has no status byte. */
+UHF_API int UHFGetGen2(unsigned char* Target, unsigned char* Action, unsigned char* T, unsigned char* Q,
+                       unsigned char* StartQ, unsigned char* MinQ, unsigned char* MaxQ, unsigned char* D,
+                       unsigned char* Coding, unsigned char* P, unsigned char* Sel, unsigned char* Session,
+                       unsigned char* G, unsigned char* LF);
+/* 0x5C / 0x5E: FastID switch. */
+UHF_API int UHFSetFastID(unsigned char flag);
+UHF_API int UHFGetFastID(unsigned char* flag);
+/* 0x60 / 0x62: TagFocus switch. */
+UHF_API int UHFSetTagfocus(unsigned char flag);
+UHF_API int UHFGetTagfocus(unsigned char* flag);
+/* Query, then set only when the reader holds another value. flag > 1: -1
+ * with no traffic. */
+UHF_API int R2000_Set_FastID(uint8_t flag);
+UHF_API int R2000_Set_TagFocus(uint8_t flag);
+/* 0x70: what inventory reports beside the EPC (mode 0..2, else -1 with no
+ * traffic), with the USER start address and length. */
+UHF_API int UHFSetEPCTIDUSERMode(uint8_t save, uint8_t mode, uint8_t addr, uint8_t length);
+/* 0x70: the mode alone; UHF_OPENMODE is UHFSetEPCTIDMode(0, 1). */
+UHF_API int UHFSetEPCTIDMode(unsigned char saveflag, unsigned char mode);
+UHF_API int UHF_OPENMODE(void);
+/* 0x72: the mode. */
+UHF_API int UHFGetEPCTIDMode(unsigned char* mode);
+/* 0x72: mode[0..2] = mode, USER start address, USER length. Returns 3. */
+UHF_API int UHFGetEPCTIDUSERMode(uint8_t rev1, uint8_t rev2, uint8_t* mode);
+/* 0x6E: inventory filter on bank from byte startaddr, datalen mask bytes
+ * (at most 94, else -1 with no traffic). flag is unused. In the EPC bank
+ * the address skips CRC and PC, without carrying into the high byte. */
+UHF_API int UHFSetFilter(uint8_t flag, uint8_t bank, uint16_t startaddr, uint16_t datalen, uint8_t* buf);
+/* 0x6A / 0x6C: dual/single mode. */
+UHF_API int UHFSetDualSingelMode(unsigned char saveflag, unsigned char mode);
+UHF_API int UHFGetDualSingelMode(unsigned char* mode);
+/* 0xA1 sub-commands 0x05 / 0x06: work mode. */
+UHF_API int UHFSetWorkMode(unsigned char mode);
+UHF_API int UHFGetWorkMode(unsigned char* mode);
+/* 0xA1 sub-commands 0x0B / 0x0C: the 6 work-mode parameter bytes. */
+UHF_API int UHFSetWorkModePara(unsigned char* para);
+UHF_API int UHFGetWorkModePara(unsigned char* para);
+/* 0x3C: five work-time bytes. 0x3E reads four into DByte and returns 4. */
+UHF_API int UHFSetWorkTime(unsigned char DByte4, unsigned char DByte3, unsigned char DByte2,
+                           unsigned char DByte1, unsigned char DByte0);
+UHF_API int UHFGetWorkTime(unsigned char* DByte);
+/* 0x06: air protocol type (low byte of type). */
+UHF_API int UHFSetProtocolType(int type);
+UHF_API int UHFGetProtocolType(uint8_t* type);
 
 /* ==== Device status, identity and I/O =================================== */
 

@@ -115,12 +115,10 @@ void ScriptedReader::push(const Bytes& raw, bool byte_by_byte) {
 }
 
 void ScriptedReader::hang_up() {
+    // Only shut the connection down: the serving thread may be inside recv()
+    // on it, and closes the descriptor itself when it sees the end.
     std::lock_guard<std::mutex> lock(mu_);
-    if (client_fd_ >= 0) {
-        shutdown(client_fd_, SHUT_RDWR);
-        close(client_fd_);
-        client_fd_ = -1;
-    }
+    if (client_fd_ >= 0) shutdown(client_fd_, SHUT_RDWR);
 }
 
 Bytes ScriptedReader::received() const {

@@ -1,11 +1,14 @@
-// Fixture for table-driven command tests: each row scripts one reply, makes
-// one call, and then looks at the single request frame the call sent.
+// Fixture for table-driven command tests. CallRow tables: each row scripts one
+// reply, makes one call, and then looks at the single request frame the call
+// sent. StepRow tables: a call that makes any number of exchanges (none: it
+// must refuse without traffic) and hands back outputs.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <initializer_list>
 #include <thread>
+#include <vector>
 
 #include "link_helpers.h"
 
@@ -19,6 +22,27 @@ struct CallRow {
     Bytes request;
     Bytes reply;
     int result;
+};
+
+// A call's result and its outputs, flattened (sentinels where untouched).
+struct Outcome {
+    int result;
+    std::vector<unsigned> out;
+};
+
+// One exchange of a call: the request code and data the reader must see, and
+// the wire bytes it answers with (empty: it says nothing).
+struct Step {
+    uint8_t cmd;
+    Bytes request;
+    Bytes reply;
+};
+
+struct StepRow {
+    const char* name;
+    std::function<Outcome()> call;
+    std::vector<Step> steps;
+    Outcome expect;
 };
 
 class CommandTest : public WireTest {
@@ -49,9 +73,9 @@ protected:
 
     // Runs `call`, which must refuse before any byte leaves.
     template <class F>
-    int refused(F&& call) {
+    auto refused(F&& call) {
         size_t before = reader.received().size();
-        int r = call();
+        auto r = call();
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         EXPECT_EQ(reader.received().size(), before) << "no traffic expected";
         return r;
@@ -64,6 +88,28 @@ protected:
             EXPECT_EQ(exchange(answer(cmd, c.reply), c.call), c.result);
             EXPECT_EQ(sent_cmd, cmd);
             EXPECT_EQ(sent_data, c.request);
+        }
+    }
+
+    void check_steps(const std::vector<StepRow>& rows) {
+        for (const StepRow& row : rows) {
+            SCOPED_TRACE(row.name);
+            size_t before = reader.requests().size();
+            for (const Step& s : row.steps) reader.reply(s.reply);
+            Outcome got = row.steps.empty() ? refused(row.call) : row.call();
+            EXPECT_EQ(got.result, row.expect.result);
+            EXPECT_EQ(got.out, row.expect.out);
+            std::vector<Bytes> reqs = reader.requests();
+            if (reqs.size() - before != row.steps.size()) {
+                ADD_FAILURE() << "sent " << reqs.size() - before << " requests, expected " << row.steps.size();
+                continue;
+            }
+            for (size_t i = 0; i < row.steps.size(); i++) {
+                const Bytes& f = reqs[before + i];
+                ASSERT_GE(f.size(), 8u);
+                EXPECT_EQ(f[4], row.steps[i].cmd) << "request " << i;
+                EXPECT_EQ(Bytes(f.begin() + 5, f.end() - 3), row.steps[i].request) << "request " << i;
+            }
         }
     }
 

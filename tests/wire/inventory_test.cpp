@@ -158,3 +158,15 @@ TEST_F(Inventory, GarbageAndBrokenFramesAreSkipped) {
     EXPECT_EQ(got[0][6], 2);
     EXPECT_EQ(UHFStopGet(), 0);
 }
+
+TEST_F(Inventory, StartReturnsWithTheQueueAlreadyEmptied) {
+    // A report left from an earlier run must not be read as the new run's.
+    uint8_t old[] = {0x10, 0x00, 0xE2, 0x00, 0x00, 0x01, 0xFD, 0x7A, 0x01};
+    for (int i = 0; i < 50; i++) addTagData(NORMAL_INVENTORY, old, sizeof old, 0);
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    uint8_t out[512];
+    int len = 0;
+    EXPECT_EQ(UHF_GetReceived_EX(&len, out), -1);
+    EXPECT_EQ(UHFStopGet(), 0);
+}

@@ -46,4 +46,19 @@ inline int transact_query(uint8_t cmd, uint8_t sub, Reply& out) {
     return transact_status(cmd, req, out, sub);
 }
 
+// transact_status, and the reply holds at least min_len bytes.
+inline int query(uint8_t cmd, const Request& req, Reply& out, size_t min_len, uint8_t status = kAccepted) {
+    return transact_status(cmd, req, out, status) == 0 && out.has(min_len) ? 0 : -1;
+}
+
+inline int query(uint8_t cmd, Reply& out, size_t min_len, uint8_t status = kAccepted) {
+    return transact_status(cmd, out, status) == 0 && out.has(min_len) ? 0 : -1;
+}
+
+// A set-command: 0 when the reader accepted it, else -1.
+inline int set(uint8_t cmd, const Request& req) {
+    Reply out;
+    return transact_status(cmd, req, out, kAccepted);
+}
+
 }  // namespace uhf

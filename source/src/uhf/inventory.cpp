@@ -35,6 +35,9 @@ uint8_t closing() { return __atomic_load_n(&closeingflag, __ATOMIC_ACQUIRE); }
 // Receive threads alive per slot; a released slot waits for its threads to
 // leave before its descriptor is closed and it is wiped.
 int g_threads_alive[MAX_TERMINALS];
+// Counts receive threads that have emptied the queue; UHFInventory waits for
+// its thread to do so, so no report of an earlier run is taken for a new one.
+unsigned g_threads_started = 0;
 
 struct AliveGuard {
     int index;
@@ -86,6 +89,7 @@ void* Uhf_GetR2000UartData(void* arg) {
     int index = static_cast<int>(reinterpret_cast<intptr_t>(arg));
     initTagQueue();
     set_closing(0);
+    __atomic_add_fetch(&g_threads_started, 1, __ATOMIC_RELEASE);
     UHF_LOG(kLogBase, "**start receive data,index:%d", index);
     if (!slot_ok(index)) {
         UHF_LOG(kLogBase, "the link is invalid");
@@ -173,8 +177,10 @@ int UHFInventory(void) {
         return -1;
     }
     UHF_LOG(kLogBase, "create r2000 receiver thread:%d", cur_index);
+    unsigned before = __atomic_load_n(&g_threads_started, __ATOMIC_ACQUIRE);
     if (Creat_R2000Thread(cur_index) != 0) return -1;
     usleep(1000);
+    for (int i = 0; i < 200 && __atomic_load_n(&g_threads_started, __ATOMIC_ACQUIRE) == before; i++) usleep(1000);
     return 0;
 }
 

@@ -1,0 +1,155 @@
+// Frequency hopping, RF link mode, CW, generic parameters, protocol
+// configuration and the power-amplifier status.
+#include "UHF.h"
+#include "globe_var.h"
+#include "log.h"
+#include "uhf/command.h"
+#include "uhf/gen2_block.h"
+
+namespace {
+
+using Req = uhf::RequestBuf<16>;
+
+// The Gen2 settings that go with each RF link preset.
+constexpr uhf::Gen2Params kGen2Mode3 = {0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3};
+constexpr uhf::Gen2Params kGen2Mode0To2 = {0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3};
+
+// Second step of a preset. Its own outcome is not what counts: when it fails
+// the result comes from the preset's reply still in r (the status 0x01
+// already checked), so an accepted preset reports success.
+int apply_preset_gen2(const uhf::Gen2Params& g, uhf::Reply& r) {
+    uint8_t block[4];
+    uhf::gen2_pack(g, block);
+    Req req;
+    req.bytes(block, 4).u32(0);
+    if (uhf::transact(0x20, req, r) == 0) return 0;
+    return r.is(0, uhf::kAccepted) ? 0 : -1;
+}
+
+// 0x54 query shared by both getters; the mode is data[2].
+int query_rf_link(uhf::Reply& r) {
+    Req req;
+    req.u8(0x00).u8(0x00);
+    return uhf::query(0x54, req, r, 3);
+}
+
+}  // namespace
+
+int UHFSetJumpFrequency(unsigned char nums, unsigned int* Freqbuf) {
+    if (nums > 0 && Freqbuf == nullptr) return -1;
+    // 255 bytes hold the count and 84 frequencies; more poisons the request.
+    uhf::RequestBuf<255> req;
+    req.u8(nums);
+    for (unsigned i = 0; i < nums && req.ok(); i++) req.u24(Freqbuf[i]);
+    if (!req.ok()) UHF_LOG(uhf::kLogFunction, "UHFSetJumpFrequency: %d frequencies do not fit\n", nums);
+    return uhf::set(0x14, req);
+}
+
+int UHF_Frequency_Hopping_Setting(uint16_t Frequency) {
+    Req req;
+    req.u8(0x01).u8(0x00).u16(Frequency);
+    return uhf::set(0x14, req);
+}
+
+int UHFGetJumpFrequency(unsigned int* Freqbuf) {
+    if (Freqbuf == nullptr) return -1;
+    uhf::Reply r;
+    // No status byte: the count comes first, then 3 bytes per frequency.
+    if (uhf::transact(0x16, r) != 0 || !r.has(1)) return -1;
+    unsigned n = r[0];
+    if (!r.has(1 + 3 * n)) return -1;
+    Freqbuf[0] = n;
+    for (unsigned k = 0; k < n; k++) Freqbuf[k + 1] = static_cast<unsigned>(r[3 * k + 1]) << 16 | r.be16(3 * k + 2);
+    return 0;
+}
+
+int UHFSetRFLink(unsigned char saveflag, unsigned char mode) {
+    Req req;
+    req.u8(0x00).u8(saveflag).u8(mode);
+    return uhf::set(0x52, req);
+}
+
+int UHFGetRFLink(unsigned char* uMode) {
+    if (uMode == nullptr) return -1;
+    uhf::Reply r;
+    if (query_rf_link(r) != 0) return -1;
+    *uMode = r[2];
+    return 0;
+}
+
+int UHF_Set_RFLink(uint8_t mode) {
+    if (mode > 3) {
+        UHF_LOG(uhf::kLogFunction, "UHF_Set_RFLink: mode %d is outside 0..3\n", mode);
+        return -1;
+    }
+    Req req;
+    req.u8(0x00).u8(0x01).u8(mode);  // a preset is always saved
+    uhf::Reply r;
+    if (uhf::query(0x52, req, r, 1) != 0) return -1;
+    return apply_preset_gen2(mode == 3 ? kGen2Mode3 : kGen2Mode0To2, r);
+}
+
+int UHF_Get_RFLink(uint8_t* mode) {
+    if (mode == nullptr) return -1;
+    uhf::Reply r;
+    if (query_rf_link(r) != 0) return -1;
+    *mode = r[2];
+    if (*mode != 3) return 0;
+    // Reading mode 3 re-applies its Gen2 settings; readers rely on it.
+    return apply_preset_gen2(kGen2Mode3, r);
+}
+
+int UHFSetCW(unsigned char flag) {
+    Req req;
+    req.u8(flag);
+    return uhf::set(0x24, req);
+}
+
+int UHFGetCW(unsigned char* flag) {
+    if (flag == nullptr) return -1;
+    uhf::Reply r;
+    if (uhf::transact(0x26, r) != 0 || !r.copy(flag, 0, 1)) return -1;  // no status byte
+    return 0;
+}
+
+int UHF_Set_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
+    Req req;
+    req.u8(type).bytes(IDbuf, 4).bytes(pszData, 4);
+    return uhf::set(0x18, req);
+}
+
+int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
+    if (pszData == nullptr) return -1;
+    Req req;
+    req.u8(type).bytes(IDbuf, 4);
+    uhf::Reply r;
+    // The value follows the status and 4 echoed bytes.
+    if (uhf::query(0x1A, req, r, 9) != 0) return -1;
+    return r.copy(pszData, 5, 4) ? 0 : -1;
+}
+
+int Vexa_Protocol_Configuration(uint8_t value) {
+    Req req;
+    req.u8(value).u8(0x00);
+    return uhf::set(0xC0, req);
+}
+
+int RmuGetPaStatus(void) {
+    uint8_t req[6];
+    uint16_t n;
+    if (g_uflagCrc & 1) {
+        const uint8_t head[] = {0xAA, 0x04, 0x80};
+        memcpy(req, head, sizeof head);
+        CRC16Calculation(req + 1, 2, req + 3);
+        req[5] = 0x55;
+        n = 6;
+    } else {
+        const uint8_t plain[] = {0xAA, 0x02, 0x00, 0x55};
+        memcpy(req, plain, sizeof plain);
+        n = 4;
+    }
+    uint8_t reply[512];
+    uint16_t got = 0;
+    if (SendCommand(req, n) == 0 || ReceiveCommand(reply, &got, 500) == 0) return -1;
+    return got >= 4 && reply[2] == req[2] && reply[3] == 0x00 ? 0 : -1;
+}

@@ -1,0 +1,407 @@
+// Reader configuration end to end: the library's commands against the
+// virtual reader over TCP. Setting and reading back, what a soft reset
+// keeps, what default mode restores, and what settings change in tag reports.
+#include <array>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "sim_link.h"
+
+using namespace uhftest;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A: on antennas 1 and 2, with TID and USER; B: on antenna 1 only, no TID.
+uhfsim::TagField field_ab() {
+    return *uhfsim::TagField::from_json(R"({"tags":[
+      {"epc":"E200 0001 0000 0000 0000 00A1","tid":"E280 1160 0000 0001 0000 00A1","user":"1234 5678",
+       "rssi":{"1":-50.0,"2":-55.0}},
+      {"epc":"E200 0002 0000 0000 0000 00B2","rssi":{"1":-60.0}}]})");
+}
+
+const Bytes kUiiA = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0x00, 0xA1};
+const Bytes kUiiB = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x02, 0, 0, 0, 0, 0, 0, 0x00, 0xB2};
+const Bytes kTidA = {0xE2, 0x80, 0x11, 0x60, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0xA1};
+
+// One tag report as UHF_GetReceived_EX hands it out.
+struct Report {
+    Bytes uii, data;
+    int16_t rssi;
+    uint8_t antenna;
+    bool operator==(const Report&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Report& r) {
+    return os << "uii " << ::testing::PrintToString(r.uii) << " data " << ::testing::PrintToString(r.data) << " rssi "
+              << r.rssi << " ant " << int(r.antenna);
+}
+
+class ConfigE2E : public SimTcpTest {
+protected:
+    uhfsim::SimOptions options() override {
+        uhfsim::SimOptions o;
+        o.tags = field_ab();
+        o.engine.rssi_jitter = 0;
+        o.engine.read_rate = 200;
+        return o;
+    }
+    void SetUp() override {
+        SimTcpTest::SetUp();
+        uint8_t region = 0;
+        // The answer proves the server has taken the connection in, so
+        // for_each_reader reaches it.
+        ASSERT_EQ(UHFGetRegion(&region), 0);
+    }
+    void TearDown() override {
+        UHF_FlafCrcOff();
+        SimTcpTest::TearDown();
+    }
+
+    // A fresh reader at factory settings, connected on the selected link.
+    void start_reader() {
+        SimTcpTest::TearDown();
+        SetUp();
+    }
+
+    uhfsim::ReaderState reader_state() {
+        uhfsim::ReaderState s;
+        server->for_each_reader([&](uhfsim::VirtualReader& r) { s = r.state(); });
+        return s;
+    }
+
+    // Runs a continuous inventory until `count` reports are in (or a generous
+    // bound passes, which fails the caller's comparison), then stops it.
+    std::vector<Report> inventory(size_t count) {
+        std::vector<Report> out;
+        uint8_t stale[512];
+        int stale_len = 0;
+        // The receive thread empties the queue only once it runs; reports
+        // left from an earlier run must not be taken for this one's.
+        while (UHF_GetReceived_EX(&stale_len, stale) == 0) {
+        }
+        EXPECT_EQ(UHFInventory(), 0);
+        auto give_up = std::chrono::steady_clock::now() + 10s;
+        while (out.size() < count && std::chrono::steady_clock::now() < give_up) {
+            uint8_t buf[512];
+            int len = 0;
+            if (UHF_GetReceived_EX(&len, buf) != 0) {
+                std::this_thread::sleep_for(5ms);
+                continue;
+            }
+            Report r;
+            size_t uii_len = buf[0];
+            r.uii.assign(buf + 1, buf + 1 + uii_len);
+            size_t data_len = buf[1 + uii_len];
+            const uint8_t* d = buf + 2 + uii_len;
+            r.data.assign(d, d + data_len);
+            r.rssi = int16_t(d[data_len] << 8 | d[data_len + 1]);
+            r.antenna = d[data_len + 2];
+            out.push_back(r);
+        }
+        EXPECT_EQ(UHFStopGet(), 0);
+        return out;
+    }
+};
+
+// A setting: how to change it, and how to read it back as numbers.
+struct Setting {
+    const char* name;
+    std::function<int()> set;
+    std::function<std::vector<unsigned>()> get;  // the get's result first
+    std::vector<unsigned> expect;
+};
+
+std::vector<unsigned> one(int r, unsigned v) { return {unsigned(r), v}; }
+
+std::vector<unsigned> gen2_fields() {
+    std::array<uint8_t, 14> f{};
+    int r = UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
+                       &f[13]);
+    std::vector<unsigned> out = {unsigned(r)};
+    out.insert(out.end(), f.begin(), f.end());
+    return out;
+}
+
+// A setting whose command carries a save byte.
+struct SaveRow {
+    const char* name;
+    std::function<int(bool save)> set;
+    std::function<std::vector<unsigned>()> get;
+    std::vector<unsigned> changed, factory;
+};
+
+const SaveRow kSaveRows[] = {
+    {"power", [](bool s) { return UHFSetPower(s, 20); },
+     [] { uint8_t p = 0; int r = UHFGetPower(&p); return one(r, p); }, {0, 20}, {0, 30}},
+    {"antennas", [](bool s) { uint8_t m[2] = {0x00, 0x03}; return UHFSetANT(s, m); },
+     [] { uint8_t b[2] = {}; int r = UHFGetANT(b); return std::vector<unsigned>{unsigned(r), b[0], b[1]}; },
+     {0, 0, 3}, {0, 0, 1}},
+    {"antenna work time", [](bool s) { return UHFSetANTWorkTime(1, s, 700); },
+     [] { unsigned t = 0; int r = UHFGetANTWorkTime(1, &t); return one(r, t); }, {0, 700}, {0, 200}},
+    {"region", [](bool s) { return UHFSetRegion(s, 4); },
+     [] { uint8_t g = 0; int r = UHFGetRegion(&g); return one(r, g); }, {0, 4}, {0, 1}},
+    {"RF link", [](bool s) { return UHFSetRFLink(s, 0); },
+     [] { uint8_t m = 0; int r = UHFGetRFLink(&m); return one(r, m); }, {0, 0}, {0, 1}},
+    {"EPC/TID/USER mode", [](bool s) { return UHFSetEPCTIDMode(s, 2); },
+     [] { uint8_t m = 0; int r = UHFGetEPCTIDMode(&m); return one(r, m); }, {0, 2}, {0, 0}},
+    {"dual/single", [](bool s) { return UHFSetDualSingelMode(s, 1); },
+     [] { uint8_t m = 0; int r = UHFGetDualSingelMode(&m); return one(r, m); }, {0, 1}, {0, 0}},
+    {"work time", [](bool s) { return UHFSetWorkTime(s, 0, 0, 1, 0); },
+     [] {
+         uint8_t d[4] = {};
+         int r = UHFGetWorkTime(d);
+         return std::vector<unsigned>{unsigned(r), d[0], d[1], d[2], d[3]};
+     },
+     {4, 0, 0, 1, 0}, {4, 0, 0, 0, 0}},
+};
+
+}  // namespace
+
+TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
+    uint8_t mask[2] = {0x00, 0x05};
+    unsigned freqs[2] = {920125, 924875};  // region 3 is set by then
+    uint8_t id[4] = {1, 2, 3, 4}, value[4] = {0xDE, 0xAD, 0xBE, 0xEF};
+    uint8_t para[6] = {6, 5, 4, 3, 2, 1};
+    const Setting settings[] = {
+        {"power", [] { return UHFSetPower(0, 25); }, [] { uint8_t p = 0; int r = UHFGetPower(&p); return one(r, p); },
+         {0, 25}},
+        {"antenna power", [] { return UHFSetAntennaPower(0, 2, 2650, 2000); },
+         [] {
+             uint8_t b[64] = {};
+             uint16_t n = 0;
+             int r = UHFGetAntennaPower(b, &n);
+             std::vector<unsigned> out = {unsigned(r), n};
+             out.insert(out.end(), b, b + 12);
+             return out;
+         },
+         {0, 12, 1, 25, 25, 2, 26, 20, 3, 30, 30, 4, 30, 30}},  // antenna 1 from the row above
+        {"antennas", [&] { return UHFSetANT(0, mask); },
+         [] { uint8_t b[2] = {}; int r = UHFGetANT(b); return std::vector<unsigned>{unsigned(r), b[0], b[1]}; },
+         {0, 0x00, 0x05}},
+        {"antenna work time", [] { return UHFSetANTWorkTime(2, 0, 500); },
+         [] { unsigned t = 0; int r = UHFGetANTWorkTime(2, &t); return one(r, t); }, {0, 500}},
+        {"region", [] { return UHFSetRegion(0, 3); }, [] { uint8_t g = 0; int r = UHFGetRegion(&g); return one(r, g); },
+         {0, 3}},
+        {"hopping table", [&] { return UHFSetJumpFrequency(2, freqs); },
+         [] {
+             unsigned b[256] = {};
+             int r = UHFGetJumpFrequency(b);
+             return std::vector<unsigned>{unsigned(r), b[0], b[1], b[2]};
+         },
+         {0, 2, 920125, 924875}},
+        {"RF link", [] { return UHFSetRFLink(0, 2); }, [] { uint8_t m = 0; int r = UHFGetRFLink(&m); return one(r, m); },
+         {0, 2}},
+        {"RF link preset 1", [] { return UHF_Set_RFLink(1); },
+         [] { uint8_t m = 0; int r = UHF_Get_RFLink(&m); return one(r, m); }, {0, 1}},
+        {"RF link preset 3 brings its Gen2 block", [] { return UHF_Set_RFLink(3); }, gen2_fields,
+         {0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3}},
+        {"CW", [] { return UHFSetCW(1); }, [] { uint8_t f = 0; int r = UHFGetCW(&f); return one(r, f); }, {0, 1}},
+        {"parameter", [&] { return UHF_Set_Param(2, id, value); },
+         [&] {
+             uint8_t v[4] = {};
+             int r = UHF_Get_Param(2, id, v);
+             return std::vector<unsigned>{unsigned(r), v[0], v[1], v[2], v[3]};
+         },
+         {0, 0xDE, 0xAD, 0xBE, 0xEF}},
+        {"Gen2", [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); }, gen2_fields,
+         {0, 5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}},
+        {"FastID", [] { return UHFSetFastID(1); }, [] { uint8_t f = 0; int r = UHFGetFastID(&f); return one(r, f); },
+         {0, 1}},
+        {"FastID only when changed", [] { return R2000_Set_FastID(1); },
+         [] { uint8_t f = 0; int r = UHFGetFastID(&f); return one(r, f); }, {0, 1}},
+        {"TagFocus", [] { return R2000_Set_TagFocus(1); },
+         [] { uint8_t f = 0; int r = UHFGetTagfocus(&f); return one(r, f); }, {0, 1}},
+        {"EPC+TID+USER mode", [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); },
+         [] {
+             uint8_t m[3] = {};
+             int r = UHFGetEPCTIDUSERMode(0, 0, m);
+             return std::vector<unsigned>{unsigned(r), m[0], m[1], m[2]};
+         },
+         {3, 2, 4, 2}},
+        {"EPC+TID mode", [] { return UHF_OPENMODE(); },
+         [] { uint8_t m = 0; int r = UHFGetEPCTIDMode(&m); return one(r, m); }, {0, 1}},
+        {"dual/single", [] { return UHFSetDualSingelMode(0, 1); },
+         [] { uint8_t m = 0; int r = UHFGetDualSingelMode(&m); return one(r, m); }, {0, 1}},
+        {"work mode", [] { return UHFSetWorkMode(2); }, [] { uint8_t m = 0; int r = UHFGetWorkMode(&m); return one(r, m); },
+         {0, 2}},
+        {"work mode parameters", [&] { return UHFSetWorkModePara(para); },
+         [] {
+             uint8_t p[6] = {};
+             int r = UHFGetWorkModePara(p);
+             return std::vector<unsigned>{unsigned(r), p[0], p[1], p[2], p[3], p[4], p[5]};
+         },
+         {0, 6, 5, 4, 3, 2, 1}},
+        {"work time", [] { return UHFSetWorkTime(0, 1, 2, 3, 4); },
+         [] {
+             uint8_t d[4] = {};
+             int r = UHFGetWorkTime(d);
+             return std::vector<unsigned>{unsigned(r), d[0], d[1], d[2], d[3]};
+         },
+         {4, 1, 2, 3, 4}},
+        {"protocol type", [] { return UHFSetProtocolType(2); },
+         [] { uint8_t t = 0; int r = UHFGetProtocolType(&t); return one(r, t); }, {0, 2}},
+    };
+    for (const Setting& s : settings) {
+        SCOPED_TRACE(s.name);
+        EXPECT_EQ(s.set(), 0);
+        EXPECT_EQ(s.get(), s.expect);
+    }
+    // The protocol configuration has no getter: look inside the reader.
+    EXPECT_EQ(Vexa_Protocol_Configuration(7), 0);
+    EXPECT_EQ(reader_state().current.protocol_config, 7);
+}
+
+TEST_F(ConfigE2E, TheReaderRefusesWhatItCannotDo) {
+    unsigned etsi[1] = {865700};
+    uint8_t no_antenna[2] = {0x00, 0x00};
+    EXPECT_EQ(UHFSetJumpFrequency(1, etsi), -1);          // outside the FCC band
+    EXPECT_EQ(UHF_Frequency_Hopping_Setting(0x1234), -1);  // 4.66 MHz is no UHF channel
+    EXPECT_EQ(UHFSetGen2(0, 0, 0, 1, 8, 9, 4, 1, 2, 1, 1, 1, 0, 3), -1);  // MinQ above MaxQ
+    EXPECT_EQ(UHFSetANT(0, no_antenna), -1);
+    EXPECT_EQ(UHFSetRegion(0, 0), -1);
+    EXPECT_EQ(UHFSetProtocolType(9), -1);
+    uint8_t unknown_id[4] = {9, 9, 9, 9}, v[4] = {};
+    EXPECT_EQ(UHF_Get_Param(1, unknown_id, v), -1);
+    // None of them changed anything.
+    uint8_t region = 0;
+    ASSERT_EQ(UHFGetRegion(&region), 0);
+    EXPECT_EQ(region, 1);
+    unsigned table[256] = {};
+    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
+    EXPECT_EQ(table[0], 50u);
+}
+
+TEST_F(ConfigE2E, RegionChangeRefitsTheHoppingTable) {
+    ASSERT_EQ(UHFSetRegion(0, 2), 0);  // ETSI
+    unsigned table[256] = {};
+    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
+    EXPECT_EQ(std::vector<unsigned>(table, table + 5), (std::vector<unsigned>{4, 865700, 866300, 866900, 867500}));
+    unsigned fcc[1] = {915250}, etsi[1] = {866900};
+    EXPECT_EQ(UHFSetJumpFrequency(1, fcc), -1);
+    EXPECT_EQ(UHFSetJumpFrequency(1, etsi), 0);
+}
+
+TEST_F(ConfigE2E, SoftResetKeepsSavedSettingsAndUnsavedOnesFallBack) {
+    for (const SaveRow& row : kSaveRows) {
+        for (bool save : {false, true}) {
+            SCOPED_TRACE(std::string(row.name) + (save ? ", saved" : ", not saved"));
+            start_reader();
+            ASSERT_EQ(row.set(save), 0);
+            EXPECT_EQ(row.get(), row.changed);
+            ASSERT_EQ(UHFSetSoftReset(), 0);
+            EXPECT_EQ(row.get(), save ? row.changed : row.factory);
+        }
+    }
+}
+
+TEST_F(ConfigE2E, DefaultModeRestoresFactoryRfAndInventorySettings) {
+    for (const SaveRow& row : kSaveRows) ASSERT_EQ(row.set(true), 0) << row.name;
+    // Settings kept without a save byte.
+    unsigned freq[1] = {840125};  // region 4 is set by now
+    uint8_t para[6] = {1, 2, 3, 4, 5, 6};
+    uint8_t tid[2] = {0xE2, 0x80};
+    ASSERT_EQ(UHFSetJumpFrequency(1, freq), 0);
+    ASSERT_EQ(UHFSetGen2(0, 0, 0, 1, 2, 1, 7, 1, 2, 1, 1, 1, 0, 3), 0);
+    ASSERT_EQ(UHFSetFastID(1), 0);
+    ASSERT_EQ(UHFSetWorkMode(1), 0);
+    ASSERT_EQ(UHFSetWorkModePara(para), 0);
+    ASSERT_EQ(UHFSetProtocolType(2), 0);
+    ASSERT_EQ(UHFSetFilter(0, 2, 0, 2, tid), 0);
+
+    ASSERT_EQ(UHFSetDefaultMode(), 0);
+    ASSERT_EQ(UHFSetSoftReset(), 0);  // and factory settings are what is kept
+
+    for (const SaveRow& row : kSaveRows) EXPECT_EQ(row.get(), row.factory) << row.name;
+    unsigned table[256] = {};
+    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
+    EXPECT_EQ(std::vector<unsigned>(table, table + 2), (std::vector<unsigned>{50, 902750}));
+    EXPECT_EQ(gen2_fields(), (std::vector<unsigned>{0, 0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3}));
+    uint8_t v = 0xEE, p[6] = {};
+    EXPECT_EQ(UHFGetFastID(&v), 0);
+    EXPECT_EQ(v, 0);
+    EXPECT_EQ(UHFGetWorkMode(&v), 0);
+    EXPECT_EQ(v, 0);
+    EXPECT_EQ(UHFGetWorkModePara(p), 0);
+    EXPECT_EQ(Bytes(p, p + 6), Bytes(6, 0));
+    EXPECT_EQ(UHFGetProtocolType(&v), 0);
+    EXPECT_EQ(v, 0);
+    // No filter: B, which has no TID, answers again.
+    const Report a1 = {kUiiA, {}, -500, 1}, b1 = {kUiiB, {}, -600, 1};
+    EXPECT_EQ(inventory(2), (std::vector<Report>{a1, b1}));
+}
+
+TEST_F(ConfigE2E, AmplifierStatusInBothCrcModes) {
+    struct Case {
+        const char* name;
+        bool crc;
+        uint8_t pa_status;
+        int result;
+    } cases[] = {
+        {"plain, healthy", false, 0, 0},
+        {"plain, fault", false, 2, -1},
+        {"CRC, healthy", true, 0, 0},
+        {"CRC, fault 0x55 (escaped on the wire)", true, 0x55, -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        server->for_each_reader([&](uhfsim::VirtualReader& r) { r.state().pa_status = c.pa_status; });
+        if (c.crc)
+            UHF_FlagCrcOn();
+        else
+            UHF_FlafCrcOff();
+        EXPECT_EQ(RmuGetPaStatus(), c.result);
+    }
+}
+
+TEST_F(ConfigE2E, SettingsShapeTheTagReports) {
+    struct Row {
+        const char* name;
+        std::function<void()> setup;
+        std::vector<Report> first_reports;  // plan order: antenna by antenna, tags in field order
+    };
+    const Report a1 = {kUiiA, {}, -500, 1}, b1 = {kUiiB, {}, -600, 1}, a2 = {kUiiA, {}, -550, 2};
+    const Row rows[] = {
+        {"factory: antenna 1, EPC only", [] {}, {a1, b1, a1}},
+        {"EPC+TID", [] { ASSERT_EQ(UHF_OPENMODE(), 0); },
+         {{kUiiA, kTidA, -500, 1}, {kUiiB, Bytes(12, 0), -600, 1}, {kUiiA, kTidA, -500, 1}}},
+        {"EPC+TID+USER from word 1",
+         [] { ASSERT_EQ(UHFSetEPCTIDUSERMode(0, 2, 1, 1), 0); },
+         {{kUiiA, kTidA + Bytes{0x56, 0x78}, -500, 1}, {kUiiB, Bytes(14, 0), -600, 1},
+          {kUiiA, kTidA + Bytes{0x56, 0x78}, -500, 1}}},
+        {"FastID", [] { ASSERT_EQ(R2000_Set_FastID(1), 0); },
+         {{kUiiA, kTidA, -500, 1}, {kUiiB, Bytes(12, 0), -600, 1}, {kUiiA, kTidA, -500, 1}}},
+        {"filter on the EPC keeps B",
+         [] {
+             uint8_t epc_b[4] = {0xE2, 0x00, 0x00, 0x02};
+             ASSERT_EQ(UHFSetFilter(0, 1, 0, 4, epc_b), 0);
+         },
+         {b1, b1, b1}},
+        {"filter on the TID keeps A",
+         [] {
+             uint8_t tid[2] = {0xE2, 0x80};
+             ASSERT_EQ(UHFSetFilter(0, 2, 0, 2, tid), 0);
+         },
+         {a1, a1, a1}},
+        {"antenna 1 off, antenna 2 on",
+         [] {
+             uint8_t m[2] = {0x00, 0x02};
+             ASSERT_EQ(UHFSetANT(0, m), 0);
+         },
+         {a2, a2, a2}},
+        {"both antennas", [] {
+             uint8_t m[2] = {0x00, 0x03};
+             ASSERT_EQ(UHFSetANT(0, m), 0);
+         },
+         {a1, b1, a2}},
+        {"25 dBm lowers RSSI by 5 dB", [] { ASSERT_EQ(UHFSetPower(0, 25), 0); },
+         {{kUiiA, {}, -550, 1}, {kUiiB, {}, -650, 1}, {kUiiA, {}, -550, 1}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        start_reader();
+        row.setup();
+        EXPECT_EQ(inventory(3), row.first_reports);
+    }
+}

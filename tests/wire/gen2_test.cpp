@@ -1,0 +1,270 @@
+// Gen2 parameters and inventory modes against the scripted reader.
+#include "command_rows.h"
+
+using namespace uhftest;
+
+namespace {
+
+constexpr uint8_t kUntouched = 0xEE;
+
+using Gen2Commands = CommandTest;
+
+// Fields in UHFSetGen2 order: Target Action T Q StartQ MinQ MaxQ D C P Sel Session G LF.
+using Fields = std::array<uint8_t, 14>;
+
+auto set_gen2(Fields f) {
+    return [=] {
+        return Outcome{UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]),
+                       {}};
+    };
+}
+
+Outcome get_gen2() {
+    Fields f;
+    f.fill(kUntouched);
+    int r = UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
+                       &f[13]);
+    return {r, std::vector<unsigned>(f.begin(), f.end())};
+}
+
+std::vector<unsigned> values(Fields f) { return std::vector<unsigned>(f.begin(), f.end()); }
+
+// A byte read into a single output by fn.
+template <typename Fn>
+Outcome get_byte(Fn fn) {
+    uint8_t v = kUntouched;
+    int r = fn(&v);
+    return {r, {v}};
+}
+
+Outcome get_epc_tid_user(uint8_t rev1, uint8_t rev2) {
+    uint8_t m[4] = {kUntouched, kUntouched, kUntouched, kUntouched};
+    int r = UHFGetEPCTIDUSERMode(rev1, rev2, m);
+    return {r, {m[0], m[1], m[2], m[3]}};
+}
+
+Outcome get_work_mode_para() {
+    uint8_t p[7];
+    memset(p, kUntouched, sizeof p);
+    int r = UHFGetWorkModePara(p);
+    return {r, std::vector<unsigned>(p, p + 7)};
+}
+
+Outcome get_work_time() {
+    uint8_t d[5];
+    memset(d, kUntouched, sizeof d);
+    int r = UHFGetWorkTime(d);
+    return {r, std::vector<unsigned>(d, d + 5)};
+}
+
+const std::vector<unsigned> kSevenUntouched(7, kUntouched);
+const std::vector<unsigned> kFiveUntouched(5, kUntouched);
+
+}  // namespace
+
+TEST_F(Gen2Commands, Gen2BlockPacking) {
+    struct Case {
+        const char* name;
+        Fields fields;
+        Bytes block;
+    } cases[] = {
+        {"typical", {0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3}, {0x01, 0x40, 0xFD, 0x53}},
+        {"Target", {7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0xE0, 0x00, 0x00, 0x00}},
+        {"Action", {0, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x1C, 0x00, 0x00, 0x00}},
+        {"T", {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x02, 0x00, 0x00, 0x00}},
+        {"Q", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x01, 0x00, 0x00, 0x00}},
+        {"StartQ", {0, 0, 0, 0, 15, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x00, 0xF0, 0x00, 0x00}},
+        {"MinQ", {0, 0, 0, 0, 0, 15, 0, 0, 0, 0, 0, 0, 0, 0}, {0x00, 0x0F, 0x00, 0x00}},
+        {"MaxQ", {0, 0, 0, 0, 0, 0, 15, 0, 0, 0, 0, 0, 0, 0}, {0x00, 0x00, 0xF0, 0x00}},
+        {"D", {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0}, {0x00, 0x00, 0x08, 0x00}},
+        {"C", {0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0}, {0x00, 0x00, 0x06, 0x00}},
+        {"P", {0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0}, {0x00, 0x00, 0x01, 0x00}},
+        {"Sel", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0}, {0x00, 0x00, 0x00, 0xC0}},
+        {"Session", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0}, {0x00, 0x00, 0x00, 0x30}},
+        {"G", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0}, {0x00, 0x00, 0x00, 0x08}},
+        {"LF", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, {0x00, 0x00, 0x00, 0x07}},
+        {"Action 9 masked to 1", {0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x04, 0x00, 0x00, 0x00}},
+        {"Target 9: high bit falls off", {9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x20, 0x00, 0x00, 0x00}},
+        {"low fields over range are masked", {0, 0, 2, 3, 0, 0x1F, 0, 2, 5, 2, 0, 5, 2, 9}, {0x01, 0x0F, 0x02, 0x11}},
+        {"top fields over range lose their high bits", {0x0A, 0, 0, 0, 0x13, 0, 0x1F, 0, 0, 0, 5, 0, 0, 0},
+         {0x40, 0x30, 0xF0, 0x40}},
+    };
+    std::vector<StepRow> rows;
+    for (const Case& c : cases)
+        rows.push_back({c.name, set_gen2(c.fields), {{0x20, c.block, answer(0x20, {0x01})}}, {0, {}}});
+    rows.push_back({"refused", set_gen2({}), {{0x20, {0, 0, 0, 0}, answer(0x20, {0x00})}}, {-1, {}}});
+    check_steps(rows);
+}
+
+TEST_F(Gen2Commands, GetGen2) {
+    const std::vector<unsigned> untouched(14, kUntouched);
+    check_steps({
+        {"typical", get_gen2, {{0x22, {}, answer(0x22, {0x01, 0x40, 0xFD, 0x53})}},
+         {0, values({0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3})}},
+        {"every field distinct", get_gen2, {{0x22, {}, answer(0x22, {0xA5, 0x5A, 0x3C, 0x96})}},
+         {0, values({5, 1, 0, 1, 5, 10, 3, 1, 2, 0, 2, 1, 0, 6})}},
+        {"all ones", get_gen2, {{0x22, {}, answer(0x22, {0xFF, 0xFF, 0xFF, 0xFF, 0x00})}},
+         {0, values({7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7})}},
+        {"three bytes are too short", get_gen2, {{0x22, {}, answer(0x22, {0x01, 0x40, 0xFD})}}, {-1, untouched}},
+        {"a null output", [] {
+             unsigned char v[13];
+             return Outcome{UHFGetGen2(&v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6], &v[7], &v[8], &v[9], &v[10],
+                                       &v[11], &v[12], nullptr), {}};
+         }, {}, {-1, {}}},
+    });
+}
+
+TEST_F(Gen2Commands, FastIdAndTagFocus) {
+    check_steps({
+        {"FastID on", [] { return Outcome{UHFSetFastID(1), {}}; }, {{0x5C, {0x01, 0x00}, answer(0x5C, {0x01})}}, {0, {}}},
+        {"FastID refused", [] { return Outcome{UHFSetFastID(5), {}}; }, {{0x5C, {0x05, 0x00}, answer(0x5C, {0x00})}}, {-1, {}}},
+        {"FastID get", [] { return get_byte(UHFGetFastID); }, {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}}, {0, {1}}},
+        {"FastID get refused", [] { return get_byte(UHFGetFastID); }, {{0x5E, {0x00, 0x00}, answer(0x5E, {0x00, 0x01})}},
+         {-1, {kUntouched}}},
+        {"FastID get short", [] { return get_byte(UHFGetFastID); }, {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01})}},
+         {-1, {kUntouched}}},
+        {"TagFocus on", [] { return Outcome{UHFSetTagfocus(1), {}}; }, {{0x60, {0x01, 0x00}, answer(0x60, {0x01})}}, {0, {}}},
+        {"TagFocus get", [] { return get_byte(UHFGetTagfocus); }, {{0x62, {0x00, 0x00}, answer(0x62, {0x01, 0x00})}}, {0, {0}}},
+        {"TagFocus get null", [] { return Outcome{UHFGetTagfocus(nullptr), {}}; }, {}, {-1, {}}},
+    });
+}
+
+TEST_F(Gen2Commands, SetOnlyWhenChanged) {
+    check_steps({
+        {"FastID already on: one query", [] { return Outcome{R2000_Set_FastID(1), {}}; },
+         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}}, {0, {}}},
+        {"FastID off, set on", [] { return Outcome{R2000_Set_FastID(1), {}}; },
+         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x00})}, {0x5C, {0x01, 0x00}, answer(0x5C, {0x01})}}, {0, {}}},
+        {"FastID set refused", [] { return Outcome{R2000_Set_FastID(0), {}}; },
+         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}, {0x5C, {0x00, 0x00}, answer(0x5C, {0x00})}}, {-1, {}}},
+        {"FastID query refused: no set", [] { return Outcome{R2000_Set_FastID(1), {}}; },
+         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x00, 0x00})}}, {-1, {}}},
+        {"FastID flag 2", [] { return Outcome{R2000_Set_FastID(2), {}}; }, {}, {-1, {}}},
+        {"TagFocus already off: one query", [] { return Outcome{R2000_Set_TagFocus(0), {}}; },
+         {{0x62, {0x00, 0x00}, answer(0x62, {0x01, 0x00})}}, {0, {}}},
+        {"TagFocus off, set on", [] { return Outcome{R2000_Set_TagFocus(1), {}}; },
+         {{0x62, {0x00, 0x00}, answer(0x62, {0x01, 0x00})}, {0x60, {0x01, 0x00}, answer(0x60, {0x01})}}, {0, {}}},
+        {"TagFocus flag 2", [] { return Outcome{R2000_Set_TagFocus(2), {}}; }, {}, {-1, {}}},
+    });
+}
+
+TEST_F(Gen2Commands, EpcTidUserMode) {
+    check_steps({
+        {"EPC+TID+USER", [] { return Outcome{UHFSetEPCTIDUSERMode(7, 2, 0x10, 4), {}}; },
+         {{0x70, {0x07, 0x02, 0x10, 0x04}, answer(0x70, {0x01})}}, {0, {}}},
+        {"mode 3 refused before sending", [] { return Outcome{UHFSetEPCTIDUSERMode(0, 3, 0, 0), {}}; }, {}, {-1, {}}},
+        {"set refused", [] { return Outcome{UHFSetEPCTIDUSERMode(0, 0, 0, 0), {}}; },
+         {{0x70, {0x00, 0x00, 0x00, 0x00}, answer(0x70, {0x00})}}, {-1, {}}},
+        {"mode alone", [] { return Outcome{UHFSetEPCTIDMode(1, 1), {}}; }, {{0x70, {0x01, 0x01}, answer(0x70, {0x01})}}, {0, {}}},
+        {"mode alone, unchecked", [] { return Outcome{UHFSetEPCTIDMode(0x10, 9), {}}; },
+         {{0x70, {0x10, 0x09}, answer(0x70, {0x01})}}, {0, {}}},
+        {"UHF_OPENMODE", [] { return Outcome{UHF_OPENMODE(), {}}; }, {{0x70, {0x00, 0x01}, answer(0x70, {0x01})}}, {0, {}}},
+        {"UHF_OPENMODE refused", [] { return Outcome{UHF_OPENMODE(), {}}; }, {{0x70, {0x00, 0x01}, answer(0x70, {0x02})}}, {-1, {}}},
+        {"get mode", [] { return get_byte(UHFGetEPCTIDMode); }, {{0x72, {0x00, 0x00}, answer(0x72, {0x01, 0x02, 0x10, 0x04})}},
+         {0, {2}}},
+        {"get mode refused", [] { return get_byte(UHFGetEPCTIDMode); }, {{0x72, {0x00, 0x00}, answer(0x72, {0x00, 0x02})}},
+         {-1, {kUntouched}}},
+        {"get mode, address and length: returns 3", [] { return get_epc_tid_user(0xAB, 0xCD); },
+         {{0x72, {0xAB, 0xCD}, answer(0x72, {0x01, 0x02, 0x10, 0x04})}}, {3, {0x02, 0x10, 0x04, kUntouched}}},
+        {"get mode, address and length: 3 bytes short", [] { return get_epc_tid_user(0, 0); },
+         {{0x72, {0x00, 0x00}, answer(0x72, {0x01, 0x02, 0x10})}}, {-1, {kUntouched, kUntouched, kUntouched, kUntouched}}},
+        {"get mode, address and length refused", [] { return get_epc_tid_user(0, 0); },
+         {{0x72, {0x00, 0x00}, answer(0x72, {0x00, 0x02, 0x10, 0x04})}}, {-1, {kUntouched, kUntouched, kUntouched, kUntouched}}},
+        {"get mode, address and length null", [] { return Outcome{UHFGetEPCTIDUSERMode(0, 0, nullptr), {}}; }, {}, {-1, {}}},
+    });
+}
+
+TEST_F(Gen2Commands, FilterEncoding) {
+    std::vector<uint8_t> mask(95);
+    for (size_t i = 0; i < mask.size(); i++) mask[i] = uint8_t(0x80 + i);
+    auto filter = [&](uint8_t flag, uint8_t bank, uint16_t addr, uint16_t len) {
+        return [=]() mutable { return Outcome{UHFSetFilter(flag, bank, addr, len, mask.data()), {}}; };
+    };
+    auto mask_bytes = [&](size_t n) { return Bytes(mask.begin(), mask.begin() + long(n)); };
+    check_steps({
+        {"EPC bank skips CRC and PC", filter(0, 1, 2, 4),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
+        {"other banks do not", filter(0, 3, 2, 4),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x10, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
+        {"EPC bank at 30 loses the carry", filter(0, 1, 30, 1),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x10, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"EPC bank at 32 keeps its own high byte", filter(0, 1, 32, 2),
+         {{0x6E, Bytes{0x00, 0x01, 0x01, 0x20, 0x00, 0x10} + mask_bytes(2), answer(0x6E, {0x01})}}, {0, {}}},
+        {"TID bank, high address", filter(0, 2, 0x120, 1),
+         {{0x6E, Bytes{0x00, 0x02, 0x09, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"flag is not sent", filter(1, 3, 0, 1),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"no mask", filter(0, 1, 0, 0), {{0x6E, {0x00, 0x01, 0x00, 0x20, 0x00, 0x00}, answer(0x6E, {0x01})}}, {0, {}}},
+        {"94 mask bytes fit", filter(0, 3, 0, 94),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x02, 0xF0} + mask_bytes(94), answer(0x6E, {0x01})}}, {0, {}}},
+        {"95 mask bytes do not", filter(0, 3, 0, 95), {}, {-1, {}}},
+        {"a length whose bit count wraps 16 bits", filter(0, 3, 0, 8192), {}, {-1, {}}},
+        {"null mask", [] { return Outcome{UHFSetFilter(0, 1, 0, 2, nullptr), {}}; }, {}, {-1, {}}},
+        {"refused", filter(0, 3, 0, 1),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x00})}}, {-1, {}}},
+    });
+}
+
+TEST_F(Gen2Commands, DualSingleAndWorkMode) {
+    uint8_t para[6] = {1, 2, 3, 4, 5, 6};
+    check_steps({
+        {"dual/single", [] { return Outcome{UHFSetDualSingelMode(1, 2), {}}; }, {{0x6A, {0x01, 0x02}, answer(0x6A, {0x01})}},
+         {0, {}}},
+        {"dual/single refused", [] { return Outcome{UHFSetDualSingelMode(0, 0), {}}; },
+         {{0x6A, {0x00, 0x00}, answer(0x6A, {0x00})}}, {-1, {}}},
+        {"dual/single get", [] { return get_byte(UHFGetDualSingelMode); }, {{0x6C, {}, answer(0x6C, {0x01, 0x02})}}, {0, {2}}},
+        {"dual/single get short", [] { return get_byte(UHFGetDualSingelMode); }, {{0x6C, {}, answer(0x6C, {0x01})}},
+         {-1, {kUntouched}}},
+        {"work mode", [] { return Outcome{UHFSetWorkMode(3), {}}; }, {{0xA1, {0x05, 0x03}, answer(0xA1, {0x01})}}, {0, {}}},
+        {"work mode refused", [] { return Outcome{UHFSetWorkMode(3), {}}; }, {{0xA1, {0x05, 0x03}, answer(0xA1, {0x05})}},
+         {-1, {}}},
+        {"work mode get echoes 0x06", [] { return get_byte(UHFGetWorkMode); }, {{0xA1, {0x06}, answer(0xA1, {0x06, 0x03})}},
+         {0, {3}}},
+        {"work mode get with status 0x01", [] { return get_byte(UHFGetWorkMode); },
+         {{0xA1, {0x06}, answer(0xA1, {0x01, 0x03})}}, {-1, {kUntouched}}},
+        {"work mode get from a silent reader", [] { return get_byte(UHFGetWorkMode); }, {{0xA1, {0x06}, {}}},
+         {-1, {kUntouched}}},
+        {"parameters", [&] { return Outcome{UHFSetWorkModePara(para), {}}; },
+         {{0xA1, {0x0B, 1, 2, 3, 4, 5, 6}, answer(0xA1, {0x01})}}, {0, {}}},
+        {"parameters null", [] { return Outcome{UHFSetWorkModePara(nullptr), {}}; }, {}, {-1, {}}},
+        {"parameters get", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4})}},
+         {0, {9, 8, 7, 6, 5, 4, kUntouched}}},
+        {"parameters get, 6 bytes", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5})}},
+         {-1, kSevenUntouched}},
+        {"parameters get, 8 bytes", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4, 3})}},
+         {-1, kSevenUntouched}},
+        {"parameters get, status 0x01", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x01, 9, 8, 7, 6, 5, 4})}},
+         {-1, kSevenUntouched}},
+    });
+}
+
+TEST_F(Gen2Commands, WorkTimeAndProtocolType) {
+    check_steps({
+        {"work time: five bytes", [] { return Outcome{UHFSetWorkTime(1, 2, 3, 4, 5), {}}; },
+         {{0x3C, {1, 2, 3, 4, 5}, answer(0x3C, {0x01})}}, {0, {}}},
+        {"work time: empty reply", [] { return Outcome{UHFSetWorkTime(1, 2, 3, 4, 5), {}}; },
+         {{0x3C, {1, 2, 3, 4, 5}, answer(0x3C, {})}}, {-1, {}}},
+        {"work time get returns 4", get_work_time, {{0x3E, {}, answer(0x3E, {0x01, 0x0A, 0x0B, 0x0C, 0x0D})}},
+         {4, {0x0A, 0x0B, 0x0C, 0x0D, kUntouched}}},
+        {"work time get, a longer reply", get_work_time, {{0x3E, {}, answer(0x3E, {0x01, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E})}},
+         {4, {0x0A, 0x0B, 0x0C, 0x0D, kUntouched}}},
+        {"work time get, 4 bytes", get_work_time, {{0x3E, {}, answer(0x3E, {0x01, 0x0A, 0x0B, 0x0C})}}, {-1, kFiveUntouched}},
+        {"work time get refused", get_work_time, {{0x3E, {}, answer(0x3E, {0x00, 0x0A, 0x0B, 0x0C, 0x0D})}},
+         {-1, kFiveUntouched}},
+        {"work time get null", [] { return Outcome{UHFGetWorkTime(nullptr), {}}; }, {}, {-1, {}}},
+        {"protocol type: low byte", [] { return Outcome{UHFSetProtocolType(0x102), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01})}}, {0, {}}},
+        {"protocol type: status first", [] { return Outcome{UHFSetProtocolType(2), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x01, 0x01})}}, {-1, {}}},
+        {"protocol type: refused", [] { return Outcome{UHFSetProtocolType(2), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x00})}}, {-1, {}}},
+        {"protocol type: 3-byte reply", [] { return Outcome{UHFSetProtocolType(2), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01, 0x00})}}, {-1, {}}},
+        {"protocol type get", [] { return get_byte(UHFGetProtocolType); }, {{0x06, {0x01}, answer(0x06, {0x01, 0x05})}},
+         {0, {5}}},
+        {"protocol type get, 3-byte reply", [] { return get_byte(UHFGetProtocolType); },
+         {{0x06, {0x01}, answer(0x06, {0x01, 0x05, 0x00})}}, {-1, {kUntouched}}},
+        {"protocol type get refused", [] { return get_byte(UHFGetProtocolType); },
+         {{0x06, {0x01}, answer(0x06, {0x00, 0x05})}}, {-1, {kUntouched}}},
+    });
+}
