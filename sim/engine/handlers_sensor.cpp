@@ -58,6 +58,23 @@ std::string refuse(VirtualReader& r, uint8_t error, const char* why) {
   return why;
 }
 
+// What an 0xA3 request selects: the sensor tag under its mask and the
+// `fields` bytes after the mask. When there is none the refusal has been
+// sent and `why` says what it was.
+struct Selection {
+  Tag* tag = nullptr;
+  std::span<const uint8_t> fields;
+  std::string why;
+};
+
+Selection select(VirtualReader& r, const Request& req, size_t fields) {
+  const auto m = parse_mask(req.data);
+  if (!m || req.data.size() != m->end + fields) return {nullptr, {}, refuse(r, kBadRequest, "bad length")};
+  Tag* tag = select_sensor_tag(r, *m);
+  if (tag == nullptr) return {nullptr, {}, refuse(r, kNoSensorTag, "no sensor tag")};
+  return {tag, req.data.subspan(m->end), {}};
+}
+
 // ---- the temperature log ------------------------------------------------------
 
 // 10-bit code as the chip writes it: two's complement quarter degrees.
@@ -98,14 +115,12 @@ bool limit_alarm(const TempSensor& s, size_t taken) {
 
 // 03: mask, min code, max code, delay (s), interval (s). A new run clears the log.
 std::string start_logging(VirtualReader& r, const Request& req) {
-  const auto m = parse_mask(req.data);
-  if (!m || req.data.size() != m->end + 8) return refuse(r, kBadRequest, "bad length");
-  const auto f = req.data.subspan(m->end);
+  const auto sel = select(r, req, 8);
+  if (sel.tag == nullptr) return sel.why;
+  const auto f = sel.fields;
   const uint16_t interval = get16(f, 6);
   if (interval == 0) return refuse(r, kBadRequest, "interval 0");
-  Tag* tag = select_sensor_tag(r, *m);
-  if (tag == nullptr) return refuse(r, kNoSensorTag, "no sensor tag");
-  auto& run = tag->sensor->log;
+  auto& run = sel.tag->sensor->log;
   run = TempSensor::LogRun{true, true, r.now(), {}, get16(f, 4), interval,
                            static_cast<uint16_t>(get16(f, 0) & 0x3FF), static_cast<uint16_t>(get16(f, 2) & 0x3FF)};
   r.reply(kLogging + 1, {kAccepted, 0x00});
@@ -113,11 +128,9 @@ std::string start_logging(VirtualReader& r, const Request& req) {
 }
 
 std::string stop_logging(VirtualReader& r, const Request& req) {
-  const auto m = parse_mask(req.data);
-  if (!m || req.data.size() != m->end) return refuse(r, kBadRequest, "bad length");
-  Tag* tag = select_sensor_tag(r, *m);
-  if (tag == nullptr) return refuse(r, kNoSensorTag, "no sensor tag");
-  auto& run = tag->sensor->log;
+  const auto sel = select(r, req, 0);
+  if (sel.tag == nullptr) return sel.why;
+  auto& run = sel.tag->sensor->log;
   if (!run.running) return refuse(r, kNotLogging, "not logging");
   run.running = false;
   run.stop = r.now();
@@ -128,11 +141,9 @@ std::string stop_logging(VirtualReader& r, const Request& req) {
 // 05: bit 15 a run is on, bit 14 its delay has passed, bit 13 a reading lay
 // outside the limits, bits 11..0 the readings held.
 std::string operating_mode(VirtualReader& r, const Request& req) {
-  const auto m = parse_mask(req.data);
-  if (!m || req.data.size() != m->end) return refuse(r, kBadRequest, "bad length");
-  Tag* tag = select_sensor_tag(r, *m);
-  if (tag == nullptr) return refuse(r, kNoSensorTag, "no sensor tag");
-  const TempSensor& s = *tag->sensor;
+  const auto sel = select(r, req, 0);
+  if (sel.tag == nullptr) return sel.why;
+  const TempSensor& s = *sel.tag->sensor;
   const size_t taken = readings_taken(s, r.now());
   uint16_t word = static_cast<uint16_t>(std::min<size_t>(taken, 0xFFF));
   if (s.log.running) word |= 0x8000;
@@ -146,12 +157,10 @@ std::string operating_mode(VirtualReader& r, const Request& req) {
 
 // 06: battery voltage, raw = volts * 8192 / 2.5.
 std::string battery_voltage(VirtualReader& r, const Request& req) {
-  const auto m = parse_mask(req.data);
-  if (!m || req.data.size() != m->end) return refuse(r, kBadRequest, "bad length");
-  Tag* tag = select_sensor_tag(r, *m);
-  if (tag == nullptr) return refuse(r, kNoSensorTag, "no sensor tag");
+  const auto sel = select(r, req, 0);
+  if (sel.tag == nullptr) return sel.why;
   std::vector<uint8_t> out{0x06};
-  put16(out, static_cast<uint16_t>(std::min<uint32_t>(tag->sensor->battery_mv * 8192u / 2500u, 0xFFFF)));
+  put16(out, static_cast<uint16_t>(std::min<uint32_t>(sel.tag->sensor->battery_mv * 8192u / 2500u, 0xFFFF)));
   r.reply(kLogging + 1, out);
   return "ok";
 }
@@ -159,14 +168,12 @@ std::string battery_voltage(VirtualReader& r, const Request& req) {
 // 07: from reading t_start, up to t_num readings as 4-byte records: the code
 // low byte first, then the reading's index (16 bits, big-endian).
 std::string read_log(VirtualReader& r, const Request& req) {
-  const auto m = parse_mask(req.data);
-  if (!m || req.data.size() != m->end + 3) return refuse(r, kBadRequest, "bad length");
-  Tag* tag = select_sensor_tag(r, *m);
-  if (tag == nullptr) return refuse(r, kNoSensorTag, "no sensor tag");
-  const TempSensor& s = *tag->sensor;
+  const auto sel = select(r, req, 3);
+  if (sel.tag == nullptr) return sel.why;
+  const TempSensor& s = *sel.tag->sensor;
   const size_t taken = readings_taken(s, r.now());
-  const size_t first = get16(req.data, m->end);
-  const size_t want = req.data[m->end + 2];
+  const size_t first = get16(sel.fields, 0);
+  const size_t want = sel.fields[2];
   const size_t n = first < taken ? std::min(want, taken - first) : 0;
   std::vector<uint8_t> out{0x07};
   put16(out, static_cast<uint16_t>(taken));
