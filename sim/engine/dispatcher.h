@@ -55,6 +55,9 @@ void register_rf_link(Dispatcher& d);
 void register_gen2(Dispatcher& d);
 void register_firmware(Dispatcher& d);
 void register_network(Dispatcher& d);
+void register_tag_memory(Dispatcher& d);
+void register_tag_security(Dispatcher& d);
+void register_qt(Dispatcher& d);
 void register_sensor(Dispatcher& d);
 void register_package(Dispatcher& d);
 
@@ -66,6 +69,9 @@ inline void register_all(Dispatcher& d) {
   register_gen2(d);
   register_firmware(d);
   register_network(d);
+  register_tag_memory(d);
+  register_tag_security(d);
+  register_qt(d);
   register_sensor(d);
   register_package(d);
 }

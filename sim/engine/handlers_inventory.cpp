@@ -46,9 +46,19 @@ std::string stop(VirtualReader& r, const Request& req) {
   return "stopped";
 }
 
+// 0x30: password (not checked), bank, 00 word address, 00 word count: the
+// region added to every report from now on (count 0: none).
+std::string inventory_bank(VirtualReader& r, const Request& req) {
+  const auto d = req.data;
+  if (d.size() != 9 || d[4] > 3 || d[5] != 0 || d[7] != 0) return status(r, req, false, "bad request");
+  keep(r, [&](Settings& s) { s.report_bank = {d[4], d[6], d[8]}; });
+  return status(r, req, true, "");
+}
+
 }  // namespace
 
 void register_inventory(Dispatcher& d) {
+  d.on(0x30, "set inventory bank", inventory_bank);
   d.on(0x80, "single inventory", single);
   d.on(0xEB, "get tag batch", batch);
   d.on(0x82, "start inventory", start);

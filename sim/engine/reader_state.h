@@ -84,6 +84,17 @@ struct Settings {
   NetAddress own{{192, 168, 1, 200}, {0x0F, 0xA1}, {255, 255, 255, 0}, {192, 168, 1, 1}};
   NetAddress destination{{192, 168, 1, 100}, {0x0F, 0xA2}, {}, {}};  // mask/gateway unused
 
+  // ---- Tag access ---------------------------------------------------------
+  // Bank region added to every report (0x30); a count of 0 leaves the
+  // inventory mode's TID/USER data in place.
+  struct ReportBank {
+    uint8_t bank = 0;
+    uint8_t addr = 0;  // word address
+    uint8_t count = 0;  // words
+  } report_bank;
+  uint32_t dwell_time = 0;  // 0xB2, in the reader's own units
+  uint32_t dwell_count = 0;
+
   // ---- Escaped tag stream -------------------------------------------------
   // Continuous inventory sends AA..55 tag frames instead of 0x83/0x7F:
   // 0x91/0xA6 with a CRC, 0x11/0x26 without (0xA6/0x26 for sensor tags).
@@ -128,6 +139,12 @@ struct Identity {
   uint8_t antenna_count = 4;
 };
 
+// Requests the reader accepts without modelling them, kept whole for tests.
+struct AcceptedBlocks {
+  std::vector<std::vector<uint8_t>> gb_locks;  // 0x06 sub 0x02 data
+  std::vector<std::vector<uint8_t>> b0;        // 0xB0 data: deactivate, crypto pass-through
+};
+
 struct ReaderState {
   Settings current;
   Settings saved;
@@ -144,6 +161,7 @@ struct ReaderState {
     bool last_failed = false;  // the last image was refused; reported once
     std::vector<uint8_t> image;
   } boot;
+  AcceptedBlocks accepted;
 
   PackagedState packaged;
 

@@ -2,6 +2,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <memory>
@@ -36,19 +37,45 @@ static std::vector<uint16_t> bytes_to_words(std::span<const uint8_t> bytes) {
   return out;
 }
 
-void Tag::set_epc(std::span<const uint8_t> epc, uint16_t pc_flags) {
+// CRC word, PC with the length bits of `epc`, EPC words.
+static std::vector<uint16_t> make_epc_bank(std::span<const uint8_t> epc, uint16_t pc_flags) {
   const auto words = bytes_to_words(epc);
-  const uint16_t pc = static_cast<uint16_t>((words.size() << 11) | (pc_flags & 0x07FF));
-  epc_bank.assign(2, 0);
-  epc_bank[1] = pc;
-  epc_bank.insert(epc_bank.end(), words.begin(), words.end());
-  const auto covered = words_to_bytes(std::span(epc_bank).subspan(1));
-  epc_bank[0] = gen2_crc16(covered);
+  std::vector<uint16_t> bank(2, 0);
+  bank[1] = static_cast<uint16_t>((words.size() << 11) | (pc_flags & 0x07FF));
+  bank.insert(bank.end(), words.begin(), words.end());
+  bank[0] = gen2_crc16(words_to_bytes(std::span(bank).subspan(1)));
+  return bank;
 }
 
-std::vector<uint8_t> Tag::epc() const { return words_to_bytes(std::span(epc_bank).subspan(2)); }
+void Tag::set_epc(std::span<const uint8_t> epc, uint16_t pc_flags) { epc_bank = make_epc_bank(epc, pc_flags); }
 
-std::vector<uint8_t> Tag::uii() const { return words_to_bytes(std::span(epc_bank).subspan(1)); }
+void Tag::set_public_epc(std::span<const uint8_t> epc) { public_epc_bank = make_epc_bank(epc, 0); }
+
+const std::vector<uint16_t>& Tag::shown_epc_bank() const {
+  return shows_public() && !public_epc_bank.empty() ? public_epc_bank : epc_bank;
+}
+
+std::span<const uint16_t> Tag::shown_tid() const {
+  return shows_public() ? std::span(tid).first(std::min(tid.size(), kPublicTidWords)) : std::span(tid);
+}
+
+std::span<const uint16_t> Tag::shown_user() const {
+  return shows_public() ? std::span<const uint16_t>() : std::span(user);
+}
+
+std::span<const uint16_t> Tag::shown_bank(Bank b) const {
+  switch (b) {
+    case Bank::Reserved: return reserved;
+    case Bank::Epc: return shown_epc_bank();
+    case Bank::Tid: return shown_tid();
+    case Bank::User: return shown_user();
+  }
+  return {};
+}
+
+std::vector<uint8_t> Tag::epc() const { return words_to_bytes(std::span(shown_epc_bank()).subspan(2)); }
+
+std::vector<uint8_t> Tag::uii() const { return words_to_bytes(std::span(shown_epc_bank()).subspan(1)); }
 
 std::vector<uint16_t>* Tag::bank(Bank b) {
   switch (b) {
@@ -63,11 +90,11 @@ std::vector<uint16_t>* Tag::bank(Bank b) {
 const std::vector<uint16_t>* Tag::bank(Bank b) const { return const_cast<Tag*>(this)->bank(b); }
 
 bool Tag::matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const {
-  const auto* words = bank(b);
-  if (words == nullptr || mask.size() * 8 < bit_len || bit_addr + bit_len > words->size() * 16) return false;
+  const auto words = shown_bank(b);
+  if (mask.size() * 8 < bit_len || bit_addr + bit_len > words.size() * 16) return false;
   for (size_t i = 0; i < bit_len; ++i) {
     const size_t at = bit_addr + i;
-    const bool have = ((*words)[at / 16] >> (15 - at % 16)) & 1;
+    const bool have = (words[at / 16] >> (15 - at % 16)) & 1;
     const bool want = (mask[i / 8] >> (7 - i % 8)) & 1;
     if (have != want) return false;
   }
@@ -179,6 +206,19 @@ bool parse_tag(const cJSON* obj, Tag& tag, std::string* error, const std::string
     pc_flags = w[0];
   }
   tag.set_epc(words_to_bytes(epc_words), pc_flags);
+
+  const cJSON* public_epc = cJSON_GetObjectItemCaseSensitive(obj, "public_epc");
+  if (public_epc != nullptr) {
+    std::vector<uint16_t> w;
+    if (!cJSON_IsString(public_epc) || !parse_words(public_epc->valuestring, w) || w.empty() || w.size() > 31)
+      return fail(error, where + ": \"public_epc\" must be hex text of 1 to 31 whole 16-bit words");
+    tag.set_public_epc(words_to_bytes(w));
+  }
+  const cJSON* qt_public = cJSON_GetObjectItemCaseSensitive(obj, "qt_public");
+  if (qt_public != nullptr) {
+    if (!cJSON_IsBool(qt_public)) return fail(error, where + ": \"qt_public\" must be true or false");
+    if (cJSON_IsTrue(qt_public)) tag.qt_control |= Tag::kQtPublic;
+  }
 
   if (!word_field(obj, "tid", tag.tid, error, where)) return false;
   if (!word_field(obj, "user", tag.user, error, where)) return false;

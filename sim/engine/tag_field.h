@@ -55,10 +55,18 @@ struct Tag {
   // Base RSSI per antenna in 0.1 dBm; nullopt = not in that antenna's field.
   std::array<std::optional<int16_t>, kMaxAntennas> rssi{};
 
-  // Filled in by later tag-access work; carried now so the layout stays put.
+  // Gen2 lock state in the layout of the Lock payload's action field: two
+  // bits per area (password/write lock, permalock), kill password in bits
+  // 9-8, access password 7-6, EPC 5-4, TID 3-2, USER 1-0.
   uint16_t lock_bits = 0;
+  // Block permalock of USER: one bit per word, most significant bit first,
+  // 16 words per entry.
+  std::vector<uint16_t> user_block_locks;
   bool killed = false;
+  // QT control (Impinj Monza QT): bit 1 set shows the public memory view.
   uint16_t qt_control = 0;
+  // EPC bank of the public view (CRC, PC, EPC); empty: the private one is shown.
+  std::vector<uint16_t> public_epc_bank;
   std::optional<TempSensor> sensor;
 
   // Stores the EPC (whole words), fixes the PC length bits and the CRC.
@@ -68,12 +76,25 @@ struct Tag {
   uint16_t stored_crc() const { return epc_bank[0]; }
   size_t epc_words() const { return epc_bank.size() - 2; }
   std::vector<uint8_t> epc() const;
-  std::vector<uint8_t> uii() const;  // PC then EPC, as inventory reports carry it
+  std::vector<uint8_t> uii() const;  // PC then EPC of the view shown, as inventory reports carry it
   std::vector<uint16_t>* bank(Bank b);
   const std::vector<uint16_t>* bank(Bank b) const;
   // True when bit_len bits of bank b from bit_addr (MSB of word 0 is bit 0)
-  // equal the leading bits of mask. Memory the tag lacks never matches.
+  // equal the leading bits of mask, in the memory the tag shows (QT view).
+  // Memory the tag lacks never matches.
   bool matches(Bank b, size_t bit_addr, size_t bit_len, std::span<const uint8_t> mask) const;
+  // A public EPC for the QT public view (PC and CRC made as by set_epc).
+  void set_public_epc(std::span<const uint8_t> epc);
+  bool shows_public() const { return (qt_control & kQtPublic) != 0; }
+  // The EPC bank, TID and USER as the tag shows them now: the public view
+  // shows its own EPC, the first kPublicTidWords of the TID and no USER.
+  const std::vector<uint16_t>& shown_epc_bank() const;
+  std::span<const uint16_t> shown_tid() const;
+  std::span<const uint16_t> shown_user() const;
+  std::span<const uint16_t> shown_bank(Bank b) const;
+
+  static constexpr uint16_t kQtPublic = 0x0002;
+  static constexpr size_t kPublicTidWords = 2;
   bool visible_on(int antenna) const;  // antenna numbered from 1
 };
 

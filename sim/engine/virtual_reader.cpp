@@ -189,12 +189,19 @@ void VirtualReader::restart() {
 
 // ---- reports ---------------------------------------------------------------
 
-static void append_words(std::vector<uint8_t>& out, const std::vector<uint16_t>& bank, size_t from, size_t count) {
+static void append_words(std::vector<uint8_t>& out, std::span<const uint16_t> bank, size_t from, size_t count) {
   for (size_t w = from; w < from + count; ++w) {
     const uint16_t v = w < bank.size() ? bank[w] : 0;  // unreadable words read as zero
     out.push_back(static_cast<uint8_t>(v >> 8));
     out.push_back(static_cast<uint8_t>(v & 0xFF));
   }
+}
+
+// The bank a 0x30 region reads, as the tag shows it (QT view); the reserved
+// bank is never reported.
+static std::span<const uint16_t> report_bank_words(const Tag& tag, uint8_t bank) {
+  if (bank == 0 || bank > 3) return {};
+  return tag.shown_bank(static_cast<Bank>(bank));
 }
 
 std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, bool with_sensor) {
@@ -205,9 +212,14 @@ std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, boo
     r.push_back(static_cast<uint8_t>(v & 0xFF));
   }
   const Settings& s = state_.current;
-  // FastID puts the TID into reports that would not carry it otherwise.
-  if (s.inventory_mode != InventoryMode::Epc || s.fast_id) append_words(r, tag.tid, 0, s.tid_words);
-  if (s.inventory_mode == InventoryMode::EpcTidUser) append_words(r, tag.user, s.user_addr, s.user_words);
+  if (s.report_bank.count > 0) {
+    // A region chosen with 0x30 replaces the mode's TID/USER data.
+    append_words(r, report_bank_words(tag, s.report_bank.bank), s.report_bank.addr, s.report_bank.count);
+  } else {
+    // FastID puts the TID into reports that would not carry it otherwise.
+    if (s.inventory_mode != InventoryMode::Epc || s.fast_id) append_words(r, tag.shown_tid(), 0, s.tid_words);
+    if (s.inventory_mode == InventoryMode::EpcTidUser) append_words(r, tag.shown_user(), s.user_addr, s.user_words);
+  }
 
   // Tag RSSI values hold at 30 dBm; the echo follows the antenna's read power
   // (0.01 dBm steps -> 0.1 dBm).

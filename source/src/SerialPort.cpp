@@ -33,16 +33,22 @@ bool apply_raw(int fd, speed_t speed, termios& tio) {
     return tcsetattr(fd, TCSANOW, &tio) == 0;
 }
 
+// The rate first: an unsupported one never touches the device.
+bool rate_supported(int baudrate, speed_t& speed) {
+    speed = getBaudrate(baudrate);
+    if (speed != static_cast<speed_t>(-1)) return true;
+    UHF_LOG(kLogSerial, "This baudrate is not support.........");
+    return false;
+}
+
+int open_device(const char* uart) { return uart ? open(uart, O_RDWR | O_NOCTTY | O_NONBLOCK) : -1; }
+
 }  // namespace
 
 int SerialPort_Open(char* uart, int baudrate) {
-    speed_t speed = getBaudrate(baudrate);
-    if (speed == static_cast<speed_t>(-1)) {
-        UHF_LOG(kLogSerial, "This baudrate is not support.........");
-        return -1;
-    }
-    if (uart == nullptr) return -1;
-    int fd = open(uart, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    speed_t speed;
+    if (!rate_supported(baudrate, speed) || uart == nullptr) return -1;
+    int fd = open_device(uart);
     if (fd < 0) {
         // The message shows strerror of the result itself, as it always has.
         UHF_LOG(kLogSerial, "[SerialPort_Open] [%d]: %s", fd, strerror(fd));
@@ -65,13 +71,9 @@ int SerialPort_Open(char* uart, int baudrate) {
 }
 
 int SerialPort_Open_Ex(char* uart, int baudrate, int databits, int stopbits, int parity) {
-    speed_t speed = getBaudrate(baudrate);
-    if (speed == static_cast<speed_t>(-1)) {
-        UHF_LOG(kLogSerial, "This baudrate is not support.........");
-        return -1;
-    }
-    if (uart == nullptr) return -1;
-    int fd = open(uart, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    speed_t speed;
+    if (!rate_supported(baudrate, speed) || uart == nullptr) return -1;
+    int fd = open_device(uart);
     if (fd == -1) {
         UHF_LOG(kLogSerial, "SerialPort_Open_Ex UART: %s Fail.........", uart);
         return -1;

@@ -183,11 +183,22 @@ void link_close_all(void) {
     for (int i = 0; i < MAX_TERMINALS; i++) release_terminal(i);
 }
 
-int connect_tcp(const char* host, int port) {
+namespace {
+
+// Zeroed parameters of a new link; network and serial links carry the slot
+// they are about to take as their id, USB links 0.
+DeviceInfo new_link(TRANS_TYPE type) {
     DeviceInfo info;
     memset(&info, 0, sizeof info);
-    info.trans_type = TYPE_NETWORK;
-    info.id = terminal_index;
+    info.trans_type = type;
+    if (type != TYPE_USB) info.id = terminal_index;
+    return info;
+}
+
+}  // namespace
+
+int connect_tcp(const char* host, int port) {
+    DeviceInfo info = new_link(TYPE_NETWORK);
     info.telnet_port = port;
     if (!copy_text(info.telnet_addr, sizeof info.telnet_addr, host)) return -1;
     return create_link(&info);
@@ -202,9 +213,7 @@ int disconnect_tcp(void) {
 void clean_socket(void) {}
 
 int iusb_open(void) {
-    DeviceInfo info;
-    memset(&info, 0, sizeof info);
-    info.trans_type = TYPE_USB;
+    DeviceInfo info = new_link(TYPE_USB);
     return create_link(&info);
 }
 
@@ -213,11 +222,8 @@ void iusb_close(void) { release_terminal(cur_index); }
 void com_close(void) { release_terminal(cur_index); }
 
 int com_open(const char* port_path, int baud) {
-    DeviceInfo info;
-    memset(&info, 0, sizeof info);
-    info.id = terminal_index;
+    DeviceInfo info = new_link(TYPE_SERIAL_PORT);
     info.baud = baud;
-    info.trans_type = TYPE_SERIAL_PORT;
     if (!copy_text(info.port_path, sizeof info.port_path, port_path)) return -1;
     UHF_LOG(kLogBase, "terminal %d type is %d", cur_index,
             slot_ok(cur_index) ? static_cast<int>(my_terminals[cur_index].device_info.trans_type) : 0);

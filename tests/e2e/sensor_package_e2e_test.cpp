@@ -115,6 +115,19 @@ TEST_F(SensorE2E, CalibrationWriteThenRead) {
     EXPECT_EQ(UHFGetOnChipRSSI(epc.data(), 2, power, data), -1);
 }
 
+TEST_F(SensorE2E, DeactivateAndDwellReachTheReader) {
+    uint8_t pwd[4] = {0x12, 0x34, 0x56, 0x78};
+    ASSERT_EQ(UHFDeactivate(0x0102, pwd, 1, 0x20, 48, sensor_epc.data()), 0);
+    ASSERT_EQ(UHFDwell(200, 3), 0);
+    with_reader([&](uhfsim::VirtualReader& r) {
+        ASSERT_EQ(r.state().accepted.b0.size(), 1u);
+        EXPECT_EQ(r.state().accepted.b0[0],
+                  (Bytes{0x01, 0x02, 0x12, 0x34, 0x56, 0x78, 0x01, 0x00, 0x20, 0x00, 0x30} + kSensorEpc));
+        EXPECT_EQ(r.settings().dwell_time, 200u);
+        EXPECT_EQ(r.settings().dwell_count, 3u);
+    });
+}
+
 TEST_F(PackagedE2E, ClockSetThenReadTicks) {
     uint8_t set[8] = {0x07, 0xE8, 0x05, 0x11, 0x0C, 0x00, 0x00, 0x00};  // 2024-05-17 12:00:00
     ASSERT_EQ(Config_SetRTC(set), 0);

@@ -1,0 +1,152 @@
+// The virtual reader's tag-access handlers at the engine level: the replies
+// to malformed and refused requests, and state that only the engine shows
+// (stored CRC, reports in the QT public view, the tag file's QT keys).
+#include <gtest/gtest.h>
+
+#include "engine/gen2_access.h"
+#include "sim_test_util.h"
+
+using namespace simtest;
+using uhfsim::EngineOptions;
+using uhfsim::InventoryMode;
+using uhfsim::TagField;
+
+namespace {
+
+// A: EPC E200..CDEF, access password 12345678, TID 6 words, USER 4 words.
+// B: EPC AABB CCDD, public EPC 0102, in the public view from the start.
+TagField field() {
+  auto f = TagField::from_json(R"({"tags":[
+    {"epc":"E200 3412 0123 4567 89AB CDEF","tid":"E280 1160 2000 7A1B 0C3D 4E5F",
+     "user":"0011 2233 4455 6677","access_password":"12345678"},
+    {"epc":"AABB CCDD","tid":"E280 1105 0000 0001","user":"ABCD","public_epc":"0102","qt_public":true}]})");
+  return *f;
+}
+
+EngineOptions quiet() {
+  EngineOptions o;
+  o.rssi_jitter = 0;
+  return o;
+}
+
+const Bytes kPwd = {0x12, 0x34, 0x56, 0x78};
+const Bytes kNoPwd = {0, 0, 0, 0};
+// Filter block selecting A by its whole EPC.
+const Bytes kSelA = {0x01, 0x00, 0x20, 0x00, 0x60, 0xE2, 0x00, 0x34, 0x12,
+                     0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+}  // namespace
+
+TEST(SimTagAccess, RepliesToEachKindOfRequest) {
+  struct Row {
+    const char* what;
+    uint8_t code;
+    Bytes data;
+    Reply expect;
+  };
+  const Row rows[] = {
+      {"read TID", 0x84, cat({kNoPwd, kSelA, {0x02, 0x00, 0x04, 0x00, 0x02}}),
+       {0x85, {0x01, 0x00, 0x00, 0x02, 0x0C, 0x3D, 0x4E, 0x5F}}},
+      {"read count 0: to the end of the bank", 0x84, cat({kNoPwd, kSelA, {0x02, 0x00, 0x05, 0x00, 0x00}}),
+       {0x85, {0x01, 0x00, 0x00, 0x01, 0x4E, 0x5F}}},
+      {"read with a byte left over", 0x84, cat({kNoPwd, kSelA, {0x02, 0x00, 0x00, 0x00, 0x01, 0x00}}),
+       {0x85, {0x00, 0x12}}},
+      {"read cut short inside the mask", 0x84, Bytes{0, 0, 0, 0, 0x01, 0x00, 0x20, 0x00, 0x60, 0xE2},
+       {0x85, {0x00, 0x12}}},
+      {"read, no tag matches", 0x84,
+       cat({kNoPwd, {0x01, 0x00, 0x20, 0x00, 0x08, 0x77}, {0x02, 0x00, 0x00, 0x00, 0x01}}), {0x85, {0x00, 0x10}}},
+      {"read, wrong password", 0x84, cat({{0x12, 0x34, 0x56, 0x00}, kSelA, {0x02, 0x00, 0x00, 0x00, 0x01}}),
+       {0x85, {0x00, 0x11}}},
+      {"read past the bank", 0x84, cat({kNoPwd, kSelA, {0x03, 0x00, 0x04, 0x00, 0x01}}), {0x85, {0x00, 0x03}}},
+      {"read bank 4", 0x84, cat({kNoPwd, kSelA, {0x04, 0x00, 0x00, 0x00, 0x01}}), {0x85, {0x00, 0x03}}},
+      {"write with data missing", 0x86, cat({kNoPwd, kSelA, {0x03, 0x00, 0x00, 0x00, 0x02, 0xAA, 0xBB}}),
+       {0x87, {0x00, 0x12}}},
+      {"write of zero words", 0x86, cat({kNoPwd, kSelA, {0x03, 0x00, 0x00, 0x00, 0x00}}), {0x87, {0x00, 0x12}}},
+      {"write USER", 0x86, cat({kNoPwd, kSelA, {0x03, 0x00, 0x03, 0x00, 0x01, 0xAA, 0xBB}}), {0x87, {0x01, 0x00}}},
+      {"screen write answers 01 01", 0x90, cat({{0x01}, kNoPwd, kSelA, {0x03, 0x00, 0x00, 0x00, 0x01, 0x12, 0x34}}),
+       {0x91, {0x01, 0x01}}},
+      {"screen write without its lead byte", 0x90, cat({kNoPwd, kSelA, {0x03, 0x00, 0x00, 0x00, 0x01, 0x12, 0x34}}),
+       {0x91, {0x00, 0x12}}},
+      {"lock without the access password", 0x88, cat({kNoPwd, kSelA, {0x00, 0x08, 0x02}}), {0x89, {0x00, 0x11}}},
+      {"permalock outside USER", 0x9F, cat({kPwd, kSelA, {0x01, 0x01, 0x00, 0x00, 0x00, 0x01, 0x80, 0x00}}),
+       {0xA0, {0x00, 0x12}}},
+      {"authenticate with count 0", 0x8E, cat({kNoPwd, kSelA, {0x00, 0x05}}), {0x8F, {0x00, 0x12}}},
+      {"GB lock", 0x06, cat({{0x02}, kNoPwd, kSelA, {0x01, 0x02, 0x03}}), {0x07, {0x02, 0x01}}},
+      {"dwell of the wrong length", 0xB2, {0x00, 0x00, 0x00, 0x64}, {0xB3, {0x00}}},
+      {"inventory bank 4", 0x30, cat({kNoPwd, {0x04, 0x00, 0x00, 0x00, 0x02}}), {0x31, {0x00}}},
+      {"inventory bank with a 16-bit count", 0x30, cat({kNoPwd, {0x02, 0x00, 0x00, 0x01, 0x02}}), {0x31, {0x00}}},
+      {"QT set needs the secured state", 0x97, cat({kNoPwd, kSelA, {0x02}}), {0x98, {0x00, 0x11}}},
+      {"QT get", 0x99, cat({kNoPwd, kSelA}), {0x9A, {0x01, 0x00}}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    Bench b(field(), quiet());
+    b.send(frame(row.code, row.data));
+    EXPECT_EQ(b.take(), std::vector<Reply>{row.expect});
+  }
+}
+
+TEST(SimTagAccess, EpcWritesKeepTheStoredCrc) {
+  Bench b(field(), quiet());
+  const uint16_t crc_before = b.reader.field().tags()[0].stored_crc();
+  // Last EPC word of A becomes 0xCDEE.
+  b.send(frame(0x86, cat({kNoPwd, kSelA, {0x01, 0x00, 0x07, 0x00, 0x01, 0xCD, 0xEE}})));
+  ASSERT_EQ(b.take(), (std::vector<Reply>{{0x87, {0x01, 0x00}}}));
+  const auto& bank = b.reader.field().tags()[0].epc_bank;
+  EXPECT_EQ(bank[7], 0xCDEE);
+  EXPECT_EQ(bank[0], uhfsim::gen2_crc16(uhfsim::words_to_bytes(std::span(bank).subspan(1))));
+  EXPECT_NE(bank[0], crc_before);
+}
+
+TEST(SimTagAccess, ReportsShowThePublicView) {
+  auto o = quiet();
+  o.state.current.inventory_mode = InventoryMode::EpcTidUser;
+  o.state.current.tid_words = 4;
+  o.state.current.user_words = 1;
+  Bench b(field(), o);
+  b.reader.field().tags()[0].rssi = {};  // only B answers
+  b.send(frame(0x80, {0x00, 0x64}));
+  // Public EPC 0102, the first two TID words, the rest and USER read as zero.
+  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x81, {0x08, 0x00, 0x01, 0x02, 0xE2, 0x80, 0x11, 0x05, 0, 0, 0, 0, 0, 0,
+                                                  0xFD, 0xA8, 0x01}}}));
+
+  // The region of 0x30 replaces the mode's data: private USER is not shown.
+  b.send(frame(0x30, cat({kNoPwd, {0x03, 0x00, 0x00, 0x00, 0x01}})));
+  b.send(frame(0x80, {0x00, 0x64}));
+  auto replies = b.take();
+  ASSERT_EQ(replies.size(), 2u);
+  EXPECT_EQ(replies[1].data, (Bytes{0x08, 0x00, 0x01, 0x02, 0x00, 0x00, 0xFD, 0xA8, 0x01}));
+
+  // Back to the private view: the real EPC and USER.
+  b.reader.field().tags()[1].qt_control = 0;
+  b.send(frame(0x80, {0x00, 0x64}));
+  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x81, {0x10, 0x00, 0xAA, 0xBB, 0xCC, 0xDD, 0xAB, 0xCD, 0xFD, 0xA8, 0x01}}}));
+}
+
+TEST(SimTagAccess, TagFileQtKeys) {
+  const auto f = field();
+  const auto& b = f.tags()[1];
+  EXPECT_TRUE(b.shows_public());
+  EXPECT_EQ(b.uii(), (Bytes{0x08, 0x00, 0x01, 0x02}));
+  EXPECT_FALSE(f.tags()[0].shows_public());
+
+  struct Bad {
+    const char* json;
+    const char* mentions;
+  } bad[] = {
+      {R"({"tags":[{"epc":"3000","public_epc":""}]})", "public_epc"},
+      {R"({"tags":[{"epc":"3000","public_epc":"12"}]})", "public_epc"},
+      {R"({"tags":[{"epc":"3000","qt_public":"yes"}]})", "qt_public"},
+  };
+  for (const Bad& c : bad) {
+    std::string error;
+    EXPECT_FALSE(TagField::from_json(c.json, &error)) << c.json;
+    EXPECT_NE(error.find(c.mentions), std::string::npos) << error;
+  }
+}

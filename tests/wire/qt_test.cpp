@@ -1,0 +1,245 @@
+// QT memory-view commands against the scripted reader: the filter family
+// (0x97/0x99/0x9B/0x9D) and the UII family, with its single-tag step.
+#include <cstring>
+
+#include "tag_wire.h"
+
+using namespace uhftest;
+using namespace tagtest;
+
+namespace {
+
+// The filter that singles the sample tag out by its UII: EPC bank from bit
+// 16, 14 bytes = 0x70 bits.
+const Bytes kUiiFilter = Bytes{0x01, 0x00, 0x10, 0x00, 0x70} + kUii;
+// A single-inventory reply for the sample tag: UII, RSSI, antenna.
+const Bytes kFound = kUii + Bytes{0xFD, 0x8A, 0x01};
+
+// The single-tag step that the Single and QT-parameter calls start with.
+const Step kInventory = {0x80, {0x00, 0x64}, frame(0x81, kFound)};
+
+// Outputs flattened for Outcome.
+std::vector<unsigned> flat(std::initializer_list<Bytes> parts) {
+    std::vector<unsigned> out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+class Qt : public TagWire {
+protected:
+    uint8_t data[4] = {0xD1, 0xD2, 0xD3, 0xD4};
+    uint8_t uii[64];
+    uint8_t out[600];
+};
+
+}  // namespace
+
+TEST_F(Qt, FilterFamilyRequestBytes) {
+    uint8_t qt = 0, n = 0;
+    for (const FilterCase& f : kFilters) {
+        SCOPED_TRACE(f.bits);
+        const Bytes head = kPwdBytes + f.block;
+        expect_requests({
+            {"set", 0x97, {0x01}, [&] { return UHFSetQT(pwd, 1, 0x20, f.bits, mask, 0x40); }, head + Bytes{0x40}},
+            {"get", 0x99, {0x01, 0x40}, [&] { return UHFGetQT(pwd, 1, 0x20, f.bits, mask, &qt); }, head},
+            {"read", 0x9B, {0x01, 0x00, 0x00, 0x00},
+             [&] { return UHFReadQT(pwd, 1, 0x20, f.bits, mask, 0x40, 2, 0x0102, 6, out, &n); },
+             head + Bytes{0x40, 0x02, 0x01, 0x02, 0x00, 0x06}},
+            {"write", 0x9D, {0x01, 0x00},
+             [&] { return UHFWriteQT(pwd, 1, 0x20, f.bits, mask, 0x00, 3, 0x0004, 2, data); },
+             head + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}},
+            {"read, caller's filter", 0x9B, {0x01, 0x00, 0x00, 0x00},
+             [&] { return UHF_ReadQTData_Ex(pwd, 1, 0x20, int(f.bits), mask, 2, 0x0102, 6, out); },
+             head + Bytes{0x00, 0x02, 0x01, 0x02, 0x00, 0x06}},
+            {"write, caller's filter", 0x9D, {0x01},
+             [&] { return UHF_WriteQTData_Ex(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0104, 2, data); },
+             head + Bytes{0x00, 0x03, 0x01, 0x04, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}},
+        });
+    }
+}
+
+// The filter family needs 01 00 on reads and writes; the UII family looks
+// at the status byte alone.
+TEST_F(Qt, StatusRules) {
+    uint8_t qt = 0x77, n = 0;
+    memcpy(uii, kUii.data(), kUii.size());
+    expect_results({
+        {"set refused", 0x97, [&] { return UHFSetQT(pwd, 1, 0, 0, mask, 0); }, {0x00}, -1},
+        {"get: status only", 0x99, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }, {0x01}, -1},
+        {"get refused", 0x99, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }, {0x00, 0x01}, -1},
+        {"read, tag error", 0x9B, [&] { return UHFReadQT(pwd, 1, 0, 0, mask, 0, 3, 0, 1, out, &n); },
+         {0x01, 0x0B, 0x00, 0x01, 1, 2}, -1},
+        {"write, tag error", 0x9D, [&] { return UHFWriteQT(pwd, 1, 0, 0, mask, 0, 3, 0, 2, data); }, {0x01, 0x0B}, -1},
+        {"write _Ex, tag byte ignored", 0x9D, [&] { return UHF_WriteQTData_Ex(pwd, 1, 0, 0, mask, 3, 0, 2, data); },
+         {0x01, 0x0B}, 0},
+        {"write _Ex refused", 0x9D, [&] { return UHF_WriteQTData_Ex(pwd, 1, 0, 0, mask, 3, 0, 2, data); }, {0x00}, -1},
+        {"write by UII, tag byte ignored", 0x86, [&] { return UHF_WriteQTData(pwd, 3, 0, 2, uii, data); },
+         {0x01, 0x0B}, 0},
+        {"read by UII refused", 0x84, [&] { return UHF_ReadQTData(pwd, 3, 0, 1, uii, out); },
+         {0x00, 0x00, 0x00, 0x01, 1, 2}, -1},
+    });
+    EXPECT_EQ(qt, 0x77);
+}
+
+TEST_F(Qt, GetQtAndReadQtOutputs) {
+    uint8_t qt = 0;
+    EXPECT_EQ(run(0x9A, Bytes{0x01, 0x42}, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }), 0);
+    EXPECT_EQ(qt, 0x42);
+
+    Bytes words(400);
+    for (size_t i = 0; i < words.size(); i++) words[i] = uint8_t(i);
+    struct Case {
+        const char* name;
+        Bytes reply;
+        int result;
+        uint8_t len;  // *uReadDataLen, also the bytes written
+    } cases[] = {
+        {"two words", Bytes{0x01, 0x00, 0x00, 0x02} + Bytes(words.begin(), words.begin() + 4), 0, 4},
+        {"200 words: 400 kept to 8 bits", Bytes{0x01, 0x00, 0x00, 0xC8} + words, 0, 144},
+        {"count beyond the reply", Bytes{0x01, 0x00, 0x00, 0x03, 1, 2, 3, 4}, -1, 0xAA},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint8_t n = 0xAA;
+        memset(out, 0xEE, sizeof out);
+        EXPECT_EQ(run(0x9C, c.reply, [&] { return UHFReadQT(pwd, 1, 0, 0, mask, 0, 3, 0, 200, out, &n); }), c.result);
+        EXPECT_EQ(n, c.len);
+        size_t written = c.result == 0 ? c.len : 0;
+        EXPECT_EQ(Bytes(out, out + written), Bytes(words.begin(), words.begin() + long(written)));
+        EXPECT_EQ(out[written], 0xEE);
+    }
+}
+
+TEST_F(Qt, UiiFamilyRequestBytes) {
+    memcpy(uii, kUii.data(), kUii.size());
+    // Address and count go out as 00 and their low byte.
+    const Bytes target = {0x00, 0x03, 0x00, 0x02, 0x00, 0x02};
+    EXPECT_EQ(run(0x85, Bytes{0x01, 0x00, 0x00, 0x00}, [&] { return UHF_ReadQTData(pwd, 3, 0x0102, 2, uii, out); }),
+              0);
+    EXPECT_EQ(sent_cmd, 0x84);  // the plain read code
+    EXPECT_EQ(sent_data, kPwdBytes + kUiiFilter + target);
+
+    EXPECT_EQ(run(0x87, Bytes{0x01}, [&] { return UHF_WriteQTData(pwd, 3, 0x0102, 2, uii, data); }), 0);
+    EXPECT_EQ(sent_cmd, 0x86);  // the plain write code
+    EXPECT_EQ(sent_data, (kPwdBytes + kUiiFilter + target + Bytes{0xD1, 0xD2, 0xD3, 0xD4}));
+}
+
+TEST_F(Qt, UiiLengthComesFromThePc) {
+    // PC 0x0800: one EPC word, so a 4-byte UII and a 32-bit filter, whatever follows.
+    uint8_t short_uii[8] = {0x08, 0x00, 0xBE, 0xEF, 0x99, 0x99, 0x99, 0x99};
+    EXPECT_EQ(run(0x85, Bytes{0x01, 0x00, 0x00, 0x00}, [&] { return UHF_ReadQTData(pwd, 1, 0, 1, short_uii, out); }),
+              0);
+    EXPECT_EQ(sent_data, (kPwdBytes + Bytes{0x01, 0x00, 0x10, 0x00, 0x20, 0x08, 0x00, 0xBE, 0xEF} +
+                               Bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x01}));
+}
+
+TEST_F(Qt, UiiFamilyReadOutputs) {
+    memcpy(uii, kUii.data(), kUii.size());
+    struct Case {
+        const char* name;
+        Bytes reply;
+        int result;
+        Bytes written;
+    } cases[] = {
+        // The count is byte 3 alone.
+        {"count in byte 3", {0x01, 0x00, 0x07, 0x02, 1, 2, 3, 4}, 0, {1, 2, 3, 4}},
+        {"count beyond the reply", {0x01, 0x00, 0x00, 0x03, 1, 2, 3, 4}, -1, {}},
+        {"status only", {0x01}, -1, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        memset(out, 0xEE, sizeof out);
+        EXPECT_EQ(run(0x85, c.reply, [&] { return UHF_ReadQTData(pwd, 3, 0, 2, uii, out); }), c.result);
+        EXPECT_EQ(Bytes(out, out + c.written.size()), c.written);
+        EXPECT_EQ(out[c.written.size()], 0xEE);
+    }
+}
+
+TEST_F(Qt, SingleCallsInventoryThenAddressTheTagFound) {
+    // Outputs: *uLenUii, the UII written (and the byte after it), the words read.
+    auto read_single = [&] {
+        uint8_t n = 0xAA, found[15] = {}, words[2] = {};
+        int r = UHF_ReadQTDataSingle(pwd, 3, 0x0104, 1, words, found, &n);
+        return Outcome{r, flat({{n}, Bytes(found, found + 15), Bytes(words, words + 2)})};
+    };
+    auto write_single = [&] {
+        uint8_t n = 0xAA, found[15] = {};
+        int r = UHF_WriteQTDataSingle(pwd, 3, 0, 2, data, found, &n);
+        return Outcome{r, flat({{n}, Bytes(found, found + 15)})};
+    };
+    const Bytes read_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x01};
+    const Bytes write_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4};
+    check_steps({
+        {"read: 0x9B to the tag found", read_single,
+         {kInventory, {0x9B, read_req, answer(0x9B, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD})}},
+         {0, flat({{14}, kUii, {0}, {0xAB, 0xCD}})}},
+        {"read refused: the UII is still handed back", read_single,
+         {kInventory, {0x9B, read_req, answer(0x9B, {0x00})}}, {-1, flat({{14}, kUii, {0}, {0, 0}})}},
+        {"write: 0x9D, status byte alone", write_single, {kInventory, {0x9D, write_req, answer(0x9D, {0x01, 0x05})}},
+         {0, flat({{14}, kUii, {0}})}},
+    });
+}
+
+TEST_F(Qt, QtParaMapsInversely) {
+    const Bytes no_pwd = {0, 0, 0, 0};
+    auto set = [](uint8_t para) { return [para] { return Outcome{UHF_SetQTPara(para), {}}; }; };
+    auto get = [] {
+        uint8_t para = 0x55;
+        int r = UHF_GetQTPara(&para);
+        return Outcome{r, {para}};
+    };
+    auto get_step = [&](Bytes reply) { return Step{0x99, no_pwd + kUiiFilter, answer(0x99, reply)}; };
+    check_steps({
+        {"set 1 sends 00", set(1), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}},
+         {0, {}}},
+        {"set 0 sends 02", set(0), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x02}, answer(0x97, {0x01})}},
+         {0, {}}},
+        {"any non-zero is 1", set(0x80),
+         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}}, {0, {}}},
+        {"set refused", set(1), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x00})}},
+         {-1, {}}},
+        {"bit 1 clear reads 1", get, {kInventory, get_step({0x01, 0x00})}, {0, {1}}},
+        {"bit 1 set reads 0", get, {kInventory, get_step({0x01, 0x02})}, {0, {0}}},
+        {"other bits do not count", get, {kInventory, get_step({0x01, 0xFD})}, {0, {1}}},
+        {"get refused", get, {kInventory, get_step({0x00, 0x02})}, {-1, {0x55}}},
+        {"reply without the QT byte", get, {kInventory, get_step({0x01})}, {-1, {0x55}}},
+    });
+}
+
+TEST_F(Qt, NoTagFoundStopsAfterTheInventory) {
+    auto set = [] { return Outcome{UHF_SetQTPara(1), {}}; };
+    check_steps({
+        {"reply with no UII", set, {{0x80, {0x00, 0x64}, frame(0x81, {0xFD, 0x8A, 0x01})}}, {-1, {}}},
+        {"no reply", set, {{0x80, {0x00, 0x64}, {}}}, {-1, {}}},
+    });
+}
+
+TEST_F(Qt, BadArgumentsSendNothing) {
+    static uint8_t big[4096];
+    uint8_t n = 0xAA, qt = 0x77;
+    memcpy(uii, kUii.data(), kUii.size());
+    expect_silent_refusals([&] {
+        // 4 + 5 + 96 mask bytes + 1 = 106: past the 100-byte buffer
+        EXPECT_EQ(UHFSetQT(pwd, 1, 0, 96 * 8, big, 0), -1);
+        // 4 + 5 + 12 + 6 + 2 x 40 = 107
+        EXPECT_EQ(UHFWriteQT(pwd, 1, 0, 96, mask, 0, 3, 0, 40, big), -1);
+        EXPECT_EQ(UHFGetQT(pwd, 1, 0, 0, mask, nullptr), -1);
+        EXPECT_EQ(UHFReadQT(pwd, 1, 0, 0, mask, 0, 3, 0, 1, out, nullptr), -1);
+        EXPECT_EQ(UHFReadQT(pwd, 1, 0, 0, mask, 0, 3, 0x10000, 1, out, &n), -1);
+        EXPECT_EQ(UHF_GetQTPara(nullptr), -1);
+        EXPECT_EQ(UHF_ReadQTData(pwd, 3, 0, 1, nullptr, out), -1);
+        EXPECT_EQ(UHF_ReadQTData(pwd, 3, 0, 1, uii, nullptr), -1);
+        EXPECT_EQ(UHF_ReadQTData(nullptr, 3, 0, 1, uii, out), -1);
+        EXPECT_EQ(UHF_WriteQTData(pwd, 3, 0, 1, uii, nullptr), -1);
+        // the inventory must not go out when the later request cannot
+        EXPECT_EQ(UHF_ReadQTDataSingle(nullptr, 3, 0, 1, out, uii, &n), -1);
+        EXPECT_EQ(UHF_ReadQTDataSingle(pwd, 3, 0, 1, out, uii, nullptr), -1);
+        EXPECT_EQ(UHF_WriteQTDataSingle(pwd, 3, 0, 2, nullptr, uii, &n), -1);
+        EXPECT_EQ(UHF_ReadQTData_Ex(pwd, 1, 0, 70000, big, 3, 0, 1, out), -1);
+        EXPECT_EQ(UHF_ReadQTData_Ex(pwd, 1, 0, 0, mask, 3, 0, 1, nullptr), -1);
+        // 4 + 5 + 6 + 2 x 1013 = 2041: more than a frame carries
+        EXPECT_EQ(UHF_WriteQTData_Ex(pwd, 1, 0, 0, mask, 3, 0, 1013, big), -1);
+    });
+    EXPECT_EQ(n, 0xAA);
+    EXPECT_EQ(qt, 0x77);
+}

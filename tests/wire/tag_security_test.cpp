@@ -1,0 +1,193 @@
+// Kill, lock, block permalock, GB lock, authenticate, deactivate and dwell
+// against the scripted reader.
+#include <cstring>
+
+#include "tag_wire.h"
+
+using namespace uhftest;
+using namespace tagtest;
+
+namespace {
+
+class TagSecurity : public TagWire {
+protected:
+    struct AuthCase {
+        const char* name;
+        Bytes reply;
+        int result;
+        unsigned short len;  // *recvLen afterwards
+        Bytes data;          // what recvData holds
+    };
+    void expect_authenticate(decltype(&UHFAuthenticate) fn, const std::vector<AuthCase>& cases) {
+        for (const AuthCase& c : cases) {
+            SCOPED_TRACE(c.name);
+            unsigned short n = 0xBEEF;
+            memset(out, 0xEE, sizeof out);
+            EXPECT_EQ(run(0x8F, c.reply, [&] { return fn(0, 1, 0, mask, 0, 1, 0, nullptr, &n, out); }), c.result);
+            EXPECT_EQ(n, c.len);
+            EXPECT_EQ(Bytes(out, out + c.data.size()), c.data);
+            EXPECT_EQ(out[c.data.size()], 0xEE);
+        }
+    }
+
+    uint8_t lock[3] = {0x0C, 0x03, 0x02};
+    uint8_t out[64];
+};
+
+}  // namespace
+
+TEST_F(TagSecurity, RequestBytes) {
+    uint8_t blocks[4] = {0x80, 0x01, 0x00, 0xFF};
+    for (const FilterCase& f : kFilters) {
+        SCOPED_TRACE(f.bits);
+        const Bytes head = kPwdBytes + f.block;
+        expect_requests({
+            {"kill", 0x8A, {0x01, 0x00}, [&] { return UHFKillTag(pwd, 1, 0x20, f.bits, mask); }, head},
+            {"lock", 0x88, {0x01, 0x00}, [&] { return UHFLockTag(pwd, 1, 0x20, f.bits, mask, lock); },
+             head + Bytes{0x0C, 0x03, 0x02}},
+            {"block permalock", 0x9F, {0x01, 0x00, 0x80, 0x01, 0x00, 0xFF},
+             [&] { return UHFBlockPermalock(pwd, 1, 0x20, f.bits, mask, 0x01, 3, 0x0102, 2, blocks); },
+             head + Bytes{0x01, 0x03, 0x01, 0x02, 0x00, 0x02, 0x80, 0x01, 0x00, 0xFF}},
+            {"GB lock (low bytes of the ints)", 0x06, {0x02, 0x01},
+             [&] { return UHFGBTagLock(pwd, 1, 0x20, uint16_t(f.bits), mask, 0x103, 0x02, -1); },
+             Bytes{0x02} + head + Bytes{0x03, 0x02, 0xFF}},
+            {"deactivate", 0xB0, {0x01},
+             [&] { return UHF_Deactivate(0xA55A, pwd, 1, 0x20, int(f.bits), mask); }, Bytes{0xA5, 0x5A} + head},
+            {"authenticate", 0x8E, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD},
+             [&] {
+                 unsigned short n = 0;
+                 return UHFAuthenticate(0x12345678UL, 1, 0x20, mask, uint16_t(f.bits), 0x07, 2, lock, &n, out);
+             },
+             head + Bytes{0x03, 0x07, 0x0C, 0x03}},
+        });
+    }
+}
+
+TEST_F(TagSecurity, StatusRules) {
+    uint8_t blocks[2] = {};
+    expect_results({
+        {"kill done", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x00}, 0},
+        {"kill, tag error", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x04}, -1},
+        {"kill refused", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x00, 0x00}, -1},
+        {"lock done", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01, 0x00}, 0},
+        {"lock, tag error: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01, 0x04}, 1},
+        {"lock, status only: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01}, 1},
+        {"permalock, tag error", 0x9F, [&] { return UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 1, blocks); },
+         {0x01, 0x03, 0xFF, 0xFF}, -1},
+        {"GB lock done", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, {0x02, 0x01}, 0},
+        {"GB lock, a third byte", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); },
+         {0x02, 0x01, 0x00}, -1},
+        {"GB lock, 01 01", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, {0x01, 0x01}, -1},
+        {"GB lock, 02 00", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, {0x02, 0x00}, -1},
+        {"deactivate accepted", 0xB0, [&] { return UHF_Deactivate(1, pwd, 1, 0, 0, mask); }, {0x01, 0x09}, 0},
+        {"deactivate refused", 0xB0, [&] { return UHF_Deactivate(1, pwd, 1, 0, 0, mask); }, {0x00}, -1},
+        {"dwell accepted", 0xB2, [] { return UHF_Dwelltime(100, 3); }, {0x01}, 0},
+        {"dwell refused", 0xB2, [] { return UHF_Dwelltime(100, 3); }, {0x02}, -1},
+    });
+}
+
+TEST_F(TagSecurity, LockWithoutReplyReturnsOne) {
+    EXPECT_EQ(run(0x89, std::nullopt, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }), 1);
+}
+
+TEST_F(TagSecurity, DwellSendsTwo32BitValues) {
+    EXPECT_EQ(run(0xB3, Bytes{0x01}, [] { return UHF_Dwelltime(100, 3); }), 0);
+    EXPECT_EQ(sent_data, (Bytes{0x00, 0x00, 0x00, 0x64, 0x00, 0x00, 0x00, 0x03}));
+}
+
+TEST_F(TagSecurity, PermalockCopiesTheLockBitsBack) {
+    struct Case {
+        const char* name;
+        Bytes reply;
+        int result;
+        Bytes mask_after;
+    } cases[] = {
+        {"bits returned", {0x01, 0x00, 0xF0, 0x0F, 0x00, 0x01}, 0, {0xF0, 0x0F, 0x00, 0x01}},
+        {"fewer bits than the range", {0x01, 0x00, 0xF0, 0x0F}, -1, {0x11, 0x22, 0x33, 0x44}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint8_t blocks[5] = {0x11, 0x22, 0x33, 0x44, 0x55};
+        EXPECT_EQ(run(0xA0, c.reply, [&] { return UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 2, blocks); }),
+                  c.result);
+        EXPECT_EQ(Bytes(blocks, blocks + 4), c.mask_after);
+        EXPECT_EQ(blocks[4], 0x55);
+    }
+}
+
+TEST_F(TagSecurity, AuthenticateRequest) {
+    uint8_t msg[3] = {0xAA, 0xBB, 0xCC};
+    unsigned short n = 0;
+    // The password comes from the value's low 32 bits, most significant first.
+    EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
+                  [&] { return UHFAuthenticate(0xFFFFFFFF01020304UL, 2, 0x0010, mask, 12, 0x05, 3, msg, &n, out); }),
+              0);
+    EXPECT_EQ(sent_data, (Bytes{0x01, 0x02, 0x03, 0x04, 0x02, 0x00, 0x10, 0x00, 0x0C, 0xE2, 0x00, 0x04, 0x05, 0xAA,
+                                  0xBB, 0xCC}));
+    // No message: the count byte is 1, then the key id alone.
+    EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
+                  [&] { return UHFAuthenticate(0, 1, 0, mask, 0, 0x09, 0, nullptr, &n, out); }),
+              0);
+    EXPECT_EQ(sent_data, (Bytes{0, 0, 0, 0, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x09}));
+}
+
+TEST_F(TagSecurity, AuthenticateReplies) {
+    expect_authenticate(UHFAuthenticate, {
+        {"two words", {0x01, 0x00, 0x00, 0x02, 1, 2, 3, 4}, 0, 4, {1, 2, 3, 4}},
+        {"count 0", {0x01, 0x00, 0x00, 0x00}, -2, 0, {}},
+        {"count beyond the reply", {0x01, 0x00, 0x00, 0x05, 1, 2, 3, 4}, -2, 10, {}},
+        {"three bytes", {0x01, 0x00, 0x00}, -2, 0, {}},
+        {"two bytes", {0x01, 0x00}, -1, 0xBEEF, {}},
+        {"tag error", {0x01, 0x01, 0x00, 0x01, 1, 2}, -1, 0xBEEF, {}},
+    });
+}
+
+TEST_F(TagSecurity, AuthenticateCommonHandsBackEverythingAfterTheStatus) {
+    expect_authenticate(UHFAuthenticateCommon, {
+        {"response", {0x01, 0x00, 0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}, 0, 6, {0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}},
+        {"count 0 is not judged", {0x01, 0x00, 0x00, 0x00}, 0, 2, {0x00, 0x00}},
+        {"refused: length cleared", {0x00, 0x00, 0x00}, -1, 0, {}},
+    });
+}
+
+TEST_F(TagSecurity, BadArgumentsSendNothing) {
+    static uint8_t big[2048];
+    uint8_t blocks[4] = {1, 2, 3, 4};
+    unsigned short n = 0xBEEF;
+    expect_silent_refusals([&] {
+        EXPECT_EQ(UHFKillTag(nullptr, 1, 0, 0, mask), -1);
+        EXPECT_EQ(UHFKillTag(pwd, 1, 0, 0x10000, mask), -1);
+        EXPECT_EQ(UHFKillTag(pwd, 1, 0, 2032 * 8, big), -1);  // a filter past what a frame carries
+        EXPECT_EQ(UHFLockTag(pwd, 1, 0, 0, mask, nullptr), 1);
+        EXPECT_EQ(UHFLockTag(pwd, 1, 0x10000, 0, mask, lock), 1);
+        EXPECT_EQ(UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 2, nullptr), -1);
+        EXPECT_EQ(UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0x10000, 2, blocks), -1);
+        EXPECT_EQ(UHFGBTagLock(pwd, 1, 0, 8, nullptr, 0, 0, 0), -1);
+        EXPECT_EQ(UHFAuthenticate(0, 1, 0, mask, 0, 1, 0, nullptr, nullptr, out), -1);
+        EXPECT_EQ(UHFAuthenticate(0, 1, 0, mask, 0, 1, 0, nullptr, &n, nullptr), -1);
+        EXPECT_EQ(UHFAuthenticate(0, 1, 0, nullptr, 8, 1, 0, nullptr, &n, out), -1);
+        EXPECT_EQ(UHFAuthenticate(0, 1, 0, mask, 0, 1, 4, nullptr, &n, out), -1);
+        // 11 + 12 mask bytes + 78 message bytes = 101: past the 100-byte buffer
+        EXPECT_EQ(UHFAuthenticate(0, 1, 0, mask, 96, 1, 78, big, &n, out), -1);
+        EXPECT_EQ(UHF_Deactivate(1, nullptr, 1, 0, 0, mask), -1);
+        EXPECT_EQ(UHF_Deactivate(1, pwd, 1, 0, -8, mask), -1);
+    });
+    EXPECT_EQ(n, 0xBEEF);
+    EXPECT_EQ(blocks[0], 1);
+
+    unsigned short cleared = 0xBEEF;
+    EXPECT_EQ(UHFAuthenticateCommon(0, 1, 0, mask, 0, 1, 0, nullptr, &cleared, nullptr), -1);
+    EXPECT_EQ(cleared, 0);  // set to 0 before anything else
+}
+
+// 11 + 12 + 77 = 100 bytes: the largest message that fits goes out.
+TEST_F(TagSecurity, AuthenticateAtItsBufferLimit) {
+    static uint8_t msg[77];
+    unsigned short n = 0;
+    EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0, 0},
+                  [&] { return UHFAuthenticate(0, 1, 0, mask, 96, 1, 77, msg, &n, out); }),
+              0);
+    Bytes sent = sent_data;
+    ASSERT_EQ(sent.size(), 100u);
+    EXPECT_EQ(sent[21], 78);  // counts the key id and the message
+}
