@@ -412,6 +412,10 @@ UHF_API int UHFSetDefaultMode(void);
 
 /* ==== Sensor tags ======================================================= */
 
+/* Temperature in degC to the tag's 10-bit code (8-bit two's-complement
+ * degrees, 2 bits of quarters), rounded down to the quarter degree. */
+UHF_API uint16_t convert10BitValue(float temp);
+
 /* Temperature-logging tags (0xA3). Each request starts with a sub-command and
  * the tag filter block (bank, bit address, bit length, ceil(len/8) mask
  * bytes). Any failure of the exchange gives -1. */
@@ -502,6 +506,8 @@ UHF_API int Config_GetAccess(uint8_t* buf);
 /* 06: nums work-mode entries of 7 bytes (at most 72); the data length is
  * sent cut to 8 bits. 0; -1 type; -2 echo; -3 status. */
 UHF_API int Config_SetWorkMode(uint8_t nums, uint8_t* buf);
+/* Work-mode entries last set by Config_SetWorkMode in this process. */
+UHF_API extern uint8_t N;
 
 /* Partition read request (type 10): one control byte (4 more, zero, when
  * flag is 3); prt and len are not sent. Returns the reply's first data byte

@@ -5,6 +5,9 @@
 #include "UHF.h"
 #include "uhf/package.h"
 
+// Work-mode entries last sent; fixes the size of parameter type 3.
+uint8_t N = 0;
+
 using namespace uhf;
 
 namespace {
@@ -42,8 +45,6 @@ constexpr size_t kPartBuf = 64;
 constexpr size_t kPassReply = 16;
 constexpr size_t kUpgradeReply = 1024;
 
-// Work-mode entries last sent; fixes the size of parameter type 3.
-uint8_t g_work_modes = 0;
 constexpr size_t kWorkModeEntry = 7;
 
 int send_package(uint8_t type, const Request& req, uint16_t dlen) {
@@ -73,7 +74,7 @@ long para_size(uint16_t paratype) {
     case 0: return 12;
     case 1: return 8;
     case 2: return 1;
-    case 3: return static_cast<long>(g_work_modes) * kWorkModeEntry + 1;
+    case 3: return static_cast<long>(N) * kWorkModeEntry + 1;
     case 4: return 0;
     case 5: return 4;
     default: return -1;
@@ -152,7 +153,7 @@ int Config_SetWorkMode(uint8_t nums, uint8_t* buf) {
     RequestBuf<kBigBuf> req;
     req.u8(kSetWorkMode).u8(nums).bytes(buf, nums * kWorkModeEntry);
     if (!req.ok()) return -1;
-    g_work_modes = nums;
+    N = nums;
     flush_selected_queues();
     // The data length travels cut to 8 bits, and only that many bytes go out.
     int r = send_package(kConfig, req, static_cast<uint8_t>(req.size()));

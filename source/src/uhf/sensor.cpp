@@ -89,6 +89,8 @@ uint16_t uhf::temp_to_code10(float temp) {
     return static_cast<uint16_t>((quarter & 0x3) | ((value * 4) & 0x3FC));
 }
 
+uint16_t convert10BitValue(float temp) { return uhf::temp_to_code10(temp); }
+
 float uhf::code10_to_temp(uint16_t code) {
     code &= 0x3FF;
     float ip = static_cast<float>(code >> 2);
