@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
       "  uhfsim --pty --tags sim/examples/tags.json --rate 300 --verbose\n"
       "  uhfsim --tcp 0 --ignore 0x8C            # a reader that never answers the stop\n"};
 
-  std::string tcp, tags_file, mode = "epc", delivery = "stream";
+  std::string tcp, tags_file, mode = "epc", delivery = "stream", escaped;
   bool pty = false, verbose = false, sensor = false;
   size_t random_tags = 0;
   uint64_t seed = 1;
@@ -79,6 +79,9 @@ int main(int argc, char** argv) {
   app.add_flag("--sensor", sensor, "Sensor inventory: reports are 0x7F frames with a 2-byte sensor word after the EPC");
   app.add_option("--delivery", delivery, "stream: one 0x83 frame per read; buffered: reads wait for 0xEB batches (USB habit)")
       ->check(CLI::IsMember({"stream", "buffered"}))->capture_default_str();
+  app.add_option("--escaped-stream", escaped,
+                 "Continuous inventory sends escaped AA..55 tag frames instead: crc (0x91/0xA6) or plain (0x11/0x26)")
+      ->check(CLI::IsMember({"crc", "plain"}));
 
   auto* fg = app.add_option_group("Faults", "Misbehave on purpose (for testing hosts)");
   fg->add_option("--delay-ms", faults.delay_ms, "Send every reply this many ms late");
@@ -135,6 +138,7 @@ int main(int argc, char** argv) {
   s.user_addr = static_cast<uint8_t>(user_addr);
   s.user_words = static_cast<uint8_t>(user_words);
   s.sensor_inventory = sensor;
+  s.escaped_reports = {!escaped.empty(), escaped != "plain"};
   e.state.current = e.state.saved = s;
   e.state.identity.antenna_count = static_cast<uint8_t>(antennas);
   std::mutex out_mu;

@@ -58,6 +58,8 @@ void register_network(Dispatcher& d);
 void register_tag_memory(Dispatcher& d);
 void register_tag_security(Dispatcher& d);
 void register_qt(Dispatcher& d);
+void register_sensor(Dispatcher& d);
+void register_package(Dispatcher& d);
 
 inline void register_all(Dispatcher& d) {
   register_config(d);
@@ -70,6 +72,8 @@ inline void register_all(Dispatcher& d) {
   register_tag_memory(d);
   register_tag_security(d);
   register_qt(d);
+  register_sensor(d);
+  register_package(d);
 }
 
 }  // namespace uhfsim

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -92,6 +94,39 @@ struct Settings {
   } report_bank;
   uint32_t dwell_time = 0;  // 0xB2, in the reader's own units
   uint32_t dwell_count = 0;
+
+  // ---- Escaped tag stream -------------------------------------------------
+  // Continuous inventory sends AA..55 tag frames instead of 0x83/0x7F:
+  // 0x91/0xA6 with a CRC, 0x11/0x26 without (0xA6/0x26 for sensor tags).
+  struct EscapedReports {
+    bool on = false;
+    bool crc = true;
+  } escaped_reports;
+};
+
+// The packaged (A5 03) protocol's memory: clock, parameters by type, access
+// bytes, work modes, partitions. Kept across power cycles, like flash and a
+// battery-backed clock.
+struct PackagedState {
+  // The clock reads rtc_seconds (seconds since 1970, UTC) plus the time since
+  // rtc_anchor; anchored at its first use.
+  int64_t rtc_seconds = 1704067200;  // 2024-01-01 00:00:00
+  std::optional<std::chrono::steady_clock::time_point> rtc_anchor;
+  // Parameter values by type; type 3 is the work-mode table, type 4 has none.
+  std::map<uint16_t, std::vector<uint8_t>> params{
+      {0, {0x55, 0x48, 0x46, 0x53, 0x49, 0x4D, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01}},
+      {1, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x27, 0x10}},
+      {2, {0x01}},
+      {5, {0x00, 0x00, 0x0B, 0xB8}}};
+  std::array<uint8_t, 12> access{0x20, 0x24, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0xA5, 0x5A, 0x00, 0x0C};
+  std::vector<std::array<uint8_t, 7>> work_modes;
+  std::array<std::array<uint8_t, 32>, 16> partitions{};
+  std::array<std::array<uint8_t, 8>, 16> partition_tid{};  // TID of each partition's last write
+  std::vector<uint8_t> special_partition;
+  // What the plain-frame bodies set.
+  std::array<uint8_t, 2> config{};
+  uint8_t inventory_sper = 0;
+  uint16_t fixed_frequency = 0;
 };
 
 // What the module is; only a firmware upgrade changes it (software_version).
@@ -127,6 +162,8 @@ struct ReaderState {
     std::vector<uint8_t> image;
   } boot;
   AcceptedBlocks accepted;
+
+  PackagedState packaged;
 
   // Applies `change` to the live settings and, when asked, to the saved copy.
   template <typename F>

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -25,6 +26,22 @@ enum class Bank : uint8_t { Reserved = 0, Epc = 1, Tid = 2, User = 3 };
 struct TempSensor {
   int16_t centi_celsius = 2500;  // what the chip measures now
   uint16_t code = 0;             // raw sensor word sent in sensor inventory reports
+
+  // ---- Logging, battery and calibration (0xA3, 0x7C) ----------------------
+  uint16_t battery_mv = 3000;
+  std::optional<std::array<uint8_t, 8>> calibration;  // unset: derived from the EPC
+  // A logging run: a reading every interval_s seconds, the first delay_s
+  // seconds after the start, until the stop.
+  struct LogRun {
+    bool started = false;
+    bool running = false;
+    std::chrono::steady_clock::time_point start{};
+    std::chrono::steady_clock::time_point stop{};
+    uint16_t delay_s = 0;
+    uint16_t interval_s = 1;
+    uint16_t min_code = 0;  // limits as 10-bit codes
+    uint16_t max_code = 0;
+  } log;
 };
 
 struct Tag {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "engine/escaped_reports.h"
+
 namespace uhfsim {
 
 uint64_t EngineStats::total_requests() const {
@@ -36,7 +38,7 @@ void VirtualReader::log(const std::string& line) const {
 }
 
 void VirtualReader::feed(const uint8_t* bytes, size_t len, TimePoint now) {
-  now_ = std::max(now_, now);
+  now_ = std::max(now_, now + ahead_);
   if (len == 0) return;
   last_input_ = now_;
   parser_.feed(bytes, len, [this](const Frame& f) { on_frame(f); });
@@ -113,6 +115,11 @@ std::vector<std::pair<size_t, int>> VirtualReader::read_plan() const {
 
 void VirtualReader::emit_read(const std::vector<std::pair<size_t, int>>& plan) {
   const auto [index, antenna] = plan[stream_cursor_++ % plan.size()];
+  if (state_.current.escaped_reports.on) {
+    ++stats_.tag_reports;
+    send_raw(escaped_tag_frame(*this, field_.tags()[index], antenna));
+    return;
+  }
   const bool sensor = state_.current.sensor_inventory;
   auto report = make_report(field_.tags()[index], antenna, sensor);
   if (opts_.delivery == ReportDelivery::Buffered) {
@@ -124,8 +131,14 @@ void VirtualReader::emit_read(const std::vector<std::pair<size_t, int>>& plan) {
   reply(sensor ? 0x7F : 0x83, report);
 }
 
+void VirtualReader::advance(std::chrono::nanoseconds d) {
+  if (d.count() <= 0) return;
+  ahead_ += d;
+  now_ += d;
+}
+
 void VirtualReader::pump(TimePoint now) {
-  now_ = std::max(now_, now);
+  now_ = std::max(now_, now + ahead_);
   if (parser_.has_pending() && now_ - last_input_ >= opts_.frame_timeout)
     parser_.expire([this](const Frame& f) { on_frame(f); });
   if (!running_) return;
@@ -157,6 +170,7 @@ std::optional<TimePoint> VirtualReader::next_deadline() const {
     const TimePoint t = slot_due(slots_done_ + 1);
     if (!next || t < *next) next = t;
   }
+  if (next) *next -= ahead_;  // callers keep their own time
   return next;
 }
 

@@ -71,6 +71,10 @@ class VirtualReader {
   void pump(TimePoint now);
   std::optional<TimePoint> next_deadline() const;
 
+  // Lets simulated time pass at once: the reader's clock runs d ahead of the
+  // time its caller passes from now on (sensor logs, the packaged clock).
+  void advance(std::chrono::nanoseconds d);
+
   // Power off and on: unsaved settings are lost, inventory stops.
   void power_cycle();
   // The same from a command (soft reset): safe to call from a handler, as it
@@ -122,6 +126,7 @@ class VirtualReader {
   mutable EngineStats stats_;
   TimePoint now_{};
   TimePoint last_input_{};
+  std::chrono::nanoseconds ahead_{0};  // advance(): engine time minus caller time
 
   bool running_ = false;
   TimePoint run_start_{};

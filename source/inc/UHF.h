@@ -157,6 +157,16 @@ UHF_API int Fetch_UhfStack(uint8_t* buf, uint8_t* len);
  * two (bit 7 of the first marks the second). */
 UHF_API void IntToEBV(int iLen, uint8_t* eLen);
 UHF_API int EBVToInt(uint8_t* eLen);
+/* Start the detection thread: it empties the frame stack, then every 30 ms
+ * reads the selected link, unescapes the AA..55 stream and stores the tag
+ * frames (0x91/0xA6 in CRC mode, 0x11/0x26 without; status 0) in the stack.
+ * A running one is stopped first. 0, or -1 when no thread could be made. */
+UHF_API int Creat_DectThread(void);
+/* Ask it to stop and wait (bounded) until it has left; stop it before
+ * closing its link. 0, or -1 when a stop was already requested. */
+UHF_API int Stop_DectThread(void);
+/* The thread body. */
+UHF_API void* Uhf_GetUartData(void* arg);
 
 /* ==== Power, antennas and region ======================================== */
 
@@ -402,7 +412,142 @@ UHF_API int UHFSetDefaultMode(void);
 
 /* ==== Sensor tags ======================================================= */
 
+/* Temperature in degC to the tag's 10-bit code (8-bit two's-complement
+ * degrees, 2 bits of quarters), rounded down to the quarter degree. */
+UHF_API uint16_t convert10BitValue(float temp);
+
+/* Temperature-logging tags (0xA3). Each request starts with a sub-command and
+ * the tag filter block (bank, bit address, bit length, ceil(len/8) mask
+ * bytes). Any failure of the exchange gives -1. */
+
+/* 0xA3/03: start a logging run between min_temp and max_temp (sent as 10-bit
+ * codes rounded down to 0.25 degC), then the delay and interval words.
+ * 0 accepted; the reader's error code (> 0); -1. */
+UHF_API int UHFStartLogging(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
+                            unsigned char* mask_data, float min_temp, float max_temp, unsigned short work_delay,
+                            unsigned short work_interval);
+/* 0xA3/04: stop the run. password is accepted and never sent. Results as
+ * UHFStartLogging. */
+UHF_API int UHFStopLogging(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
+                           unsigned char* mask_data, unsigned long password);
+/* 0xA3/05: the tag's operating-mode word (0..65535), or -1. */
+UHF_API int UHFCheckOpMode(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
+                           unsigned char* mask_data);
+/* 0xA3/06: battery/supply voltage in volts (raw * 2.5 / 8192). 0, or -1
+ * (*voltage untouched). */
+UHF_API int UHFReadTagVoltage(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
+                              unsigned char* mask_data, float* voltage);
+/* 0xA3/07: up to t_num readings from index t_start into temp (room for 255
+ * floats). *totalNum = readings held, *returnNum = readings returned. 0; -1;
+ * -3 when the reply is shorter than its records (counts already written). */
+UHF_API int UHFReadMultiTemp(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
+                             unsigned char* mask_data, unsigned short t_start, unsigned char t_num,
+                             unsigned short* totalNum, unsigned char* returnNum, float* temp);
+/* 0xB0: deactivation request: cmd word, access password, filter block.
+ * 0 when the reply starts 01, else -1. */
+UHF_API int UHFDeactivate(unsigned int cmd, unsigned char* u_accessPwd, unsigned char FilterBank,
+                          unsigned int FilterStartaddr, unsigned int FilterLen, unsigned char* FilterData);
+/* 0xB2: dwell and count, 4 bytes each, big-endian. 0 or -1. */
+UHF_API int UHFDwell(unsigned int dwell, unsigned int count);
+
+/* Sensor code, calibration and on-chip RSSI (0x7C). Requests carry 16 bytes
+ * of epc (pad shorter EPCs), the antenna and 2 power bytes. The reads copy the
+ * returned words to data (at most 96 bytes) and return the byte count
+ * (0 is valid), or -1 with data untouched. */
+UHF_API int UHFGetSensorCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                             unsigned char* data);                                  /* 0x7C/01 */
+UHF_API int UHFGetCalibrationData(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                                  unsigned char* data);                             /* 0x7C/02 */
+/* 0x7C with mode as the sub-command. */
+UHF_API int UHFGetCalibrationDataEX(unsigned char mode, unsigned char* epc, unsigned char antNum,
+                                    unsigned char* powerValue, unsigned char* data);
+UHF_API int UHFGetOnChipRSSI(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                             unsigned char* data);                                  /* 0x7C/03 */
+UHF_API int UHFGetTempertureCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                                 unsigned char* data);                              /* 0x7C/04 */
+UHF_API int UHFGetOnChipRSSIAndTempCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                                        unsigned char* data);                       /* 0x7C/05 */
+/* 0x7C/06: write 8 bytes of calibration data. 0 or -1. */
+UHF_API int UHFWriteCalibrationData(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
+                                    unsigned char* data);
+
 /* ==== Packaged frame, configuration, partitions, pass-through =========== */
+
+/* Package frame A5 03 len16(big-endian) head type<<4|version dlen16(little-
+ * endian) data xor 03, on the selected link. dlen at most 1014; with a null
+ * dbuf the header goes out without data. 0 when the transport returned
+ * non-zero (an error too), -1 when it wrote nothing or dlen is too large. */
+UHF_API int Common_Package_Send(uint8_t head, uint8_t type, uint8_t version, uint16_t dlen, uint8_t* dbuf);
+/* Collect one frame from the selected link (2 ms polls, about 1 s for the
+ * first byte; the first quiet poll after data ends it). 0 a package with head
+ * 0xAB: its type, data length and data (databuf holds up to 1491 bytes); 1 a
+ * plain acknowledgement (body 01.. or ..4C); -1 nothing, not a frame, short,
+ * or data running past the frame; -2 bad end byte; -3 wrong head or a plain
+ * frame that is no acknowledgement. The check byte is not verified. */
+UHF_API int Common_Package_Rev(uint8_t* type, uint16_t* datalen, uint8_t* databuf);
+
+/* Configuration packages (type 1, reply type 2 echoing the sub-command).
+ * The frame layer's non-zero results above come back unchanged. */
+/* 01: set the clock to 8 bytes. 0; -1 reply type, -2 length, -3 echo,
+ * -4 status. */
+UHF_API int Config_SetRTC(uint8_t* rtc);
+/* 02: read the clock's 8 bytes into rtc. 0; -1 type, -2 length not 9, -3 echo. */
+UHF_API int Config_ReadRTC(uint8_t* rtc);
+/* 03: set parameter paratype to paralen bytes (at most 61). Results as
+ * Config_SetRTC. */
+UHF_API int Config_SetPara(uint16_t paratype, uint8_t paralen, uint8_t* paradata);
+/* 04: read a parameter; its size is fixed by type: 0 12 bytes, 1 8, 2 1,
+ * 3 7 x (entries last set by Config_SetWorkMode) + 1, 4 none, 5 4; other
+ * types write nothing. 0; -1 type or a reply too short for the size; -2 echo;
+ * -3 paratype not echoed. */
+UHF_API int Config_GetPara(uint16_t paratype, uint16_t* len, uint8_t* buf);
+/* 05: the 12 access bytes. 0; -1 type or short reply; -3 echo. */
+UHF_API int Config_GetAccess(uint8_t* buf);
+/* 06: nums work-mode entries of 7 bytes (at most 72); the data length is
+ * sent cut to 8 bits. 0; -1 type; -2 echo; -3 status. */
+UHF_API int Config_SetWorkMode(uint8_t nums, uint8_t* buf);
+/* Work-mode entries last set by Config_SetWorkMode in this process. */
+UHF_API extern uint8_t N;
+
+/* Partition read request (type 10): one control byte (4 more, zero, when
+ * flag is 3); prt and len are not sent. Returns the reply's first data byte
+ * unchecked (so 1 may also be a plain acknowledgement), or a frame result. */
+UHF_API int Requset_ReadPart(uint8_t speed, uint8_t des, uint8_t flag, uint8_t partnum, uint8_t prt, uint8_t len);
+/* Partition write (type 11): TID (8), partnum, startaddr, datalen words
+ * (at most 26). 0 on any type-11 reply; -1. */
+UHF_API int Request_WritePart(uint8_t* TID, uint8_t partnum, uint8_t startaddr, uint8_t datalen,
+                              uint8_t* databuf);
+/* Special partition write (type 12) of up to 64 bytes as given. On a type-11
+ * reply 0, 1, 2 or 3 from its status bytes; -1. */
+UHF_API int Request_WriteSpecialPart(uint16_t datalen, uint8_t* databuf);
+/* Pass-through (type 6) to PSAM slot 1 or 2. 0 on a type-7 reply; -1. */
+UHF_API int Trans_Psam(uint8_t psam_num, uint16_t len, uint8_t* buf);
+/* Pass-through (type 6) for operator Oper_ID; the reply (any type, at most
+ * 16 bytes) lands in rxbuf. 0, or a frame result. */
+UHF_API int Trans_Buf(uint8_t Oper_ID, uint16_t len, uint8_t* buf, uint16_t* rxlen, uint8_t* rxbuf);
+/* Sends nothing: waits for an unsolicited type-5 package. *Opr, *ferror its
+ * first two bytes, the rest (up to 1022 bytes) into buf, *len their count cut
+ * to 8 bits. 0; -1. */
+UHF_API int Update_ReadInfo(uint8_t* Opr, uint8_t* ferror, uint8_t* len, uint8_t* buf);
+
+/* Auxiliary serial device for set_config and event_report; -1 when none is
+ * open (the application opens it). */
+UHF_API extern int uhf_finger_fd;
+/* Plain-frame calls (A5 02 len body 03); replies are collected for up to 5 s,
+ * ending at the first quiet 10 ms poll after data. */
+/* Body 01 2A .. buf[0] buf[1] bare to uhf_finger_fd, then framed on the
+ * selected link. 0 on the 2B reply; -1 (also when nothing was written to
+ * uhf_finger_fd). */
+UHF_API int set_config(uint8_t* buf);
+/* Fixed 0x14 body (flag switches one byte) written to link 0, the reply read
+ * from the selected link. 0 on the 15 reply; -1. */
+UHF_API int set_inventory_sper(uint8_t flag);
+/* Three fixed 0xFE bodies (the first carries freq) 50 ms apart; no reply is
+ * read. 0, or -1 when a frame could not be sent. */
+UHF_API int set_inventory_fixed(uint16_t freq);
+/* Fixed 0x4C body bare to uhf_finger_fd, whose answer is drained unread.
+ * 0, or -1 when nothing was written. */
+UHF_API int event_report(void);
 
 UHF_END_DECLS
 

@@ -1,0 +1,170 @@
+// Finding, opening and closing the reader: device-list shapes, the link-layer
+// wrappers, opening twice, and the results of a transport that is not open.
+#include <string.h>
+
+#include <fstream>
+#include <string>
+
+#include "usb_fixture.h"
+
+using namespace usbtest;
+using fakehid::Entry;
+
+namespace {
+
+struct OpenCase {
+    const char* name;
+    std::vector<Entry> devices;
+    bool open_fails;
+    int result;
+    const char* path;  // cur_usb_path afterwards
+};
+
+const OpenCase kOpenCases[] = {
+    {"no device", {}, false, -1, ""},
+    {"one reader", {{"1-1:1.0", 1}}, false, 0, "1-1:1.0"},
+    {"one entry of usage 6", {{"1-1:1.0", 6}}, false, -2, ""},
+    {"reader is the second of two", {{"1-1:1.0", 6}, {"1-1:1.1", 1}}, false, 0, "1-1:1.1"},
+    {"first of two wins", {{"1-1:1.0", 1}, {"1-1:1.1", 1}}, false, 0, "1-1:1.0"},
+    {"usage 1 only third of three", {{"1-1:1.0", 6}, {"1-1:1.1", 2}, {"1-1:1.2", 1}}, false, -2, ""},
+    {"three entries, none of usage 1", {{"a", 6}, {"b", 6}, {"c", 6}}, false, -2, ""},
+    {"open refused", {{"1-1:1.0", 1}}, true, -3, "1-1:1.0"},
+};
+
+class UsbOpen_ : public UsbTest {};
+
+}  // namespace
+
+TEST_F(UsbOpen_, DeviceListShapes) {
+    for (const auto& c : kOpenCases) {
+        SCOPED_TRACE(c.name);
+        shut_down();
+        fakehid::reset();
+        fakehid::set_devices(c.devices);
+        fakehid::fail_open(c.open_fails);
+
+        EXPECT_EQ(usbOpen(), c.result);
+        EXPECT_STREQ(cur_usb_path, c.path);
+        auto n = fakehid::counters();
+        EXPECT_EQ(n.lists_live, 0) << "device list not freed";
+        EXPECT_EQ(n.devices_live, c.result == 0 ? 1 : 0);
+        EXPECT_EQ(handle != nullptr, c.result == 0);
+        EXPECT_EQ(usb_running, c.result == 0 ? 1 : 0);
+        EXPECT_EQ(uhf::usb_receive_threads(), c.result == 0 ? 1 : 0);
+    }
+}
+
+TEST_F(UsbOpen_, HidInitOnlyOnceUntilClose) {
+    fakehid::set_devices({kReader});
+    EXPECT_EQ(getUsbDeviceLinked(), 1);
+    EXPECT_EQ(usb_initial, 1);
+    ASSERT_EQ(usbOpen(), 0);
+    EXPECT_EQ(fakehid::counters().init, 1);
+    usbClose();
+    EXPECT_EQ(usb_initial, 0);
+    EXPECT_EQ(fakehid::counters().exit, 1);
+    ASSERT_EQ(usbOpen(), 0);
+    EXPECT_EQ(fakehid::counters().init, 2);
+}
+
+TEST_F(UsbOpen_, DeviceLinkedReportsPresenceOnly) {
+    struct Case {
+        std::vector<Entry> devices;
+        int linked;
+    };
+    const Case cases[] = {{{}, 0}, {{kReader}, 1}, {{{"x", 6}}, 1}, {{{"x", 6}, {"y", 6}, {"z", 6}}, 1}};
+    for (const auto& c : cases) {
+        fakehid::set_devices(c.devices);
+        EXPECT_EQ(UsbDeviceLinked(), c.linked);
+    }
+    auto n = fakehid::counters();
+    EXPECT_EQ(n.open, 0) << "presence check must not open anything";
+    EXPECT_EQ(n.lists_live, 0);
+}
+
+TEST_F(UsbOpen_, WrapperTakesASlotAndStopsTheReader) {
+    fakehid::set_devices({kReader});
+    ASSERT_EQ(UsbOpen(), 0);
+    EXPECT_EQ(my_terminals[cur_index].device_info.trans_type, TYPE_USB);
+    EXPECT_EQ(my_terminals[cur_index].connected, 1);
+    // The stop-inventory frame goes out at once, alone in one report.
+    auto w = fakehid::written();
+    ASSERT_EQ(w.size(), 1u);
+    Bytes expected(65, 0);
+    const uint8_t stop[] = {0xA5, 0x5A, 0x00, 0x08, 0x8C, 0x84, 0x0D, 0x0A};
+    memcpy(expected.data() + 1, stop, sizeof stop);
+    EXPECT_EQ(w[0].report, expected);
+
+    EXPECT_EQ(UsbClose(), 0);
+    EXPECT_EQ(my_terminals[cur_index].device_info.trans_type, TYPE_INVALID);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(fakehid::counters().devices_live, 0);
+}
+
+TEST_F(UsbOpen_, WrapperFailureLeavesNoLink) {
+    fakehid::set_devices({{"1-1:1.0", 6}});
+    EXPECT_EQ(UsbOpen(), ERR_OPEN_USB_FAILURE);
+    char info[256];
+    LinkGetInfo(info, sizeof info);
+    EXPECT_STREQ(info, "[]");
+    EXPECT_TRUE(fakehid::written().empty());
+}
+
+TEST_F(UsbOpen_, OpenTwiceLeavesNoReceiveThread) {
+    fakehid::set_devices({kReader});
+    ASSERT_EQ(usbOpen(), 0);
+    ASSERT_EQ(uhf::usb_receive_threads(), 1);
+    ASSERT_EQ(usbOpen(), 0);
+    // The first thread was stopped and joined; the second starts with the
+    // run flag already cleared and ends at once.
+    EXPECT_TRUE(no_receive_thread());
+    EXPECT_EQ(usb_running, 0);
+    EXPECT_NE(handle, nullptr);
+    EXPECT_EQ(fakehid::counters().devices_live, 1) << "the device opened first is closed";
+    fakehid::push_report(report_of(uhftest::frame(0x13, {0x01})));
+    uint8_t buf[16];
+    EXPECT_EQ(usbRecv(buf, sizeof buf), 0) << "nobody reads the device any more";
+}
+
+TEST_F(UsbOpen_, CloseDoesNotCallTheDisconnectCallback) {
+    static int calls;
+    calls = 0;
+    fakehid::set_devices({kReader});
+    ASSERT_EQ(UsbOpen(), 0);
+    ASSERT_EQ(SetDisconnectCallback([](int) { calls++; }), 0);
+    EXPECT_EQ(UsbClose(), 0);
+    ASSERT_TRUE(no_receive_thread());
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(fakehid::counters().exit, 1);
+}
+
+TEST_F(UsbOpen_, NotOpenResults) {
+    uint8_t buf[128] = {};
+    EXPECT_EQ(usbSend(buf, 10), -1);
+    EXPECT_EQ(usbRecv(buf, sizeof buf), -3);
+    EXPECT_EQ(usbRecvSingle(buf, sizeof buf), -1);
+    EXPECT_EQ(fakehid::counters().reads, 0);
+    EXPECT_TRUE(fakehid::written().empty());
+}
+
+TEST_F(UsbOpen_, BadArgumentsTouchNothing) {
+    fakehid::set_devices({kReader});
+    ASSERT_EQ(usbOpen(), 0);
+    uint8_t buf[64] = {};
+    EXPECT_EQ(usbSend(nullptr, 10), -1);
+    EXPECT_EQ(usbSend(buf, 0), 0);
+    EXPECT_EQ(usbRecv(nullptr, 10), -1);
+    EXPECT_EQ(usbRecvSingle(nullptr, 64), 0);
+    EXPECT_EQ(usbRecvSingle(buf, 63), 0);
+    EXPECT_TRUE(fakehid::written().empty());
+}
+
+// The suite runs against the fake: neither hidapi nor libusb may be loaded.
+TEST(UsbDouble, RealLibrariesAreNotLoaded) {
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        EXPECT_EQ(line.find("libhidapi"), std::string::npos) << line;
+        EXPECT_EQ(line.find("libusb-1.0"), std::string::npos) << line;
+    }
+}

@@ -1,0 +1,451 @@
+// Package-frame calls against the scripted reader: the frames sent, how
+// replies are taken apart, and the result codes of every call.
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "link_helpers.h"
+
+using namespace uhftest;
+
+namespace {
+
+// A package frame as the reader sends it (head 0xAB unless given).
+Bytes pkg(uint8_t type, const Bytes& data, uint8_t head = 0xAB) {
+    size_t L = data.size() + 5;
+    Bytes f = {0xA5, 0x03, uint8_t(L >> 8), uint8_t(L), head, uint8_t(type << 4 | 2), uint8_t(data.size()),
+               uint8_t(data.size() >> 8)};
+    f = f + data;
+    uint8_t x = 0;
+    for (size_t i = 5; i < f.size(); i++) x ^= f[i];
+    f.push_back(x);
+    f.push_back(0x03);
+    return f;
+}
+
+const Bytes kAck = {0xA5, 0x02, 0x00, 0x02, 0x01, 0x00, 0x03};
+const Bytes kNotAck = {0xA5, 0x02, 0x00, 0x02, 0x00, 0x00, 0x03};
+const Bytes kBadEnd = {0xA5, 0x02, 0x00, 0x02, 0x01, 0x00, 0x04};
+
+class Package : public WireTest {
+protected:
+    // Type and data of the latest package request; checks head, version
+    // and the two length fields.
+    std::pair<int, Bytes> last_package() {
+        auto reqs = reader.requests();
+        if (reqs.empty()) {
+            ADD_FAILURE() << "no request";
+            return {-1, {}};
+        }
+        const Bytes& f = reqs.back();
+        EXPECT_GE(f.size(), 10u);
+        if (f.size() < 10) return {-1, {}};
+        EXPECT_EQ(f[0], 0xA5);
+        EXPECT_EQ(f[1], 0x03);
+        EXPECT_EQ(f[4], 0xAA);
+        EXPECT_EQ(f[5] & 0x0F, 2);
+        size_t dlen = f[6] | f[7] << 8;
+        EXPECT_EQ((f[2] << 8 | f[3]), int(dlen + 5));
+        EXPECT_EQ(f.size(), dlen + 10);
+        return {f[5] >> 4, Bytes(f.begin() + 8, f.end() - 2)};
+    }
+    void expect_no_traffic() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_TRUE(reader.received().empty());
+    }
+};
+
+struct Outcome {
+    Bytes wire;
+    int result;
+};
+
+}  // namespace
+
+TEST_F(Package, SendBuildsTheFrame) {
+    uint8_t one = 0x02;
+    EXPECT_EQ(Common_Package_Send(0xAA, 1, 2, 1, &one), 0);
+    ASSERT_TRUE(reader.wait_requests(1, 1000));
+    EXPECT_EQ(reader.requests()[0], (Bytes{0xA5, 0x03, 0x00, 0x06, 0xAA, 0x12, 0x01, 0x00, 0x02, 0x11, 0x03}));
+
+    Bytes big(1015, 0x01);
+    EXPECT_EQ(Common_Package_Send(0xAA, 6, 2, 1015, big.data()), -1);
+    EXPECT_EQ(Common_Package_Send(0xAA, 6, 2, 1014, big.data()), 0);
+    ASSERT_TRUE(reader.wait_requests(2, 1000));
+    EXPECT_EQ(reader.requests()[1].size(), 1024u);
+    EXPECT_EQ(reader.received().size(), 11u + 1024u);  // nothing of the refused one
+}
+
+TEST_F(Package, SendCountsATransportErrorAsSent) {
+    int keep = cur_index;
+    cur_index = 7;  // a free slot: the transport answers -1
+    EXPECT_EQ(Common_Package_Send(0xAA, 1, 2, 0, nullptr), 0);
+    cur_index = keep;
+}
+
+TEST_F(Package, ReceiveOutcomes) {
+    struct Case {
+        const char* name;
+        Bytes wire;
+        int result;
+        uint8_t type;
+        Bytes data;
+    } cases[] = {
+        {"package", pkg(7, {0x90, 0x00}), 0, 7, {0x90, 0x00}},
+        {"package with a wrong check byte", [] { Bytes f = pkg(2, {5}); f[9] ^= 0xFF; return f; }(), 0, 2, {5}},
+        {"plain 01 00", kAck, 1, 0xEE, {}},
+        {"plain 00 4C", {0xA5, 0x02, 0x00, 0x02, 0x00, 0x4C, 0x03}, 1, 0xEE, {}},
+        {"plain 00 00", kNotAck, -3, 0xEE, {}},
+        {"bad end byte", kBadEnd, -2, 0xEE, {}},
+        {"request head", pkg(2, {1}, 0xAA), -3, 0xEE, {}},
+        {"short frame", {0xA5, 0x03, 0x00, 0x09, 0xAB, 0x22}, -1, 0xEE, {}},
+        {"not a frame", frame(0x35, {1}), -1, 0xEE, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        reader.push(c.wire);
+        uint8_t type = 0xEE;
+        uint16_t len = 0xEEEE;
+        uint8_t buf[32];
+        memset(buf, 0xEE, sizeof buf);
+        EXPECT_EQ(Common_Package_Rev(&type, &len, buf), c.result);
+        EXPECT_EQ(type, c.type);
+        if (c.result == 0) {
+            ASSERT_EQ(len, c.data.size());
+            EXPECT_EQ(Bytes(buf, buf + len), c.data);
+            EXPECT_EQ(buf[len], 0xEE);
+        }
+    }
+    uint8_t type;
+    uint16_t len;
+    uint8_t buf[8];
+    EXPECT_EQ(Common_Package_Rev(nullptr, &len, buf), -1);
+    EXPECT_EQ(Common_Package_Rev(&type, nullptr, buf), -1);
+    EXPECT_EQ(Common_Package_Rev(&type, &len, nullptr), -1);
+    // Nobody talks: about a second of polls, then -1.
+    EXPECT_EQ(Common_Package_Rev(&type, &len, buf), -1);
+    EXPECT_TRUE(reader.received().empty());
+}
+
+TEST_F(Package, ClockAndParameterSetters) {
+    uint8_t rtc[8] = {0x20, 0x24, 0x05, 0x17, 0x10, 0x11, 0x12, 0x05};
+    uint8_t para[3] = {0xAB, 0xCD, 0xEF};
+    // The setters' reply outcomes, for sub-command sub.
+    auto outcomes = [](uint8_t sub) {
+        return std::vector<Outcome>{
+            {pkg(2, {sub, 0x00}), 0},  {pkg(2, {sub, 0x05}), -4}, {pkg(2, {0x7F, 0x00}), -3},
+            {pkg(2, {sub, 0x00, 0x00}), -2}, {pkg(2, {sub}), -2},  {pkg(3, {sub, 0x00}), -1},
+            {kAck, 1},                 {kNotAck, -3},             {kBadEnd, -2},
+        };
+    };
+    struct Setter {
+        const char* name;
+        uint8_t sub;
+        std::function<int()> call;
+        Bytes request;
+    } setters[] = {
+        {"SetRTC", 0x01, [&] { return Config_SetRTC(rtc); }, Bytes{0x01} + Bytes(rtc, rtc + 8)},
+        {"SetPara", 0x03, [&] { return Config_SetPara(0x0102, 3, para); }, {0x03, 0x01, 0x02, 0xAB, 0xCD, 0xEF}},
+    };
+    for (const Setter& s : setters) {
+        for (const Outcome& o : outcomes(s.sub)) {
+            SCOPED_TRACE(std::string(s.name) + " " + testing::PrintToString(o.wire));
+            reader.reply(o.wire);
+            EXPECT_EQ(s.call(), o.result);
+            EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, s.request}));
+        }
+    }
+}
+
+TEST_F(Package, ReadClock) {
+    const Bytes time = {1, 2, 3, 4, 5, 6, 7, 8};
+    struct Case {
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {pkg(2, Bytes{0x02} + time), 0},
+        {pkg(2, Bytes{0x02} + Bytes(time.begin(), time.end() - 1)), -2},
+        {pkg(2, Bytes{0x02} + time + Bytes{9}), -2},
+        {pkg(2, Bytes{0x01} + time), -3},
+        {pkg(5, Bytes{0x02} + time), -1},
+        {kAck, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        uint8_t rtc[9];
+        memset(rtc, 0xEE, sizeof rtc);
+        EXPECT_EQ(Config_ReadRTC(rtc), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, {0x02}}));
+        EXPECT_EQ(Bytes(rtc, rtc + 8), c.result == 0 ? time : Bytes(8, 0xEE));
+        EXPECT_EQ(rtc[8], 0xEE);
+    }
+}
+
+TEST_F(Package, GetParaSizesAreFixedByType) {
+    Bytes payload(40, 0);
+    for (size_t i = 0; i < payload.size(); i++) payload[i] = uint8_t(0x40 + i);
+    struct Case {
+        uint16_t paratype;
+        Bytes wire;
+        int result;
+        uint16_t len;  // 0xEEEE: untouched
+    } cases[] = {
+        {0, pkg(2, Bytes{0x04, 0x00, 0x00} + payload), 0, 12},
+        {1, pkg(2, Bytes{0x04, 0x00, 0x01} + payload), 0, 8},
+        {2, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), 0, 1},
+        {4, pkg(2, Bytes{0x04, 0x00, 0x04} + payload), 0, 0},
+        {5, pkg(2, Bytes{0x04, 0x00, 0x05} + payload), 0, 4},
+        {0x0109, pkg(2, Bytes{0x04, 0x01, 0x09} + payload), 0, 0xEEEE},  // other types write nothing
+        {0, pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(payload.begin(), payload.begin() + 11)), -1, 0xEEEE},
+        {1, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), -3, 0xEEEE},
+        {1, pkg(2, {0x04, 0x00}), -3, 0xEEEE},
+        {1, pkg(2, Bytes{0x03, 0x00, 0x01} + payload), -2, 0xEEEE},
+        {1, pkg(1, Bytes{0x04, 0x00, 0x01} + payload), -1, 0xEEEE},
+        {1, pkg(2, Bytes{0x04, 0x00, 0x01} + Bytes(126, 0)), -1, 0xEEEE},  // 129 bytes: over its reply buffer
+        {1, kAck, 1, 0xEEEE},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        uint16_t len = 0xEEEE;
+        uint8_t buf[64];
+        memset(buf, 0xEE, sizeof buf);
+        EXPECT_EQ(Config_GetPara(c.paratype, &len, buf), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, {0x04, uint8_t(c.paratype >> 8), uint8_t(c.paratype)}}));
+        EXPECT_EQ(len, c.len);
+        size_t n = c.len == 0xEEEE ? 0 : c.len;
+        EXPECT_EQ(Bytes(buf, buf + n), Bytes(payload.begin(), payload.begin() + long(n)));
+        EXPECT_EQ(buf[n], 0xEE);
+    }
+}
+
+TEST_F(Package, WorkModeTableSizesParameterThree) {
+    Bytes entries(37 * 7, 0);
+    for (size_t i = 0; i < entries.size(); i++) entries[i] = uint8_t(i);
+    const Bytes ok = pkg(2, {0x06, 0x00});
+    const Bytes table = pkg(2, Bytes{0x04, 0x00, 0x03} + entries);  // more than any size asked
+
+    reader.reply(ok);
+    ASSERT_EQ(Config_SetWorkMode(0, nullptr), 0);
+    reader.reply(pkg(2, Bytes{0x04, 0x00, 0x03} + Bytes(20, 0)));
+    uint16_t len = 0;
+    uint8_t buf[128];
+    ASSERT_EQ(Config_GetPara(3, &len, buf), 0);
+    EXPECT_EQ(len, 1);
+
+    reader.reply(ok);
+    ASSERT_EQ(Config_SetWorkMode(2, entries.data()), 0);
+    EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, Bytes{0x06, 0x02} + Bytes(entries.begin(), entries.begin() + 14)}));
+    reader.reply(pkg(2, Bytes{0x04, 0x00, 0x03} + Bytes(entries.begin(), entries.begin() + 20)));
+    ASSERT_EQ(Config_GetPara(3, &len, buf), 0);
+    EXPECT_EQ(len, 15);
+    EXPECT_EQ(Bytes(buf, buf + 15), Bytes(entries.begin(), entries.begin() + 15));
+
+    // 37 entries declare 261 data bytes, cut to 8 bits: 5 bytes go out. The
+    // count is kept all the same, and 7 x 37 + 1 bytes do not fit the
+    // 128-byte reply of the parameter read.
+    reader.reply(ok);
+    ASSERT_EQ(Config_SetWorkMode(37, entries.data()), 0);
+    EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, {0x06, 37, 0x00, 0x01, 0x02}}));
+    reader.reply(table);
+    EXPECT_EQ(Config_GetPara(3, &len, buf), -1);
+
+    Outcome cases[] = {{pkg(2, {0x06, 0x01}), -3}, {pkg(2, {0x06}), -3}, {pkg(2, {0x05, 0x00}), -2},
+                       {pkg(7, {0x06, 0x00}), -1}, {kAck, 1}};
+    for (const Outcome& o : cases) {
+        SCOPED_TRACE(testing::PrintToString(o.wire));
+        reader.reply(o.wire);
+        EXPECT_EQ(Config_SetWorkMode(1, entries.data()), o.result);
+    }
+}
+
+TEST_F(Package, AccessBytes) {
+    const Bytes access = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+    struct Case {
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {pkg(2, Bytes{0x05} + access + Bytes{0x99}), 0},
+        {pkg(2, Bytes{0x05} + Bytes(access.begin(), access.end() - 1)), -1},
+        {pkg(2, Bytes{0x04} + access), -3},
+        {pkg(3, Bytes{0x05} + access), -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        uint8_t buf[13];
+        memset(buf, 0xEE, sizeof buf);
+        EXPECT_EQ(Config_GetAccess(buf), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, {0x05}}));
+        EXPECT_EQ(Bytes(buf, buf + 12), c.result == 0 ? access : Bytes(12, 0xEE));
+        EXPECT_EQ(buf[12], 0xEE);
+    }
+}
+
+TEST_F(Package, PartitionRead) {
+    struct Case {
+        uint8_t speed, des, flag, partnum;
+        Bytes request;
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {1, 1, 3, 5, {0xF5, 0, 0, 0, 0}, pkg(10, {0x37, 0x01}), 0x37},
+        {0, 0, 1, 2, {0x12}, pkg(4, {0xC8}), 0xC8},  // the type is not checked
+        {1, 0, 0, 15, {0x8F}, pkg(10, {0x01}), 1},
+        {0, 1, 2, 0, {0x60}, kAck, 1},
+        {0, 0, 0, 0, {0x00}, kNotAck, -3},
+        {0, 0, 0, 0, {0x00}, pkg(10, {}), -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.request));
+        reader.reply(c.wire);
+        EXPECT_EQ(Requset_ReadPart(c.speed, c.des, c.flag, c.partnum, 0x77, 0x66), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{10, c.request}));
+    }
+}
+
+TEST_F(Package, PartitionWrites) {
+    uint8_t tid[8] = {0xE2, 0x80, 0x11, 0x05, 0x20, 0x00, 0x4A, 0xB1};
+    uint8_t words[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    reader.reply(pkg(11, {0x01, 0x05}));  // status bytes are not acted on
+    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 4, words), 0);
+    EXPECT_EQ(last_package(), (std::pair<int, Bytes>{11, Bytes(tid, tid + 8) + Bytes{3, 0x10, 4} + Bytes(words, words + 8)}));
+    reader.reply(pkg(12, {0x01, 0x00}));
+    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 0, words), -1);
+    reader.reply(kBadEnd);
+    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 0, words), -2);
+
+    struct Case {
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {pkg(11, {1, 0}), 0}, {pkg(11, {1, 1}), 1},    {pkg(11, {1, 5}), 0},    {pkg(11, {2, 0}), 0},
+        {pkg(11, {2, 1}), 1}, {pkg(11, {2, 2}), 2},    {pkg(11, {2, 5, 3}), 3}, {pkg(11, {2, 5, 4}), 0},
+        {pkg(11, {3, 1}), 0}, {pkg(11, {}), 0},        {pkg(12, {1, 1}), -1},   {kAck, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        EXPECT_EQ(Request_WriteSpecialPart(3, words), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{12, {1, 2, 3}}));
+    }
+}
+
+TEST_F(Package, PassThrough) {
+    uint8_t apdu[4] = {0x00, 0x84, 0x00, 0x08};
+    struct Case {
+        uint8_t slot;
+        Bytes wire;
+        int result;
+    } psam[] = {
+        {1, pkg(7, {0x90, 0x00}), 0}, {2, pkg(7, {}), 0},  {1, pkg(6, {0x90, 0x00}), -1},
+        {2, pkg(7, Bytes(17, 1)), -1},  // longer than the 16-byte reply buffer
+        {1, kAck, 1},
+    };
+    for (const Case& c : psam) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        EXPECT_EQ(Trans_Psam(c.slot, 4, apdu), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{6, Bytes{uint8_t(c.slot == 1 ? 0x10 : 0x11)} + Bytes(apdu, apdu + 4)}));
+    }
+
+    struct BufCase {
+        Bytes wire;
+        int result;
+        Bytes got;
+    } bufs[] = {
+        {pkg(3, {0xAA, 0xBB}), 0, {0xAA, 0xBB}},  // any type
+        {pkg(7, Bytes(16, 0x42)), 0, Bytes(16, 0x42)},
+        {pkg(7, Bytes(17, 0x42)), -1, {}},
+        {kNotAck, -3, {}},
+    };
+    for (const BufCase& c : bufs) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        uint16_t rxlen = 0xEEEE;
+        uint8_t rx[20];
+        memset(rx, 0xEE, sizeof rx);
+        EXPECT_EQ(Trans_Buf(0x21, 4, apdu, &rxlen, rx), c.result);
+        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{6, Bytes{0x21} + Bytes(apdu, apdu + 4)}));
+        EXPECT_EQ(rxlen, c.result == 0 ? c.got.size() : 0xEEEE);
+        EXPECT_EQ(Bytes(rx, rx + c.got.size()), c.got);
+        EXPECT_EQ(rx[c.got.size()], 0xEE);
+    }
+}
+
+TEST_F(Package, UpgradeInformationIsWaitedForWithoutSending) {
+    struct Case {
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {pkg(5, {0x03, 0x00, 0x10, 0x20, 0x30}), 0},
+        {pkg(5, {0x03}), -1},
+        {pkg(2, {0x03, 0x00, 0x10}), -1},
+        {kBadEnd, -2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.push(c.wire);
+        uint8_t opr = 0xEE, ferr = 0xEE, len = 0xEE;
+        uint8_t buf[8];
+        memset(buf, 0xEE, sizeof buf);
+        EXPECT_EQ(Update_ReadInfo(&opr, &ferr, &len, buf), c.result);
+        if (c.result == 0) {
+            EXPECT_EQ(opr, 0x03);
+            EXPECT_EQ(ferr, 0x00);
+            EXPECT_EQ(len, 3);
+            EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{0x10, 0x20, 0x30, 0xEE}));
+        } else {
+            EXPECT_EQ(opr, 0xEE);
+            EXPECT_EQ(len, 0xEE);
+        }
+    }
+    EXPECT_TRUE(reader.received().empty());
+}
+
+TEST_F(Package, BadArgumentsSendNothing) {
+    uint8_t buf[1024] = {};
+    uint16_t len = 0;
+    uint8_t b = 0;
+    int results[] = {
+        Config_SetRTC(nullptr),
+        Config_ReadRTC(nullptr),
+        Config_SetPara(1, 62, buf),  // over the 64-byte request
+        Config_SetPara(1, 1, nullptr),
+        Config_GetPara(0, nullptr, buf),
+        Config_GetPara(0, &len, nullptr),
+        Config_GetAccess(nullptr),
+        Config_SetWorkMode(73, buf),  // over the 512-byte request
+        Config_SetWorkMode(1, nullptr),
+        Request_WritePart(nullptr, 1, 0, 1, buf),
+        Request_WritePart(buf, 1, 0, 27, buf),  // over the 64-byte request
+        Request_WritePart(buf, 1, 0, 1, nullptr),
+        Request_WriteSpecialPart(65, buf),
+        Request_WriteSpecialPart(1, nullptr),
+        Trans_Psam(0, 1, buf),
+        Trans_Psam(3, 1, buf),
+        Trans_Psam(1, 512, buf),
+        Trans_Psam(1, 1, nullptr),
+        Trans_Buf(1, 1, buf, nullptr, buf),
+        Trans_Buf(1, 1, buf, &len, nullptr),
+        Trans_Buf(1, 512, buf, &len, buf),
+        Update_ReadInfo(nullptr, &b, &b, buf),
+        Update_ReadInfo(&b, &b, &b, nullptr),
+    };
+    for (size_t i = 0; i < std::size(results); i++) EXPECT_EQ(results[i], -1) << i;
+    expect_no_traffic();
+}
+
+TEST_F(Package, WorkModeCountStaysWhenTheRequestIsRefused) {
+    reader.reply(pkg(2, {0x06, 0x00}));
+    uint8_t entries[14] = {};
+    ASSERT_EQ(Config_SetWorkMode(2, entries), 0);
+    uint8_t big[600] = {};
+    EXPECT_EQ(Config_SetWorkMode(80, big), -1);
+    reader.reply(pkg(2, Bytes{0x04, 0x00, 0x03} + Bytes(20, 0)));
+    uint16_t len = 0;
+    uint8_t buf[128];
+    ASSERT_EQ(Config_GetPara(3, &len, buf), 0);
+    EXPECT_EQ(len, 15);
+}

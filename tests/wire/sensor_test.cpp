@@ -1,0 +1,304 @@
+// Sensor-tag commands against the scripted reader: request bytes and result
+// codes of the 0xA3 family, 0xB0, 0xB2 and the 0x7C family.
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "link_helpers.h"
+
+using namespace uhftest;
+
+namespace {
+
+class Sensor : public WireTest {
+protected:
+    // Data of the latest request, after checking its code.
+    Bytes last_request(uint8_t cmd) {
+        auto reqs = reader.requests();
+        if (reqs.empty()) {
+            ADD_FAILURE() << "no request";
+            return {};
+        }
+        const Bytes& f = reqs.back();
+        EXPECT_EQ(f[4], cmd);
+        return Bytes(f.begin() + 5, f.end() - 3);
+    }
+    void expect_no_traffic() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_TRUE(reader.received().empty());
+    }
+};
+
+uint8_t kMask[4] = {0xE2, 0x80, 0x11, 0x05};
+// A frame with another code: the exchange ends in -4 at its time limit.
+const Bytes kWrongCode = frame(0x99, {0x01});
+
+}  // namespace
+
+TEST_F(Sensor, LoggingRequests) {
+    struct Case {
+        const char* name;
+        std::function<int()> call;
+        Bytes reply;
+        Bytes request;
+    } cases[] = {
+        {"start, no mask, codes rounded down",
+         [] { return UHFStartLogging(1, 0x20, 0, kMask, -0.1f, 25.6f, 0x0102, 0x0304); },
+         {0x01, 0x00},
+         {0x03, 0x01, 0x00, 0x20, 0x00, 0x00, 0x03, 0xFF, 0x00, 0x66, 0x01, 0x02, 0x03, 0x04}},
+        {"start, 9-bit mask sends 2 bytes",
+         [] { return UHFStartLogging(1, 0x20, 9, kMask, -10.0f, 127.75f, 0, 0xFFFF); },
+         {0x01, 0x00},
+         {0x03, 0x01, 0x00, 0x20, 0x00, 0x09, 0xE2, 0x80, 0x03, 0xD8, 0x01, 0xFF, 0x00, 0x00, 0xFF, 0xFF}},
+        {"stop never sends the password", [] { return UHFStopLogging(3, 0x0100, 16, kMask, 0x12345678UL); },
+         {0x01, 0x00}, {0x04, 0x03, 0x01, 0x00, 0x00, 0x10, 0xE2, 0x80}},
+        {"operating mode", [] { return UHFCheckOpMode(2, 0, 32, kMask) == 0x0102 ? 0 : -9; }, {0x05, 0x01, 0x02},
+         {0x05, 0x02, 0x00, 0x00, 0x00, 0x20, 0xE2, 0x80, 0x11, 0x05}},
+        {"voltage",
+         [] {
+             float v;
+             return UHFReadTagVoltage(1, 0x20, 8, kMask, &v);
+         },
+         {0x06, 0x0C, 0xCD}, {0x06, 0x01, 0x00, 0x20, 0x00, 0x08, 0xE2}},
+        {"readings",
+         [] {
+             unsigned short total;
+             unsigned char got;
+             float t[255];
+             return UHFReadMultiTemp(1, 0x20, 0, kMask, 0x0203, 40, &total, &got, t);
+         },
+         {0x07, 0x00, 0x00, 0x00}, {0x07, 0x01, 0x00, 0x20, 0x00, 0x00, 0x02, 0x03, 40}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        reader.reply_frame(0xA4, c.reply);
+        EXPECT_EQ(c.call(), 0);
+        EXPECT_EQ(last_request(0xA3), c.request);
+    }
+}
+
+TEST_F(Sensor, StartAndStopPassTheReadersErrorCodeBack) {
+    struct Case {
+        Bytes wire;
+        int result;
+    } cases[] = {
+        {frame(0xA4, {0x01, 0x05}), 0},  // byte 0 decides first
+        {frame(0xA4, {0x00, 0x05}), 5},
+        {frame(0xA4, {0x02, 0xFF}), 255},
+        {frame(0xA4, {0x00, 0x00}), -1},
+        {frame(0xA4, {0x01}), -1},  // shorter than 2
+        {frame(0xA4, {}), -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.wire));
+        reader.reply(c.wire);
+        EXPECT_EQ(UHFStartLogging(1, 0, 0, nullptr, 0, 10, 0, 1), c.result);
+        reader.reply(c.wire);
+        EXPECT_EQ(UHFStopLogging(1, 0, 0, nullptr, 0), c.result);
+    }
+}
+
+TEST_F(Sensor, OperatingModeAndVoltageReplies) {
+    struct Case {
+        Bytes data;
+        int mode;      // UHFCheckOpMode
+        int vresult;   // UHFReadTagVoltage
+        float volts;
+    } cases[] = {
+        {{0x05, 0xFF, 0xFE}, 0xFFFE, -1, 0},
+        {{0x06, 0x0C, 0xCD}, -1, 0, 1.00006104f},
+        {{0x06, 0xFF, 0xFF}, -1, 0, 65535 * 2.5f / 8192},
+        {{0x05, 0x01}, -1, -1, 0},
+        {{0x06, 0x0C}, -1, -1, 0},
+        {{}, -1, -1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.data));
+        reader.reply_frame(0xA4, c.data);
+        EXPECT_EQ(UHFCheckOpMode(1, 0, 0, nullptr), c.mode);
+        reader.reply_frame(0xA4, c.data);
+        float v = -7.0f;
+        EXPECT_EQ(UHFReadTagVoltage(1, 0, 0, nullptr, &v), c.vresult);
+        EXPECT_FLOAT_EQ(v, c.vresult == 0 ? c.volts : -7.0f);
+    }
+}
+
+TEST_F(Sensor, ReadingsAreLittleEndianRecords) {
+    const Bytes head3 = {0x07, 0x01, 0x2C, 0x03};  // 300 held, 3 returned
+    const Bytes records = {0x66, 0x00, 0xAA, 0xBB,   // 25.5
+                           0xFF, 0x03, 0x00, 0x00,   // -1.25
+                           0xD8, 0xFF, 0x00, 0x00};  // bits above the tenth ignored: -10.0
+    struct Case {
+        const char* name;
+        Bytes data;
+        int result;
+        unsigned short total;
+        unsigned char count;
+        std::vector<float> temps;
+    } cases[] = {
+        {"three readings", head3 + records, 0, 300, 3, {25.5f, -1.25f, -10.0f}},
+        {"trailing bytes ignored", head3 + records + Bytes{0x01, 0x02}, 0, 300, 3, {25.5f, -1.25f, -10.0f}},
+        {"announces 3, carries 2", head3 + Bytes(records.begin(), records.end() - 4), -3, 300, 3, {}},
+        {"no readings", {0x07, 0x00, 0x00, 0x00}, 0, 0, 0, {}},
+        {"wrong sub-command", {0x06, 0x00, 0x01, 0x00}, -1, 0xEEEE, 0xEE, {}},
+        {"short header", {0x07, 0x00, 0x01}, -1, 0xEEEE, 0xEE, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        reader.reply_frame(0xA4, c.data);
+        unsigned short total = 0xEEEE;
+        unsigned char count = 0xEE;
+        float t[255];
+        std::fill(std::begin(t), std::end(t), 99.0f);
+        EXPECT_EQ(UHFReadMultiTemp(1, 0, 0, nullptr, 0, 3, &total, &count, t), c.result);
+        EXPECT_EQ(total, c.total);
+        EXPECT_EQ(count, c.count);
+        for (size_t i = 0; i < c.temps.size(); i++) EXPECT_FLOAT_EQ(t[i], c.temps[i]) << i;
+        EXPECT_EQ(t[c.temps.size()], 99.0f);  // nothing past the readings
+    }
+}
+
+TEST_F(Sensor, MaxReadingsFitTheReplyBuffer) {
+    Bytes data = {0x07, 0x00, 0xFF, 0xFF};
+    for (int i = 0; i < 255; i++) data = data + Bytes{uint8_t(i), 0x00, 0x00, 0x00};
+    reader.reply_frame(0xA4, data);
+    unsigned short total = 0;
+    unsigned char count = 0;
+    float t[255];
+    ASSERT_EQ(UHFReadMultiTemp(1, 0, 0, nullptr, 0, 255, &total, &count, t), 0);
+    EXPECT_EQ(count, 255);
+    EXPECT_FLOAT_EQ(t[254], 63.5f);  // code 0xFE
+}
+
+TEST_F(Sensor, DeactivateAndDwell) {
+    uint8_t pwd[4] = {0x11, 0x22, 0x33, 0x44};
+    reader.reply_frame(0xB1, {0x01});
+    EXPECT_EQ(UHFDeactivate(0xABCD, pwd, 1, 0x0120, 9, kMask), 0);
+    EXPECT_EQ(last_request(0xB0),
+              (Bytes{0xAB, 0xCD, 0x11, 0x22, 0x33, 0x44, 0x01, 0x01, 0x20, 0x00, 0x09, 0xE2, 0x80}));
+    reader.reply_frame(0xB3, {0x01, 0x77});
+    EXPECT_EQ(UHFDwell(0x01020304, 0xA0B0C0D0), 0);
+    EXPECT_EQ(last_request(0xB2), (Bytes{0x01, 0x02, 0x03, 0x04, 0xA0, 0xB0, 0xC0, 0xD0}));
+
+    struct Case {
+        Bytes data;
+        int result;
+    } cases[] = {{{0x01}, 0}, {{0x00, 0x01}, -1}, {{}, -1}};
+    for (const Case& c : cases) {
+        reader.reply_frame(0xB1, c.data);
+        EXPECT_EQ(UHFDeactivate(1, pwd, 1, 0, 0, nullptr), c.result);
+        reader.reply_frame(0xB3, c.data);
+        EXPECT_EQ(UHFDwell(1, 2), c.result);
+    }
+}
+
+TEST_F(Sensor, SensorCodeFamilyRequests) {
+    uint8_t epc[16];
+    for (int i = 0; i < 16; i++) epc[i] = uint8_t(0xE0 + i);
+    uint8_t power[2] = {0x0B, 0xB8};
+    uint8_t data[96];
+    using Read = std::function<int()>;
+    struct Case {
+        const char* name;
+        Read call;
+        uint8_t sub;
+    } cases[] = {
+        {"sensor code", [&] { return UHFGetSensorCode(epc, 2, power, data); }, 0x01},
+        {"calibration", [&] { return UHFGetCalibrationData(epc, 2, power, data); }, 0x02},
+        {"calibration EX mode 2", [&] { return UHFGetCalibrationDataEX(2, epc, 2, power, data); }, 0x02},
+        {"calibration EX mode 9", [&] { return UHFGetCalibrationDataEX(9, epc, 2, power, data); }, 0x09},
+        {"on-chip RSSI", [&] { return UHFGetOnChipRSSI(epc, 2, power, data); }, 0x03},
+        {"temperature code", [&] { return UHFGetTempertureCode(epc, 2, power, data); }, 0x04},
+        {"RSSI and temperature", [&] { return UHFGetOnChipRSSIAndTempCode(epc, 2, power, data); }, 0x05},
+    };
+    const Bytes tail = Bytes(epc, epc + 16) + Bytes{0x02, 0x0B, 0xB8};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        reader.reply_frame(0x7D, {0x01, 0x00, 0x00, 0x01, 0x12, 0x34});
+        EXPECT_EQ(c.call(), 2);
+        EXPECT_EQ(last_request(0x7C), Bytes{c.sub} + tail);
+    }
+    uint8_t cal[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    reader.reply_frame(0x7D, {0x01, 0x00});
+    EXPECT_EQ(UHFWriteCalibrationData(epc, 2, power, cal), 0);
+    EXPECT_EQ(last_request(0x7C), Bytes{0x06} + tail + Bytes(cal, cal + 8));  // 28 bytes
+}
+
+TEST_F(Sensor, SensorCodeReplies) {
+    uint8_t epc[16] = {};
+    uint8_t power[2] = {};
+    struct Case {
+        const char* name;
+        Bytes wire;
+        int result;
+        Bytes copied;
+    } cases[] = {
+        {"two words", frame(0x7D, {0x01, 0x00, 0x00, 0x02, 0xAA, 0xBB, 0xCC, 0xDD}), 4, {0xAA, 0xBB, 0xCC, 0xDD}},
+        {"no words", frame(0x7D, {0x01, 0x00, 0x00, 0x00}), 0, {}},
+        {"3 bytes", frame(0x7D, {0x01, 0x00, 0x00}), -1, {}},
+        {"status 01", frame(0x7D, {0x01, 0x01, 0x00, 0x00}), -1, {}},
+        {"marker 00", frame(0x7D, {0x00, 0x00, 0x00, 0x00}), -1, {}},
+        {"announces more words than carried", frame(0x7D, {0x01, 0x00, 0x00, 0x03, 0xAA, 0xBB, 0xCC, 0xDD}), -1, {}},
+        {"48 words fill the reply buffer", frame(0x7D, Bytes{0x01, 0x00, 0x00, 48} + Bytes(96, 0x5A)), 96,
+         Bytes(96, 0x5A)},
+        {"49 words do not fit it", frame(0x7D, Bytes{0x01, 0x00, 0x00, 49} + Bytes(98, 0x5A)), -1, {}},
+        {"only another code answers", kWrongCode, -1, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        reader.reply(c.wire);
+        uint8_t data[200];
+        memset(data, 0xEE, sizeof data);
+        EXPECT_EQ(UHFGetSensorCode(epc, 1, power, data), c.result);
+        EXPECT_EQ(Bytes(data, data + c.copied.size()), c.copied);
+        EXPECT_EQ(data[c.copied.size()], 0xEE);
+    }
+    struct WriteCase {
+        Bytes data;
+        int result;
+    } writes[] = {{{0x01, 0x00}, 0}, {{0x01}, -1}, {{0x01, 0x02}, -1}, {{0x00, 0x00}, -1}};
+    uint8_t cal[8] = {};
+    for (const WriteCase& w : writes) {
+        reader.reply_frame(0x7D, w.data);
+        EXPECT_EQ(UHFWriteCalibrationData(epc, 1, power, cal), w.result);
+    }
+}
+
+TEST_F(Sensor, BadArgumentsSendNothing) {
+    uint8_t epc[16] = {};
+    uint8_t power[2] = {};
+    uint8_t data[96];
+    uint8_t pwd[4] = {};
+    float v;
+    unsigned short total;
+    unsigned char count;
+    std::vector<uint8_t> huge(8192, 0);
+    int results[] = {
+        UHFStartLogging(1, 0, 8, nullptr, 0, 1, 0, 0),                 // mask bytes missing
+        UHFStartLogging(1, 0, 0xFFFF, huge.data(), 0, 1, 0, 0),        // over the 1024-byte request
+        UHFStopLogging(1, 0, 1, nullptr, 0),
+        UHFCheckOpMode(1, 0, 1, nullptr),
+        UHFReadTagVoltage(1, 0, 0, nullptr, nullptr),
+        UHFReadTagVoltage(1, 0, 1, nullptr, &v),
+        UHFReadMultiTemp(1, 0, 0, nullptr, 0, 1, nullptr, &count, &v),
+        UHFReadMultiTemp(1, 0, 0, nullptr, 0, 1, &total, nullptr, &v),
+        UHFReadMultiTemp(1, 0, 0, nullptr, 0, 1, &total, &count, nullptr),
+        UHFDeactivate(1, nullptr, 1, 0, 0, nullptr),
+        UHFDeactivate(1, pwd, 1, 0, 8, nullptr),
+        UHFDeactivate(1, pwd, 1, 0, 720, huge.data()),                 // 101 bytes: over the 100-byte request
+        UHFDeactivate(1, pwd, 1, 0, 0x10000, huge.data()),
+        UHFGetSensorCode(nullptr, 1, power, data),
+        UHFGetSensorCode(epc, 1, nullptr, data),
+        UHFGetSensorCode(epc, 1, power, nullptr),
+        UHFGetCalibrationDataEX(2, epc, 1, power, nullptr),
+        UHFWriteCalibrationData(epc, 1, power, nullptr),
+        UHFWriteCalibrationData(epc, 1, nullptr, data),
+    };
+    for (size_t i = 0; i < std::size(results); i++) EXPECT_EQ(results[i], -1) << i;
+    expect_no_traffic();
+}
+
+TEST_F(Sensor, SilentReaderGivesMinusOne) {
+    reader.silence();
+    EXPECT_EQ(UHFStartLogging(1, 0, 0, nullptr, 0, 1, 0, 0), -1);
+}
