@@ -30,6 +30,7 @@ void add_demo_command(CLI::App& app, Context& ctx);
 void add_info_command(CLI::App& app, Context& ctx);
 void add_settings_commands(CLI::App& app, Context& ctx);  // get, set, reset, factory-reset
 void add_tag_commands(CLI::App& app, Context& ctx);      // read, write, erase, lock, kill, permalock
+void add_sensor_commands(CLI::App& app, Context& ctx);   // sensor log|voltage|temp
 void add_upgrade_command(CLI::App& app, Context& ctx);
 void add_debug_commands(CLI::App& app, Context& ctx);     // links, raw
 

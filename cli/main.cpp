@@ -79,6 +79,7 @@ int main(int argc, char** argv) {
     add_inventory_command(app, ctx);
     add_info_command(app, ctx);
     add_tag_commands(app, ctx);
+    add_sensor_commands(app, ctx);
     add_settings_commands(app, ctx);
     add_upgrade_command(app, ctx);
     add_debug_commands(app, ctx);

@@ -8,6 +8,12 @@ SimReader::SimReader(unsigned tags, unsigned rate, unsigned seed) : tags_(tags) 
     uhfsim::SimOptions o;
     // Tags spread over the first two antennas so the antenna column means something.
     o.tags = uhfsim::TagField::random(tags, seed, 2);
+    // Every eighth tag carries a temperature sensor, for `sensor` to find.
+    for (size_t i = 0; i < o.tags.size(); i += 8) {
+        uhfsim::TempSensor sensor;
+        sensor.centi_celsius = static_cast<int16_t>(2150 + 25 * static_cast<int>(i / 8));
+        o.tags.tags()[i].sensor = sensor;
+    }
     o.engine.read_rate = rate;
     o.engine.seed = seed;
     o.engine.state.current.antenna_mask = o.engine.state.saved.antenna_mask = 0x0003;

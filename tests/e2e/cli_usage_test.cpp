@@ -75,7 +75,8 @@ class CliHelp : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CliHelp, ShowsExamplesAndExitsZero) {
     std::vector<std::string> args;
-    if (!GetParam().empty()) args.push_back(GetParam());
+    std::istringstream words(GetParam());
+    for (std::string w; words >> w;) args.push_back(w);
     args.push_back("--help");
     Result r = uhfctl(args);
     EXPECT_EQ(r.code, 0) << r.err;
@@ -85,12 +86,13 @@ TEST_P(CliHelp, ShowsExamplesAndExitsZero) {
 
 INSTANTIATE_TEST_SUITE_P(Subcommands, CliHelp,
                          ::testing::Values("", "demo", "inventory", "info", "read", "write", "erase", "lock", "kill",
-                                           "permalock", "get", "set", "reset", "factory-reset", "upgrade", "links",
-                                           "raw"),
+                                           "permalock", "sensor", "sensor log", "sensor log start", "sensor log stop",
+                                           "sensor log status", "sensor log read", "sensor voltage", "sensor temp",
+                                           "get", "set", "reset", "factory-reset", "upgrade", "links", "raw"),
                          [](const auto& info) {
                              std::string n = info.param.empty() ? "tool" : info.param;
                              for (auto& c : n)
-                                 if (c == '-') c = '_';
+                                 if (c == '-' || c == ' ') c = '_';
                              return n;
                          });
 
