@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cjson/cJSON.h>
+#include <gtest/gtest.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -18,6 +19,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "transport/servers.h"
 
 namespace clitest {
 
@@ -228,6 +231,29 @@ inline double num(const cJSON* obj, const char* key, double absent = -99999) {
     const cJSON* v = cJSON_GetObjectItemCaseSensitive(obj, key);
     return cJSON_IsNumber(v) ? v->valuedouble : absent;
 }
+
+// A virtual reader on a pseudo-terminal, named to uhfctl as a serial port.
+// Unlike a TCP connection, which gets a fresh reader each time, it keeps its
+// state from one uhfctl run to the next, as a reader on a serial line does.
+class PtyReaderTest : public ::testing::Test {
+protected:
+    void start(const uhfsim::SimOptions& o) {
+        pty = std::make_unique<uhfsim::PtyServer>(o);
+        ASSERT_TRUE(pty->start());
+    }
+    // The tag field from a JSON tag file's text.
+    static uhfsim::TagField field(const char* json) {
+        std::string err;
+        auto f = uhfsim::TagField::from_json(json, &err);
+        EXPECT_TRUE(f) << err;
+        return f ? *f : uhfsim::TagField{};
+    }
+    Result ctl(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--serial", pty->slave_path()});
+        return uhfctl(args);
+    }
+    std::unique_ptr<uhfsim::PtyServer> pty;
+};
 
 inline size_t count_lines(const std::string& text) {
     size_t n = 0;

@@ -6,7 +6,6 @@
 #include <regex>
 
 #include "cli_helpers.h"
-#include "transport/servers.h"
 
 using namespace clitest;
 
@@ -17,27 +16,19 @@ const char* kField = R"({ "tags": [
   { "epc": "E200 3412 0123 4567 89AB CDEF", "rssi": { "1": -50.0 },
     "sensor": { "temperature": 23.75 } } ] })";
 
-class CliSensor : public ::testing::Test {
+class CliSensor : public PtyReaderTest {
 protected:
     void SetUp() override {
         uhfsim::SimOptions o;
-        std::string err;
-        auto field = uhfsim::TagField::from_json(kField, &err);
-        ASSERT_TRUE(field) << err;
-        o.tags = *field;
+        o.tags = field(kField);
+        ASSERT_EQ(o.tags.size(), 2u);
         o.tags.tags()[1].sensor->battery_mv = 2750;
-        pty = std::make_unique<uhfsim::PtyServer>(o);
-        ASSERT_TRUE(pty->start());
-    }
-    Result ctl(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--serial", pty->slave_path()});
-        return uhfctl(args);
+        start(o);
     }
     // Lets the reader's clock run ahead, as if the run had gone on that long.
     void let_time_pass(std::chrono::milliseconds d) {
         pty->for_each_reader([&](uhfsim::VirtualReader& r) { r.advance(d); });
     }
-    std::unique_ptr<uhfsim::PtyServer> pty;
 };
 
 TEST_F(CliSensor, LogRunReadBackWithTimes) {

@@ -93,19 +93,9 @@ struct RoundTrip {
     std::function<bool(const uhfsim::ReaderState&)> holds;
 };
 
-class CliSettings : public ::testing::TestWithParam<RoundTrip> {
+class CliSettings : public PtyReaderTest, public ::testing::WithParamInterface<RoundTrip> {
 protected:
-    void SetUp() override {
-        pty = std::make_unique<uhfsim::PtyServer>(uhftest::sim_options(2));
-        ASSERT_TRUE(pty->start());
-        port = pty->slave_path();
-    }
-    Result ctl(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--serial", port});
-        return uhfctl(args);
-    }
-    std::unique_ptr<uhfsim::PtyServer> pty;
-    std::string port;
+    void SetUp() override { start(uhftest::sim_options(2)); }
 };
 
 TEST_P(CliSettings, SetThenGet) {

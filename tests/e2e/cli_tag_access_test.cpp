@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "cli_helpers.h"
-#include "transport/servers.h"
 
 using namespace clitest;
 
@@ -19,21 +18,14 @@ const char* kField = R"({ "tags": [
   { "epc": "3000 0000 0000 0000 0000 0001", "tid": "E280 1160 2000 0000 0000 0002",
     "rssi": { "1": -60.0 } } ] })";
 
-class CliTags : public ::testing::Test {
+class CliTags : public PtyReaderTest {
 protected:
     void SetUp() override {
         uhfsim::SimOptions o;
-        std::string err;
-        auto field = uhfsim::TagField::from_json(kField, &err);
-        ASSERT_TRUE(field) << err;
-        o.tags = *field;
+        o.tags = field(kField);
+        ASSERT_EQ(o.tags.size(), 2u);
         o.tags.tags()[1].user.assign(48, 0);  // room for a write too long for the plain command
-        pty = std::make_unique<uhfsim::PtyServer>(o);
-        ASSERT_TRUE(pty->start());
-    }
-    Result ctl(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--serial", pty->slave_path()});
-        return uhfctl(args);
+        start(o);
     }
     // What `read` prints for these arguments; "" when it failed.
     std::string read(std::vector<std::string> args) {
@@ -47,7 +39,6 @@ protected:
         pty->for_each_reader([&](uhfsim::VirtualReader& r) { t = r.field().tags()[i]; });
         return t;
     }
-    std::unique_ptr<uhfsim::PtyServer> pty;
 };
 
 struct ReadRow {
