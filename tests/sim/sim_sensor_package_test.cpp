@@ -96,17 +96,6 @@ std::vector<Pkg> packages(Bytes& out) {
 
 std::vector<Pkg> one(int type, const Bytes& data) { return {Pkg{type, data}}; }
 
-// Whole streams as text, so a mismatch shows where it is.
-std::string hex(const Bytes& b) {
-  std::string s;
-  char t[4];
-  for (uint8_t x : b) {
-    snprintf(t, sizeof t, "%02X ", x);
-    s += t;
-  }
-  return s;
-}
-
 }  // namespace
 
 TEST(SimSensor, LoggingRunRecordsAReadingPerInterval) {
@@ -357,17 +346,12 @@ TEST(SimEscapedStream, InventoryStreamsEscapedTagFrames) {
         uint16_t c = uhfsim::gen2_crc16(body);
         body = body + Bytes{uint8_t(c >> 8), uint8_t(c)};
       }
-      want.push_back(0xAA);
-      for (uint8_t x : body) {
-        if (x == 0xAA || x == 0x55 || x == 0xFF) want.push_back(0xFF);
-        want.push_back(x);
-      }
-      want.push_back(0x55);
+      want = want + escaped(body);
     };
     add(0x11, Bytes{0x00} + pc_plain + kPlainEpc + Bytes{0xFD, 0xA8, 0x01});
     add(0x26, Bytes{0x00} + pc_plain + kSensorEpc + Bytes{0x00, 0xFF, 0xFE, 0x0C, 0x01});
     add(0x11, Bytes{0x00} + pc_ff + Bytes{0xFF, 0x55, 0xAA, 0x01, 0xFD, 0xA8, 0x01});
-    EXPECT_EQ(hex(b.out), hex(want));
+    EXPECT_EQ(b.out, want);
   }
 }
 

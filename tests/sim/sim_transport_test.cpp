@@ -69,20 +69,6 @@ Bytes read_until(int fd, const std::function<bool(const Bytes&)>& done, bool* eo
   return got;
 }
 
-// True once `b` holds at least `n` whole frames.
-auto frames(size_t n) {
-  return [n](const Bytes& b) {
-    size_t i = 0, count = 0;
-    while (i + 4 <= b.size()) {
-      const size_t len = size_t{b[i + 2]} << 8 | b[i + 3];
-      if (i + len > b.size()) break;
-      i += len;
-      ++count;
-    }
-    return count >= n;
-  };
-}
-
 // Cuts the leading whole frames off a stream (a stream may end mid-frame).
 std::vector<Reply> whole_frames(const Bytes& b) {
   size_t i = 0;
@@ -93,6 +79,20 @@ std::vector<Reply> whole_frames(const Bytes& b) {
   }
   auto r = unframe(Bytes(b.begin(), b.begin() + static_cast<long>(i)));
   return r ? *r : std::vector<Reply>{};
+}
+
+// True once the bytes hold at least `n` whole frames.
+auto frames(size_t n) {
+  return [n](const Bytes& b) { return whole_frames(b).size() >= n; };
+}
+
+// Opens the slave side of a pseudo-terminal in raw mode.
+int open_raw(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY);
+  termios t{};
+  if (fd < 0 || ::tcgetattr(fd, &t) != 0) return -1;
+  cfmakeraw(&t);
+  return ::tcsetattr(fd, TCSANOW, &t) == 0 ? fd : -1;
 }
 
 SimOptions field_of(size_t n) {
@@ -110,9 +110,8 @@ TEST(SimTcp, AnswersARawSocketClient) {
   Fd c(connect_to(srv.port()));
   ASSERT_GE(c.fd, 0);
   // Two requests in one write, the second split across two writes.
-  const Bytes a = frame(0x04), b = frame(0x2E);
-  send_all(c.fd, Bytes{a.begin(), a.end()});
-  send_all(c.fd, Bytes{b.begin(), b.begin() + 3});
+  const Bytes b = frame(0x2E);
+  send_all(c.fd, frame(0x04) + Bytes{b.begin(), b.begin() + 3});
   send_all(c.fd, Bytes{b.begin() + 3, b.end()});
   send_all(c.fd, frame(0x77));
   const Bytes got = read_until(c.fd, frames(2));
@@ -211,20 +210,15 @@ TEST(SimPty, AnswersOverTheSlaveSide) {
   uhfsim::PtyServer pty(field_of(2));
   ASSERT_TRUE(pty.start()) << pty.error();
   ASSERT_FALSE(pty.slave_path().empty());
-  Fd s(::open(pty.slave_path().c_str(), O_RDWR | O_NOCTTY));
+  Fd s(open_raw(pty.slave_path()));
   ASSERT_GE(s.fd, 0);
-  termios t{};
-  ASSERT_EQ(::tcgetattr(s.fd, &t), 0);
-  cfmakeraw(&t);
-  ASSERT_EQ(::tcsetattr(s.fd, TCSANOW, &t), 0);
   send_all(s.fd, frame(0x00));
   send_all(s.fd, frame(0x80, {0x00, 0x64}));
-  const auto got = unframe(read_until(s.fd, frames(2)));
-  ASSERT_TRUE(got);
-  ASSERT_EQ(got->size(), 2u);
-  EXPECT_EQ((*got)[0], (Reply{0x01, {0x01, 0x02, 0x00}}));
-  EXPECT_EQ((*got)[1].code, 0x81);
-  EXPECT_EQ((*got)[1].data.size(), 14u + 3u);
+  const auto got = whole_frames(read_until(s.fd, frames(2)));
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0], (Reply{0x01, {0x01, 0x02, 0x00}}));
+  EXPECT_EQ(got[1].code, 0x81);
+  EXPECT_EQ(got[1].data.size(), 14u + 3u);
   EXPECT_EQ(pty.stats().requests[0x80], 1u);
 }
 
@@ -260,17 +254,10 @@ TEST(SimPty, PacesOutputToTheLineRate) {
   opts.baud = 9600;  // 960 bytes/s
   uhfsim::PtyServer pty(opts);
   ASSERT_TRUE(pty.start());
-  Fd s(::open(pty.slave_path().c_str(), O_RDWR | O_NOCTTY));
+  Fd s(open_raw(pty.slave_path()));
   ASSERT_GE(s.fd, 0);
-  termios t{};
-  ::tcgetattr(s.fd, &t);
-  cfmakeraw(&t);
-  ::tcsetattr(s.fd, TCSANOW, &t);
   Bytes requests;
-  for (int i = 0; i < 10; ++i) {
-    const Bytes f = frame(0x12);
-    requests.insert(requests.end(), f.begin(), f.end());
-  }
+  for (int i = 0; i < 10; ++i) requests = requests + frame(0x12);
   const auto start = std::chrono::steady_clock::now();
   send_all(s.fd, requests);
   const Bytes got = read_until(s.fd, frames(10));
