@@ -219,32 +219,6 @@ TEST(SimEngine, BatchStaysWithinTheHostBuffer) {
   for (size_t pos = 1; pos < d.size(); pos += 18) EXPECT_EQ(d[pos], 17);
 }
 
-TEST(SimEngine, EveryFrameFormHasAHandler) {
-  Bench b;
-  b.send({0xAA, 0x02, 0x11, 0x55});  // an escaped command nobody answers
-  b.send(frame(0x2E));
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x2F, {0x01, 0x01}}}));
-  b.send({0xA5, 0x03, 0x00, 0x06, 0xAA, 0x12, 0x01, 0x00, 0x05, 0x16, 0x03});  // access bytes
-  b.send({0xA5, 0x02, 0x00, 0x04, 0x01, 0x77, 0x00, 0x04, 0x03});              // unknown plain command
-  EXPECT_FALSE(b.out.empty());
-  EXPECT_EQ(b.reader.stats().unhandled_frames, 0u);
-}
-
-TEST(SimEngine, SubCommandHandlersWinOverTheFamilyHandler) {
-  Bench b;
-  auto& d = b.reader.dispatcher();
-  d.on(0xA1, "device settings", [](uhfsim::VirtualReader& r, const uhfsim::Request&) {
-    r.reply(0xA2, {0xEE});
-    return std::string("ok");
-  });
-  d.on_sub(0xA1, 0x08, "get beep", [](uhfsim::VirtualReader& r, const uhfsim::Request&) {
-    r.reply(0xA2, {0x08, 0x01});
-    return std::string("ok");
-  });
-  b.send(frame(0xA1, {0x08}) + frame(0xA1, {0x0D}) + frame(0xA1));
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0xA2, {0x08, 0x01}}, {0xA2, {0xEE}}, {0xA2, {0xEE}}}));
-}
-
 TEST(SimEngine, TraceGivesOneLinePerRequest) {
   std::vector<std::string> lines;
   EngineOptions opts;

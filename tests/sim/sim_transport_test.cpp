@@ -123,6 +123,13 @@ TEST(SimTcp, AnswersARawSocketClient) {
   EXPECT_EQ(st.requests[0x2E], 1u);
   EXPECT_EQ(st.unknown_codes, 1u);
   EXPECT_EQ(st.frames_sent, 3u);
+
+  uhfsim::FaultOptions f;  // faults can be set on a running server
+  f.ignore_codes = {0x2E};
+  srv.set_faults(f);
+  send_all(c.fd, frame(0x2E) + frame(0x04));
+  EXPECT_EQ(unframe(read_until(c.fd, frames(1))), (std::vector<Reply>{{0x05, {0x20, 0x24, 0x00, 0x01}}}));
+  EXPECT_EQ(srv.stats().ignored, 1u);
 }
 
 TEST(SimTcp, EachClientHasItsOwnReader) {
@@ -138,12 +145,12 @@ TEST(SimTcp, EachClientHasItsOwnReader) {
   EXPECT_EQ(srv.client_count(), 2u);
 }
 
-TEST(SimTcp, StreamsUntilStoppedThenConfirms) {
+TEST(SimTcp, StreamsUntilStoppedThenConfirmsAndStopsCleanlyWithAClient) {
   auto opts = field_of(5);
   opts.engine.read_rate = 2000;
-  uhfsim::TcpServer srv(opts);
-  ASSERT_TRUE(srv.start());
-  Fd c(connect_to(srv.port()));
+  auto srv = std::make_unique<uhfsim::TcpServer>(opts);
+  ASSERT_TRUE(srv->start());
+  Fd c(connect_to(srv->port()));
   send_all(c.fd, frame(0x82, {0x00, 0x00}));
   const auto first = whole_frames(read_until(c.fd, frames(20)));
   ASSERT_GE(first.size(), 20u);
@@ -158,6 +165,12 @@ TEST(SimTcp, StreamsUntilStoppedThenConfirms) {
   });
   ASSERT_GE(tail.size(), 9u);
   EXPECT_EQ(Bytes(tail.end() - 9, tail.end()), frame(0x8D, {0x01})) << "nothing after the stop reply";
+  send_all(c.fd, frame(0x82, {0x00, 0x00}));
+  read_until(c.fd, frames(1));
+  srv.reset();  // destructor stops the thread and closes the client
+  bool eof = false;
+  read_until(c.fd, [](const Bytes&) { return false; }, &eof);
+  EXPECT_TRUE(eof);
 }
 
 TEST(SimTcp, HangsUpAfterTheConfiguredReplyCount) {
@@ -173,31 +186,6 @@ TEST(SimTcp, HangsUpAfterTheConfiguredReplyCount) {
   EXPECT_EQ(unframe(got), (std::vector<Reply>{{0x2F, {0x01, 0x01}}, {0x2F, {0x01, 0x01}}}));
 }
 
-TEST(SimTcp, FaultsCanBeSetOnARunningServer) {
-  uhfsim::TcpServer srv(field_of(1));
-  ASSERT_TRUE(srv.start());
-  Fd c(connect_to(srv.port()));
-  uhfsim::FaultOptions f;
-  f.ignore_codes = {0x2E};
-  srv.set_faults(f);
-  send_all(c.fd, frame(0x2E));
-  send_all(c.fd, frame(0x04));
-  EXPECT_EQ(unframe(read_until(c.fd, frames(1))), (std::vector<Reply>{{0x05, {0x20, 0x24, 0x00, 0x01}}}));
-  EXPECT_EQ(srv.stats().ignored, 1u);
-}
-
-TEST(SimTcp, StopWithClientsConnectedIsClean) {
-  auto srv = std::make_unique<uhfsim::TcpServer>(field_of(2));
-  ASSERT_TRUE(srv->start());
-  Fd c(connect_to(srv->port()));
-  send_all(c.fd, frame(0x82, {0x00, 0x00}));
-  read_until(c.fd, frames(1));
-  srv.reset();  // destructor stops the thread and closes the client
-  bool eof = false;
-  read_until(c.fd, [](const Bytes&) { return false; }, &eof);
-  EXPECT_TRUE(eof);
-}
-
 TEST(SimTcp, RefusesABadListenAddress) {
   SimOptions o;
   o.host = "not-an-address";
@@ -206,8 +194,10 @@ TEST(SimTcp, RefusesABadListenAddress) {
   EXPECT_FALSE(srv.error().empty());
 }
 
-TEST(SimPty, AnswersOverTheSlaveSide) {
-  uhfsim::PtyServer pty(field_of(2));
+TEST(SimPty, AnswersOverTheSlaveSideAtTheLineRate) {
+  auto opts = field_of(2);
+  opts.baud = 9600;  // 960 bytes/s
+  uhfsim::PtyServer pty(opts);
   ASSERT_TRUE(pty.start()) << pty.error();
   ASSERT_FALSE(pty.slave_path().empty());
   Fd s(open_raw(pty.slave_path()));
@@ -220,8 +210,15 @@ TEST(SimPty, AnswersOverTheSlaveSide) {
   EXPECT_EQ(got[1].code, 0x81);
   EXPECT_EQ(got[1].data.size(), 14u + 3u);
   EXPECT_EQ(pty.stats().requests[0x80], 1u);
-}
 
+  Bytes requests;
+  for (int i = 0; i < 10; ++i) requests = requests + frame(0x12);
+  const auto start = std::chrono::steady_clock::now();
+  send_all(s.fd, requests);
+  EXPECT_EQ(read_until(s.fd, frames(10)).size(), 10u * 29u);
+  // A lower bound only: a busy machine can make this slower, never faster.
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
+}
 TEST(SimInProc, DrivesTheReaderWithATestClock) {
   uhfsim::TimePoint now{std::chrono::seconds(10)};
   auto opts = field_of(4);
@@ -247,22 +244,4 @@ TEST(SimInProc, DrivesTheReaderWithATestClock) {
   ASSERT_EQ(rest->size(), 9u);
   EXPECT_EQ(rest->back(), (Reply{0x8D, {0x01}}));
   EXPECT_EQ(link.stats().tag_reports, 400u);
-}
-
-TEST(SimPty, PacesOutputToTheLineRate) {
-  auto opts = field_of(1);
-  opts.baud = 9600;  // 960 bytes/s
-  uhfsim::PtyServer pty(opts);
-  ASSERT_TRUE(pty.start());
-  Fd s(open_raw(pty.slave_path()));
-  ASSERT_GE(s.fd, 0);
-  Bytes requests;
-  for (int i = 0; i < 10; ++i) requests = requests + frame(0x12);
-  const auto start = std::chrono::steady_clock::now();
-  send_all(s.fd, requests);
-  const Bytes got = read_until(s.fd, frames(10));
-  const auto took = std::chrono::steady_clock::now() - start;
-  ASSERT_EQ(got.size(), 10u * 29u);
-  // A lower bound only: a busy machine can make this slower, never faster.
-  EXPECT_GE(took, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
 }
