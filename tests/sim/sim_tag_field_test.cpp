@@ -140,6 +140,7 @@ TEST(SimTagField, RandomFieldIsReproducibleAndWellFormed) {
     differ += t.epc() != c.tags()[i].epc();
     EXPECT_EQ(t.pc(), 0x3000);
     EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(t.uii()));
+    EXPECT_EQ(t.tid[0], 0xE280);
     ASSERT_TRUE(t.rssi[0].has_value()) << "every random tag is seen by antenna 1";
     for (const auto& r : t.rssi) EXPECT_TRUE(!r || (*r <= uhfsim::kRssiMax && *r >= uhfsim::kRssiMin));
     EXPECT_FALSE(t.rssi[4].has_value()) << "only the first 4 antennas";
