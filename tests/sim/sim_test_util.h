@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "bytes_ops.h"
 #include "engine/virtual_reader.h"
 
 namespace simtest {
@@ -22,6 +23,17 @@ inline Bytes frame(uint8_t code, const Bytes& data = {}) {
   f.push_back(0x0D);
   f.push_back(0x0A);
   return f;
+}
+
+// An escaped frame: AA, the body with 0xFF before every AA, 55 and FF, then 55.
+inline Bytes escaped(const Bytes& body) {
+  Bytes out = {0xAA};
+  for (uint8_t x : body) {
+    if (x == 0xAA || x == 0x55 || x == 0xFF) out.push_back(0xFF);
+    out.push_back(x);
+  }
+  out.push_back(0x55);
+  return out;
 }
 
 struct Reply {
@@ -68,5 +80,22 @@ struct Bench {
   uhfsim::TimePoint now{std::chrono::seconds(1000)};
   Bytes out;
 };
+
+// Reads without RSSI jitter, so report bytes can be written down.
+inline uhfsim::EngineOptions quiet(uint32_t rate = 300) {
+  uhfsim::EngineOptions o;
+  o.rssi_jitter = 0;
+  o.read_rate = rate;
+  return o;
+}
+
+// Sends every request, and returns the replies to the last one only.
+inline std::vector<Reply> last_replies(Bench& b, const std::vector<Bytes>& requests) {
+  for (const auto& q : requests) {
+    b.out.clear();
+    b.send(q);
+  }
+  return b.take();
+}
 
 }  // namespace simtest

@@ -69,20 +69,6 @@ Bytes read_until(int fd, const std::function<bool(const Bytes&)>& done, bool* eo
   return got;
 }
 
-// True once `b` holds at least `n` whole frames.
-auto frames(size_t n) {
-  return [n](const Bytes& b) {
-    size_t i = 0, count = 0;
-    while (i + 4 <= b.size()) {
-      const size_t len = size_t{b[i + 2]} << 8 | b[i + 3];
-      if (i + len > b.size()) break;
-      i += len;
-      ++count;
-    }
-    return count >= n;
-  };
-}
-
 // Cuts the leading whole frames off a stream (a stream may end mid-frame).
 std::vector<Reply> whole_frames(const Bytes& b) {
   size_t i = 0;
@@ -93,6 +79,20 @@ std::vector<Reply> whole_frames(const Bytes& b) {
   }
   auto r = unframe(Bytes(b.begin(), b.begin() + static_cast<long>(i)));
   return r ? *r : std::vector<Reply>{};
+}
+
+// True once the bytes hold at least `n` whole frames.
+auto frames(size_t n) {
+  return [n](const Bytes& b) { return whole_frames(b).size() >= n; };
+}
+
+// Opens the slave side of a pseudo-terminal in raw mode.
+int open_raw(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY);
+  termios t{};
+  if (fd < 0 || ::tcgetattr(fd, &t) != 0) return -1;
+  cfmakeraw(&t);
+  return ::tcsetattr(fd, TCSANOW, &t) == 0 ? fd : -1;
 }
 
 SimOptions field_of(size_t n) {
@@ -110,9 +110,8 @@ TEST(SimTcp, AnswersARawSocketClient) {
   Fd c(connect_to(srv.port()));
   ASSERT_GE(c.fd, 0);
   // Two requests in one write, the second split across two writes.
-  const Bytes a = frame(0x04), b = frame(0x2E);
-  send_all(c.fd, Bytes{a.begin(), a.end()});
-  send_all(c.fd, Bytes{b.begin(), b.begin() + 3});
+  const Bytes b = frame(0x2E);
+  send_all(c.fd, frame(0x04) + Bytes{b.begin(), b.begin() + 3});
   send_all(c.fd, Bytes{b.begin() + 3, b.end()});
   send_all(c.fd, frame(0x77));
   const Bytes got = read_until(c.fd, frames(2));
@@ -124,6 +123,13 @@ TEST(SimTcp, AnswersARawSocketClient) {
   EXPECT_EQ(st.requests[0x2E], 1u);
   EXPECT_EQ(st.unknown_codes, 1u);
   EXPECT_EQ(st.frames_sent, 3u);
+
+  uhfsim::FaultOptions f;  // faults can be set on a running server
+  f.ignore_codes = {0x2E};
+  srv.set_faults(f);
+  send_all(c.fd, frame(0x2E) + frame(0x04));
+  EXPECT_EQ(unframe(read_until(c.fd, frames(1))), (std::vector<Reply>{{0x05, {0x20, 0x24, 0x00, 0x01}}}));
+  EXPECT_EQ(srv.stats().ignored, 1u);
 }
 
 TEST(SimTcp, EachClientHasItsOwnReader) {
@@ -139,12 +145,12 @@ TEST(SimTcp, EachClientHasItsOwnReader) {
   EXPECT_EQ(srv.client_count(), 2u);
 }
 
-TEST(SimTcp, StreamsUntilStoppedThenConfirms) {
+TEST(SimTcp, StreamsUntilStoppedThenConfirmsAndStopsCleanlyWithAClient) {
   auto opts = field_of(5);
   opts.engine.read_rate = 2000;
-  uhfsim::TcpServer srv(opts);
-  ASSERT_TRUE(srv.start());
-  Fd c(connect_to(srv.port()));
+  auto srv = std::make_unique<uhfsim::TcpServer>(opts);
+  ASSERT_TRUE(srv->start());
+  Fd c(connect_to(srv->port()));
   send_all(c.fd, frame(0x82, {0x00, 0x00}));
   const auto first = whole_frames(read_until(c.fd, frames(20)));
   ASSERT_GE(first.size(), 20u);
@@ -159,6 +165,12 @@ TEST(SimTcp, StreamsUntilStoppedThenConfirms) {
   });
   ASSERT_GE(tail.size(), 9u);
   EXPECT_EQ(Bytes(tail.end() - 9, tail.end()), frame(0x8D, {0x01})) << "nothing after the stop reply";
+  send_all(c.fd, frame(0x82, {0x00, 0x00}));
+  read_until(c.fd, frames(1));
+  srv.reset();  // destructor stops the thread and closes the client
+  bool eof = false;
+  read_until(c.fd, [](const Bytes&) { return false; }, &eof);
+  EXPECT_TRUE(eof);
 }
 
 TEST(SimTcp, HangsUpAfterTheConfiguredReplyCount) {
@@ -174,31 +186,6 @@ TEST(SimTcp, HangsUpAfterTheConfiguredReplyCount) {
   EXPECT_EQ(unframe(got), (std::vector<Reply>{{0x2F, {0x01, 0x01}}, {0x2F, {0x01, 0x01}}}));
 }
 
-TEST(SimTcp, FaultsCanBeSetOnARunningServer) {
-  uhfsim::TcpServer srv(field_of(1));
-  ASSERT_TRUE(srv.start());
-  Fd c(connect_to(srv.port()));
-  uhfsim::FaultOptions f;
-  f.ignore_codes = {0x2E};
-  srv.set_faults(f);
-  send_all(c.fd, frame(0x2E));
-  send_all(c.fd, frame(0x04));
-  EXPECT_EQ(unframe(read_until(c.fd, frames(1))), (std::vector<Reply>{{0x05, {0x20, 0x24, 0x00, 0x01}}}));
-  EXPECT_EQ(srv.stats().ignored, 1u);
-}
-
-TEST(SimTcp, StopWithClientsConnectedIsClean) {
-  auto srv = std::make_unique<uhfsim::TcpServer>(field_of(2));
-  ASSERT_TRUE(srv->start());
-  Fd c(connect_to(srv->port()));
-  send_all(c.fd, frame(0x82, {0x00, 0x00}));
-  read_until(c.fd, frames(1));
-  srv.reset();  // destructor stops the thread and closes the client
-  bool eof = false;
-  read_until(c.fd, [](const Bytes&) { return false; }, &eof);
-  EXPECT_TRUE(eof);
-}
-
 TEST(SimTcp, RefusesABadListenAddress) {
   SimOptions o;
   o.host = "not-an-address";
@@ -207,27 +194,31 @@ TEST(SimTcp, RefusesABadListenAddress) {
   EXPECT_FALSE(srv.error().empty());
 }
 
-TEST(SimPty, AnswersOverTheSlaveSide) {
-  uhfsim::PtyServer pty(field_of(2));
+TEST(SimPty, AnswersOverTheSlaveSideAtTheLineRate) {
+  auto opts = field_of(2);
+  opts.baud = 9600;  // 960 bytes/s
+  uhfsim::PtyServer pty(opts);
   ASSERT_TRUE(pty.start()) << pty.error();
   ASSERT_FALSE(pty.slave_path().empty());
-  Fd s(::open(pty.slave_path().c_str(), O_RDWR | O_NOCTTY));
+  Fd s(open_raw(pty.slave_path()));
   ASSERT_GE(s.fd, 0);
-  termios t{};
-  ASSERT_EQ(::tcgetattr(s.fd, &t), 0);
-  cfmakeraw(&t);
-  ASSERT_EQ(::tcsetattr(s.fd, TCSANOW, &t), 0);
   send_all(s.fd, frame(0x00));
   send_all(s.fd, frame(0x80, {0x00, 0x64}));
-  const auto got = unframe(read_until(s.fd, frames(2)));
-  ASSERT_TRUE(got);
-  ASSERT_EQ(got->size(), 2u);
-  EXPECT_EQ((*got)[0], (Reply{0x01, {0x01, 0x02, 0x00}}));
-  EXPECT_EQ((*got)[1].code, 0x81);
-  EXPECT_EQ((*got)[1].data.size(), 14u + 3u);
+  const auto got = whole_frames(read_until(s.fd, frames(2)));
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0], (Reply{0x01, {0x01, 0x02, 0x00}}));
+  EXPECT_EQ(got[1].code, 0x81);
+  EXPECT_EQ(got[1].data.size(), 14u + 3u);
   EXPECT_EQ(pty.stats().requests[0x80], 1u);
-}
 
+  Bytes requests;
+  for (int i = 0; i < 10; ++i) requests = requests + frame(0x12);
+  const auto start = std::chrono::steady_clock::now();
+  send_all(s.fd, requests);
+  EXPECT_EQ(read_until(s.fd, frames(10)).size(), 10u * 29u);
+  // A lower bound only: a busy machine can make this slower, never faster.
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
+}
 TEST(SimInProc, DrivesTheReaderWithATestClock) {
   uhfsim::TimePoint now{std::chrono::seconds(10)};
   auto opts = field_of(4);
@@ -253,29 +244,4 @@ TEST(SimInProc, DrivesTheReaderWithATestClock) {
   ASSERT_EQ(rest->size(), 9u);
   EXPECT_EQ(rest->back(), (Reply{0x8D, {0x01}}));
   EXPECT_EQ(link.stats().tag_reports, 400u);
-}
-
-TEST(SimPty, PacesOutputToTheLineRate) {
-  auto opts = field_of(1);
-  opts.baud = 9600;  // 960 bytes/s
-  uhfsim::PtyServer pty(opts);
-  ASSERT_TRUE(pty.start());
-  Fd s(::open(pty.slave_path().c_str(), O_RDWR | O_NOCTTY));
-  ASSERT_GE(s.fd, 0);
-  termios t{};
-  ::tcgetattr(s.fd, &t);
-  cfmakeraw(&t);
-  ::tcsetattr(s.fd, TCSANOW, &t);
-  Bytes requests;
-  for (int i = 0; i < 10; ++i) {
-    const Bytes f = frame(0x12);
-    requests.insert(requests.end(), f.begin(), f.end());
-  }
-  const auto start = std::chrono::steady_clock::now();
-  send_all(s.fd, requests);
-  const Bytes got = read_until(s.fd, frames(10));
-  const auto took = std::chrono::steady_clock::now() - start;
-  ASSERT_EQ(got.size(), 10u * 29u);
-  // A lower bound only: a busy machine can make this slower, never faster.
-  EXPECT_GE(took, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
 }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <regex>
+#include <cstring>
 #include <string>
 
 #include "UHF.h"
@@ -18,14 +18,10 @@ TEST(BuildStamp, ParsesCompilerDateAndTime) {
         {"Nov 11 2022", "17:07:21", "2022-11-11 17:07:21"},
         {"Jan  1 2024", "00:00:00", "2024-01-01 00:00:00"},
         {"Feb 29 2028", "23:59:59", "2028-02-29 23:59:59"},
-        {"Mar  3 2025", "01:02:03", "2025-03-03 01:02:03"},
-        {"Apr 30 2025", "12:00:00", "2025-04-30 12:00:00"},
-        {"May  9 2025", "12:00:00", "2025-05-09 12:00:00"},
-        {"Jun 10 2025", "12:00:00", "2025-06-10 12:00:00"},
-        {"Jul 31 2025", "12:00:00", "2025-07-31 12:00:00"},
-        {"Aug  8 2025", "12:00:00", "2025-08-08 12:00:00"},
-        {"Sep 15 2025", "12:00:00", "2025-09-15 12:00:00"},
-        {"Oct  2 2025", "12:00:00", "2025-10-02 12:00:00"},
+        {"Mar  3 2025", "01:02:03", "2025-03-03 01:02:03"}, {"Apr 30 2025", "12:00:00", "2025-04-30 12:00:00"},
+        {"May  9 2025", "12:00:00", "2025-05-09 12:00:00"}, {"Jun 10 2025", "12:00:00", "2025-06-10 12:00:00"},
+        {"Jul 31 2025", "12:00:00", "2025-07-31 12:00:00"}, {"Aug  8 2025", "12:00:00", "2025-08-08 12:00:00"},
+        {"Sep 15 2025", "12:00:00", "2025-09-15 12:00:00"}, {"Oct  2 2025", "12:00:00", "2025-10-02 12:00:00"},
         {"Dec 25 2026", "08:30:00", "2026-12-25 08:30:00"},
         {"Xyz  7 2025", "12:00:00", "2025-00-07 12:00:00"},
     };
@@ -42,10 +38,9 @@ TEST(BuildStamp, ExportedCallGivesAPlausibleBuildTime) {
     char out[32];
     memset(out, 0x7E, sizeof out);
     ASSERT_EQ(UHFGetVersionCode(out), 1);
-    ASSERT_EQ(out[19], '\0');
+    ASSERT_EQ(strlen(out), 19u);
     EXPECT_EQ(out[20], 0x7E);
     std::string stamp(out);
-    ASSERT_TRUE(std::regex_match(stamp, std::regex(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})"))) << stamp;
 
     // A real calendar time (month 1-12, a day that exists in that month, a
     // valid clock time) that is not in the future. strptime knows nothing of

@@ -33,6 +33,7 @@ std::vector<Bytes> run(const std::vector<Bytes>& reads, bool crc) {
 TEST(EscapedStream, FramesStoredPerMode) {
     const Bytes tag91 = {0xAA, 0x04, 0x91, 0x00, 0x12, 0x55};
     const Bytes tag11 = {0xAA, 0x04, 0x11, 0x00, 0x12, 0x55};
+    const Bytes big = Bytes{0xAA, 0x44, 0x11, 0x00} + Bytes(0x44 - 3, 0x01) + Bytes{0x55};
     struct Case {
         const char* name;
         bool crc;
@@ -69,6 +70,16 @@ TEST(EscapedStream, FramesStoredPerMode) {
         {"length byte that would wrap the slot length", true,
          {Bytes{0xAA, 0xFE, 0x91, 0x00} + Bytes(0xFE - 3, 0x01) + Bytes{0x55}}, {}},
         {"AA as the last byte", true, {{0x00, 0xAA}}, {}},
+        // 60 bytes of a 70-byte frame overflow the 50-byte carry-over: the
+        // frame is lost, the stream recovers at the next one.
+        {"carry-over longer than its buffer", false,
+         {Bytes(big.begin(), big.begin() + 60), Bytes(big.begin() + 60, big.end()), tag11}, {tag11}},
+        // A refused frame is carried with the rest of its read, so the good
+        // frame behind it is parsed again with the next read.
+        {"refused frame carried with what follows", false, {Bytes{0xAA, 0x03, 0x22, 0x00, 0x55} + tag11, {0x00}},
+         {tag11, tag11}},
+        {"frame straddling byte 500 of a read", true, {Bytes(496, 0x00) + tag91}, {}},
+        {"frame ending at byte 500", true, {Bytes(494, 0x00) + tag91}, {tag91}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -76,29 +87,3 @@ TEST(EscapedStream, FramesStoredPerMode) {
     }
 }
 
-TEST(EscapedStream, CarryOverLongerThanItsBufferIsDropped) {
-    // 60 bytes of a 70-byte frame do not fit the 50-byte carry-over: the
-    // frame is not stored, and the stream recovers at the next frame.
-    Bytes big = Bytes{0xAA, 0x44, 0x11, 0x00} + Bytes(0x44 - 3, 0x01) + Bytes{0x55};
-    const Bytes tag11 = {0xAA, 0x04, 0x11, 0x00, 0x12, 0x55};
-    std::vector<Bytes> reads = {Bytes(big.begin(), big.begin() + 60), Bytes(big.begin() + 60, big.end()), tag11};
-    EXPECT_EQ(run(reads, false), std::vector<Bytes>{tag11});
-}
-
-TEST(EscapedStream, RejectedFrameIsCarriedWithWhatFollowsIt) {
-    // Without CRC a refused frame is kept with the rest of the read, so a
-    // good frame behind it in the same read is parsed again with the next read.
-    const Bytes other = {0xAA, 0x03, 0x22, 0x00, 0x55};
-    const Bytes tag11 = {0xAA, 0x04, 0x11, 0x00, 0x12, 0x55};
-    auto stored = run({other + tag11, {0x00}}, false);
-    EXPECT_EQ(stored, (std::vector<Bytes>{tag11, tag11}));
-}
-
-TEST(EscapedStream, OnlyTheFirst500BytesOfAReadCount) {
-    const Bytes tag91 = {0xAA, 0x04, 0x91, 0x00, 0x12, 0x55};
-    Bytes read(496, 0x00);
-    read = read + tag91;  // the frame straddles byte 500
-    EXPECT_TRUE(run({read}, true).empty());
-    Bytes fits(494, 0x00);
-    EXPECT_EQ(run({fits + tag91}, true), std::vector<Bytes>{tag91});
-}

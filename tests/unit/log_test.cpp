@@ -53,31 +53,23 @@ TEST_F(Log, ClosingMasterKeepsCategoriesAndDropsHighBits) {
     EXPECT_EQ(print_debug_log, 0x80000008UL);
 }
 
-TEST_F(Log, NothingPrintsWithoutTheMasterBit) {
+static std::string printed(const char* fmt, const char* arg) {
+    testing::internal::CaptureStdout();
+    my_printf(fmt, arg);
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST_F(Log, MyPrintfNeedsTheMasterBitStampsAndCuts) {
     openLog(TRANSFER_LOG);
     const unsigned char b[] = {1, 2, 3};
     EXPECT_EQ(dump(b, 3), "");
-    testing::internal::CaptureStdout();
-    my_printf("hello %d", 5);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-}
+    EXPECT_EQ(printed("hello %s", "5"), "");
 
-TEST_F(Log, MyPrintfStampsAndAddsNewline) {
     openLog(ENABLE_LOG);
-    testing::internal::CaptureStdout();
-    my_printf("value %d\n", 42);
-    std::string out = testing::internal::GetCapturedStdout();
     // The message's own newline stays, and one more follows it.
+    const std::string out = printed("value %s\n", "42");
     EXPECT_TRUE(std::regex_match(out, std::regex(R"(\d\d:\d\d:\d\d:\d\d\d value 42\n\n)"))) << out;
-}
-
-TEST_F(Log, MyPrintfCutsLongMessages) {
-    openLog(ENABLE_LOG);
-    std::string big(5000, 'x');
-    testing::internal::CaptureStdout();
-    my_printf("%s", big.c_str());
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.size(), 13 + 1023 + 1u);  // stamp, 1023 chars, newline
+    EXPECT_EQ(printed("%s", std::string(5000, 'x').c_str()).size(), 13 + 1023 + 1u);  // stamp, 1023 chars, newline
 }
 
 TEST_F(Log, HexDumpRows) {

@@ -32,9 +32,7 @@ TEST(PackageFrame, BuildMixesByteOrdersAndChecksFromTheTypeByte) {
     EXPECT_EQ(Bytes(f.begin(), f.begin() + 8), (Bytes{0xA5, 0x03, 0x01, 0x31, 0xAA, 0xB2, 0x2C, 0x01}));
     EXPECT_EQ(f[308], 0xB2 ^ 0x2C ^ 0x01);  // 300 data bytes of 0x5A cancel out
     EXPECT_EQ(f[309], 0x03);
-}
-
-TEST(PackageFrame, NullDataSendsTheDeclaredLengthWithoutData) {
+    // Null data: the declared length goes out, without data.
     EXPECT_EQ(package(1, 3, nullptr), (Bytes{0xA5, 0x03, 0x00, 0x08, 0xAA, 0x12, 0x03, 0x00, 0x12 ^ 0x03, 0x03}));
 }
 

@@ -25,7 +25,7 @@ TEST(Request, FilterSendsCeilOfBitLengthMaskBytes) {
     struct Case {
         unsigned bits;
         size_t mask_bytes;
-    } cases[] = {{0, 0}, {1, 1}, {8, 1}, {9, 2}, {12, 2}, {16, 2}, {17, 3}, {32, 4}};
+    } cases[] = {{0, 0}, {1, 1}, {8, 1}, {9, 2}, {16, 2}, {17, 3}};
     for (const Case& c : cases) {
         RequestBuf<32> r;
         r.filter(1, 0x20, c.bits, mask);

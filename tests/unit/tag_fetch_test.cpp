@@ -45,24 +45,22 @@ TEST_F(Fetch, ReceivedExLayouts) {
         const char* name;
         Bytes report;
         Bytes expected;
+        INVENTORY_MODE mode = NORMAL_INVENTORY;
     } cases[] = {
         {"antenna, no data", kUii + kRssi + Bytes{2}, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{2}},
         {"no antenna: defaults to 1", kUii + kRssi, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}},
         {"TID data", kUii + kTid + kRssi + Bytes{3}, Bytes{14} + kUii + Bytes{12} + kTid + kRssi + Bytes{3}},
         {"short EPC", Bytes{0x08, 0x00, 0xAB, 0xCD} + kRssi + Bytes{4},
          Bytes{4, 0x08, 0x00, 0xAB, 0xCD, 0} + kRssi + Bytes{4}},
+        {"sensor value is data", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1},
+         Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        queue(c.report);
+        queue(c.report, c.mode);
         EXPECT_EQ(ex(), c.expected);
     }
     EXPECT_EQ(ex(-1), Bytes{});  // empty queue
-}
-
-TEST_F(Fetch, SensorValueIsDataToReceivedEx) {
-    queue(kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY);
-    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}));
 }
 
 TEST_F(Fetch, TagDataItems) {
@@ -98,8 +96,7 @@ TEST_F(Fetch, RssiOutsideTheWindowIsRefusedAndConsumed) {
     } cases[] = {{{0xFF, 0x06}, true},   // -250
                  {{0xFF, 0x07}, false},  // -249
                  {{0xFB, 0x50}, true},   // -1200
-                 {{0xFB, 0x4F}, false},  // -1201
-                 {{0x00, 0x10}, false}}; // positive
+                 {{0xFB, 0x4F}, false}};  // -1201
     for (const Case& c : cases) {
         queue(kUii + c.rssi + Bytes{1});
         queue(kUii + c.rssi + Bytes{1});

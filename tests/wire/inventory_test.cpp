@@ -120,19 +120,6 @@ TEST_F(Inventory, StopWithoutAThreadFails) {
     EXPECT_EQ(Stop_R2000Thread(0), -1);
 }
 
-TEST_F(Inventory, NextStartEmptiesTheQueue) {
-    confirm_stops();
-    ASSERT_EQ(UHFInventory(), 0);
-    reader.push(frame(0x83, report(5)));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(UHFStopGet(), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    ASSERT_EQ(UHFInventory(), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_TRUE(drain(1, 100).empty());
-    EXPECT_EQ(UHFStopGet(), 0);
-}
-
 TEST_F(Inventory, ReaderHangingUpNeitherCrashesNorHangs) {
     ASSERT_EQ(UHFInventory(), 0);
     reader.push(frame(0x83, report(1)));

@@ -63,22 +63,17 @@ std::string link_info() {
 
 }  // namespace
 
-TEST_F(Links, OpensTakeSlotsInRotationAndSelectTheNewest) {
-    open_n(3);
-    EXPECT_EQ(terminal_index, 3);
-    EXPECT_EQ(LinkGetSelected(), 2);
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(my_terminals[i].device_info.trans_type, TYPE_NETWORK);
-        EXPECT_EQ(my_terminals[i].device_info.id, i);
-        EXPECT_EQ(my_terminals[i].connected, 1);
-    }
-}
-
 TEST_F(Links, TwentyFirstOpenWrapsOntoSlotZeroWithIdTwenty) {
     open_n(1);
     ASSERT_EQ(SetDisconnectCallback(on_disconnect), 0);  // slot 0 selected and connected
     open_n(19);
     EXPECT_EQ(terminal_index, 20);
+    EXPECT_EQ(LinkGetSelected(), 19);  // the newest link is selected
+    for (int i = 0; i < 20; i++) {
+        EXPECT_EQ(my_terminals[i].device_info.trans_type, TYPE_NETWORK);
+        EXPECT_EQ(my_terminals[i].device_info.id, i);
+        EXPECT_EQ(my_terminals[i].connected, 1);
+    }
     open_n(1);
     EXPECT_EQ(terminal_index, 1);
     EXPECT_EQ(LinkGetSelected(), 0);

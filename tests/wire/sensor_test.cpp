@@ -205,7 +205,6 @@ TEST_F(Sensor, SensorCodeFamilyRequests) {
     } cases[] = {
         {"sensor code", [&] { return UHFGetSensorCode(epc, 2, power, data); }, 0x01},
         {"calibration", [&] { return UHFGetCalibrationData(epc, 2, power, data); }, 0x02},
-        {"calibration EX mode 2", [&] { return UHFGetCalibrationDataEX(2, epc, 2, power, data); }, 0x02},
         {"calibration EX mode 9", [&] { return UHFGetCalibrationDataEX(9, epc, 2, power, data); }, 0x09},
         {"on-chip RSSI", [&] { return UHFGetOnChipRSSI(epc, 2, power, data); }, 0x03},
         {"temperature code", [&] { return UHFGetTempertureCode(epc, 2, power, data); }, 0x04},
