@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "form_utils.h"
+#include "trans_package.h"
 #include "scripted_reader.h"
+
+using uhftest::package;
 
 namespace {
 
@@ -309,16 +312,6 @@ TEST(TransferFrame, StuffingRefusesWhatCannotBeCounted) {
     Bytes big(2 * 32766 + 4, 0x11);
     EXPECT_EQ(addPack(big.data(), 32766), 0);
     EXPECT_EQ(big.front(), 0x11);
-}
-
-ST_TransPackage package(uint8_t type, uint16_t cmd, uint16_t prop, const Bytes& content) {
-    ST_TransPackage p{};
-    p.type = type;
-    p.cmd = cmd;
-    p.prop = prop;
-    p.len = static_cast<uint16_t>(content.size());
-    std::copy(content.begin(), content.end(), p.content);
-    return p;
 }
 
 bool same_package(const ST_TransPackage& a, const ST_TransPackage& b) {

@@ -9,21 +9,12 @@
 #include <thread>
 
 #include "form_utils.h"
+#include "trans_package.h"
 #include "link_helpers.h"
 
 using namespace uhftest;
 
 namespace {
-
-ST_TransPackage package(uint8_t type, uint16_t cmd, uint16_t prop, const Bytes& content) {
-    ST_TransPackage p{};
-    p.type = type;
-    p.cmd = cmd;
-    p.prop = prop;
-    p.len = static_cast<uint16_t>(content.size());
-    std::copy(content.begin(), content.end(), p.content);
-    return p;
-}
 
 // Built by hand rather than with the codec under test.
 Bytes wire_frame(const Bytes& pkg) {
