@@ -1,5 +1,6 @@
 // The command frame (A5 5A len16 code data xor 0D 0A) and the request/reply
-// exchange; also the older escaped AA..55 frame.
+// exchange; also the escaped AA..55 frame of the amplifier status query.
+#include <errno.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -13,11 +14,13 @@ namespace {
 constexpr size_t kExchangeBuf = 2048;
 
 // Frame into out (capacity cap); returns its length, 0 when it does not fit.
+// The length field always counts n, even when a null data pointer leaves the
+// data out of the frame.
 size_t build_frame(uint8_t* out, size_t cap, uint8_t cmd, const uint8_t* data, uint16_t n, bool wide_len) {
+    unsigned len_field = n + 8u;
     if (data == nullptr) n = 0;
     size_t total = static_cast<size_t>(n) + 8;
     if (total > cap) return 0;
-    unsigned len_field = n + 8u;
     out[0] = 0xA5;
     out[1] = 0x5A;
     // The one-byte form writes a zero high byte and wraps the low one.
@@ -100,7 +103,38 @@ struct FrameParser {
     }
 };
 
+// Replies that a reader may still owe for exchanges that timed out on a slot.
+// Frames carry no sequence number, so the next exchange with the same reply
+// code takes the first matching frame for the late one and drops it. Bounds
+// keep a reader that lost the request (rather than answering late) from
+// costing more than two calls: at most two owed, forgotten after twice the
+// time limit, and after two calls in a row that only met late replies the
+// next one trusts what it gets.
+struct LateReplies {
+    uint8_t code = 0;
+    uint8_t owed = 0;
+    uint8_t streak = 0;
+    long long until = 0;
+};
+LateReplies g_late[MAX_TERMINALS];
+
+void note_timeout(LateReplies& l, uint8_t code, bool met_late, uint16_t timeout) {
+    if (met_late && ++l.streak > 2) {
+        l = LateReplies{};
+        return;
+    }
+    if (!met_late) l.streak = 0;
+    if (l.code != code) l.owed = 0;
+    l.code = code;
+    if (l.owed < 2) l.owed++;
+    l.until = getTimestamp() + 2LL * timeout;
+}
+
 }  // namespace
+
+void uhf::forget_late_replies(int tindex) {
+    if (slot_ok(tindex)) g_late[tindex] = LateReplies{};
+}
 
 int Vexa_Send(uint8_t cmd, uint8_t* sendbuf, uint8_t sendlen, int tindex) {
     uint8_t frame[255 + 8];  // the largest one-byte-length frame fits whole
@@ -117,6 +151,11 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
     size_t n = build_frame(frame, sizeof frame, cmd, sendbuf, sendlen, true);
     if (n == 0) return -1;  // would not fit the request buffer: nothing sent
     int tindex = cur_index;
+    // Whatever waits on the link now (a reply that came after an earlier
+    // command gave up) must not be taken for this command's answer. While a
+    // receive thread owns the link, the input is its reports.
+    if (uhf::slot_ok(tindex) && __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
+        uhf::discard_input(tindex);
     if (send_bytes(frame, static_cast<uint16_t>(n), tindex) < 1) return -1;
 
     static_assert(kExchangeBuf <= 0xFFFF);
@@ -125,12 +164,19 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
     int ret = -1;
     size_t iLocation = 0, parseIndex = 0;
     long long start = getTimestamp();
+    LateReplies* late = uhf::slot_ok(tindex) ? &g_late[tindex] : nullptr;
+    if (late != nullptr && late->owed > 0 && start > late->until) *late = LateReplies{};
+    bool met_late = false;
     do {
         if (iLocation > 1024) {
             // Too much without an answer: start over, even mid-frame.
             iLocation = 0;
             parseIndex = 0;
         }
+        // Wait first, then read: one poll and one read per reply on a
+        // healthy link.
+        long long left = timeout - (getTimestamp() - start);
+        int ready = left > 0 ? uhf::wait_readable(tindex, static_cast<int>(left)) : 0;
         int got = recv_bytes(buf + iLocation, static_cast<uint16_t>(kExchangeBuf - iLocation), tindex);
         if (got > 0) {
             rxsta = 0;
@@ -142,17 +188,29 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
                 if (!p.feed(buf[i])) continue;
                 parseIndex = i + 1;
                 if (static_cast<int>(p.rcmd) == cmd + 1) {
+                    if (late != nullptr && late->owed > 0 && late->code == p.rcmd) {
+                        late->owed--;
+                        met_late = true;
+                        UHF_LOG(uhf::kLogTransfer, "link id:%d,late reply 0x%02X dropped", tindex, p.rcmd);
+                        continue;
+                    }
+                    if (late != nullptr) *late = LateReplies{};
                     *recvlen = p.rlen;
                     memcpy(recvbuf, rbuf, p.rlen);
                     return 0;
                 }
                 ret = -4;
             }
-        } else {
-            long long left = timeout - (getTimestamp() - start);
-            if (left > 0) uhf::wait_readable(tindex, static_cast<int>(left));
+        } else if (ready && (got == 0 || (errno != EAGAIN && errno != EINTR))) {
+            // Readable yet nothing to read: the peer hung up. No reply can
+            // come, so fail now rather than at the time limit.
+            UHF_LOG(uhf::kLogTransfer, "link id:%d,peer hung up", tindex);
+            return ret;
         }
     } while (getTimestamp() - start < static_cast<long long>(timeout));
+    // Only silence suggests a reply still on its way: a reader that answered
+    // with another code has dealt with the request.
+    if (late != nullptr && ret == -1) note_timeout(*late, static_cast<uint8_t>(cmd + 1), met_late, timeout);
     return ret;
 }
 
@@ -179,6 +237,8 @@ uint8_t SendCommand(uint8_t* SendCommand, uint16_t SendNum) {
 uint8_t ReceiveCommand(uint8_t* ReceiveCommand, uint16_t* ReceiveNum, uint16_t waittime) {
     (void)waittime;  // the collection has its own fixed bound of about 5 s
     if (ReceiveCommand == nullptr || ReceiveNum == nullptr) return 0;
+    // No open link, no reply: do not wait out the bound for one.
+    if (uhf::backend_of(cur_index) == nullptr) return 0;
     uint8_t chunk[512];
     uint8_t collected[512];
     size_t total = 0;

@@ -2,16 +2,11 @@
 // the JSON link list and the thin exported wrappers.
 #include "terminal.h"
 
-#include <arpa/inet.h>
 #include <cjson/cJSON.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include "SerialPort.h"
 #include "globe_var.h"
 #include "log.h"
 #include "transport.h"
@@ -50,46 +45,15 @@ void setTerminalValue(ST_Terminal* pterminal, DeviceInfo* info) {
     pterminal->recv_task_running = 0;
 }
 
-ERROR_STATE dev_tcp_connect(void) {
-    ST_Terminal& t = my_terminals[cur_index];
-    t.my_socket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = inet_addr(t.device_info.telnet_addr);
-    addr.sin_port = htons(static_cast<uint16_t>(t.device_info.telnet_port));
-    if (connect(t.my_socket, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == -1) {
-        // The slot is wiped by the caller's release; close here so the
-        // descriptor is not leaked.
-        if (t.my_socket >= 0) close(t.my_socket);
-        return static_cast<ERROR_STATE>(-1);
-    }
-    int flags = fcntl(t.my_socket, F_GETFL);
-    fcntl(t.my_socket, F_SETFL, flags | O_NONBLOCK);
-    return ERR_SUCCESS;
-}
+ERROR_STATE dev_tcp_connect(void) { return kTcpBackend.open(my_terminals[cur_index]); }
 
-ERROR_STATE dev_open_usb(void) { return usbOpen() != 0 ? ERR_OPEN_USB_FAILURE : ERR_SUCCESS; }
+ERROR_STATE dev_open_usb(void) { return kUsbBackend.open(my_terminals[cur_index]); }
 
-ERROR_STATE dev_open_com(void) {
-    ST_Terminal& t = my_terminals[cur_index];
-    int fd = SerialPort_Open(t.device_info.port_path, t.device_info.baud);
-    if (fd < 1) {
-        // A descriptor of 0 would be a valid port, but counts as failure here.
-        if (fd == 0) close(fd);
-        return ERR_CONFIG_PORT_ERROR;
-    }
-    t.com_handle = fd;
-    return ERR_SUCCESS;
-}
+ERROR_STATE dev_open_com(void) { return kSerialBackend.open(my_terminals[cur_index]); }
 
 ERROR_STATE dev_open(void) {
-    ERROR_STATE r;
-    switch (my_terminals[cur_index].device_info.trans_type) {
-    case TYPE_NETWORK: r = dev_tcp_connect(); break;
-    case TYPE_USB: r = dev_open_usb(); break;
-    case TYPE_SERIAL_PORT: r = dev_open_com(); break;
-    default: r = ERR_FAILURE; break;
-    }
+    const Backend* b = backend_of(cur_index);
+    ERROR_STATE r = b != nullptr ? b->open(my_terminals[cur_index]) : ERR_FAILURE;
     if (r == ERR_SUCCESS) {
         my_terminals[cur_index].connected = 1;
         UHF_LOG(kLogBase, "terminal %d set connected", cur_index);
@@ -100,12 +64,7 @@ ERROR_STATE dev_open(void) {
 void dev_close(void) {
     ST_Terminal& t = my_terminals[cur_index];
     inventory_quiesce(cur_index);
-    switch (t.device_info.trans_type) {
-    case TYPE_NETWORK: close(t.my_socket); break;
-    case TYPE_USB: usbClose(); break;
-    case TYPE_SERIAL_PORT: close(t.com_handle); break;
-    default: break;
-    }
+    if (const Backend* b = backend_of(cur_index)) b->close(t);
 }
 
 void release_terminal(int id) {
@@ -116,6 +75,7 @@ void release_terminal(int id) {
         dev_close();
     }
     memset(&t, 0, sizeof t);
+    forget_late_replies(id);
 }
 
 ERROR_STATE create_link(DeviceInfo* info) {
@@ -305,8 +265,7 @@ int UsbDeviceLinked(void) { return getUsbDeviceLinked(); }
 int ComOpenWithBaud(const char* uart, int baud) {
     if (com_open(uart, baud) != 0) return -1;
     usleep(300000);  // let the module settle after the line opens
-    clearRxFifo(my_terminals[cur_index].com_handle);
-    clearTxFifo(my_terminals[cur_index].com_handle);
+    discard_input(cur_index, true);
     send_stop_inventory();
     UHF_MODULE_TYPE = 2;
     UHFIsOpen = 1;

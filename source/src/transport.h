@@ -1,4 +1,5 @@
-// One backend per transport type; the link layer calls only through it.
+// One backend per transport type; the link layer and the commands call only
+// through it and never ask which transport a link is on.
 #pragma once
 
 #include <stdint.h>
@@ -8,18 +9,41 @@
 namespace uhf {
 
 struct Backend {
+    // Open the transport named by t.device_info; ERR_SUCCESS or the error.
+    ERROR_STATE (*open)(ST_Terminal& t);
+    void (*close)(ST_Terminal& t);
     int (*send)(ST_Terminal& t, const uint8_t* p, uint16_t n);
     int (*recv)(ST_Terminal& t, uint8_t* p, uint16_t n);
-    // Wait at most ms for the link to become readable; never spins.
-    void (*wait)(ST_Terminal& t, int ms);
+    // Wait at most ms for input; never spins. 1 when a read will not block
+    // (data, or a hung-up peer whose read returns 0), 0 otherwise. Links
+    // without a descriptor to wait on return 0 at once: their recv waits.
+    int (*wait)(ST_Terminal& t, int ms);
+    // Drop input that is already waiting, and with output also what was
+    // written but not yet transmitted; returns the input bytes dropped.
+    int (*discard)(ST_Terminal& t, bool output);
+    // Reports have to be asked for (0xEB) rather than streamed.
+    bool polled;
 };
+
+extern const Backend kTcpBackend;
+extern const Backend kSerialBackend;
+extern const Backend kUsbBackend;
 
 // Backend of a slot's transport, or nullptr for a free slot / bad index.
 const Backend* backend_of(int tindex);
 
-// Wait up to ms for slot tindex to have input (sleeps for slots without a
-// descriptor to wait on).
-void wait_readable(int tindex, int ms);
+// Wait up to ms for slot tindex to have input (sleeps briefly for a free
+// slot). 1 when a read will not block.
+int wait_readable(int tindex, int ms);
+
+// Drop the slot's waiting input (and output when asked); logs what went.
+void discard_input(int tindex, bool output = false);
+
+// Poll fd for input: 1 readable or hung up, 0 not within ms.
+int wait_fd(int fd, int ms);
+
+// A released slot owes no late replies to its next occupant.
+void forget_late_replies(int tindex);
 
 // Valid slot index?
 inline bool slot_ok(int i) { return i >= 0 && i < MAX_TERMINALS; }

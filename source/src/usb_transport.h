@@ -7,4 +7,7 @@ namespace uhf {
 // usbClose let go without waiting included.
 int usb_receive_threads();
 
+// Drop a frame handed over for the exchange but never read; its length.
+int usb_discard_frame();
+
 }  // namespace uhf

@@ -320,6 +320,12 @@ int usbRecv(unsigned char* inBuf, uint16_t len) {
     return n;
 }
 
+int uhf::usb_discard_frame() {
+    std::lock_guard<std::mutex> lock(g_handover);
+    int n = __atomic_exchange_n(&recv_len, 0, __ATOMIC_ACQ_REL);
+    return n;
+}
+
 void* thread_usb_recv(void*) {
     {
         std::shared_lock<std::shared_mutex> lock(g_device);

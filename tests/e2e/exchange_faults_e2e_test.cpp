@@ -54,3 +54,19 @@ TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
     reset_links();
 }
 
+
+// A reader that always answers after the time limit: its late replies never
+// pass for the answer to a later call.
+TEST(ExchangeFaults, LateRepliesNeverAnswerTheNextCall) {
+    reset_links();
+    auto o = sim_options(1);
+    o.faults.delay_ms = 3000;
+    uhfsim::TcpServer srv(o);
+    ASSERT_TRUE(srv.start());
+    ASSERT_EQ(TCPConnect("127.0.0.1", srv.port()), 0);
+    for (int call = 0; call < 3; call++) {
+        uint8_t power[8] = {};
+        EXPECT_EQ(UHFGetPower(power), -1) << "call " << call;
+    }
+    reset_links();
+}

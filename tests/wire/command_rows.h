@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "link_helpers.h"
+#include "transport.h"
 
 namespace uhftest {
 
@@ -94,6 +95,7 @@ protected:
     void check_steps(const std::vector<StepRow>& rows) {
         for (const StepRow& row : rows) {
             SCOPED_TRACE(row.name);
+            uhf::forget_late_replies(cur_index);  // rows are separate scenarios
             size_t before = reader.requests().size();
             for (const Step& s : row.steps) reader.reply(s.reply);
             Outcome got = row.steps.empty() ? refused(row.call) : row.call();

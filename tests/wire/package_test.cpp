@@ -374,11 +374,16 @@ TEST_F(Package, UpgradeInformationIsWaitedForWithoutSending) {
     };
     for (const Outcome& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.wire));
-        reader.push(c.wire);
+        // Input waiting before the call is emptied first: the package comes after.
+        std::thread late([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            reader.push(c.wire);
+        });
         uint8_t opr = 0xEE, ferr = 0xEE, len = 0xEE;
         uint8_t buf[8];
         memset(buf, 0xEE, sizeof buf);
         EXPECT_EQ(Update_ReadInfo(&opr, &ferr, &len, buf), c.result);
+        late.join();
         if (c.result == 0) {
             EXPECT_EQ(opr, 0x03);
             EXPECT_EQ(ferr, 0x00);

@@ -96,7 +96,9 @@ void* Uhf_GetR2000UartData(void* arg) {
         return nullptr;
     }
     AliveGuard alive(index);
-    if (my_terminals[index].device_info.trans_type == TYPE_INVALID) {
+    // Kept for the whole run: a release may zero the slot under the thread.
+    const Backend* link = backend_of(index);
+    if (link == nullptr) {
         UHF_LOG(kLogBase, "the link is invalid");
         return nullptr;
     }
@@ -104,7 +106,7 @@ void* Uhf_GetR2000UartData(void* arg) {
     uint8_t buf[8192];
     size_t held = 0;
     while (running(index)) {
-        if (my_terminals[index].device_info.trans_type == TYPE_USB) {
+        if (link->polled) {
             usleep(2000);
             if (Vexa_Send(kBatchPoll, nullptr, 0, index) != 0) return nullptr;
         }
@@ -193,8 +195,7 @@ int UHFStopGet(void) {
             usleep(5000);
             if (!closing()) continue;
             Stop_R2000Thread(cur_index);
-            if (slot_ok(cur_index) && my_terminals[cur_index].device_info.trans_type == TYPE_SERIAL_PORT)
-                clearRxFifo(my_terminals[cur_index].com_handle);
+            discard_input(cur_index);
             return 0;
         }
     }

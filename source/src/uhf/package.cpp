@@ -77,9 +77,7 @@ int recv_package(uint8_t* type, Reply& out, size_t cap) {
 }
 
 void flush_selected_queues() {
-    if (!slot_ok(cur_index) || my_terminals[cur_index].device_info.trans_type != TYPE_SERIAL_PORT) return;
-    clearRxFifo(my_terminals[cur_index].com_handle);
-    clearTxFifo(my_terminals[cur_index].com_handle);
+    discard_input(cur_index, true);
 }
 
 }  // namespace uhf
