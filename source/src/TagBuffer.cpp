@@ -63,7 +63,12 @@ void flush_ring() {
 }  // namespace
 }  // namespace uhf
 
-void flushTagBuf(void) { uhf::flush_ring(); }
+// Every reset takes the queue's lock: a receive thread may be adding.
+void flushTagBuf(void) {
+    pthread_mutex_lock(&tag_buf_mutex);
+    uhf::flush_ring();
+    pthread_mutex_unlock(&tag_buf_mutex);
+}
 
 void initTagQueue(void) { flushTagBuf(); }
 
@@ -96,9 +101,7 @@ uint16_t addTagData(INVENTORY_MODE mode, const uint8_t* tagData, uint16_t tagLen
         UHF_LOG(kLogTagFifo, "ERROR index range");
         // Flushing under the mutex keeps a consumer from copying out a
         // record while it is being zeroed.
-        pthread_mutex_lock(&tag_buf_mutex);
         flushTagBuf();
-        pthread_mutex_unlock(&tag_buf_mutex);
         return 0;
     }
 
@@ -133,7 +136,7 @@ uint16_t getTagData(uint8_t* tag, uint16_t size) {
     }
     if (n > kMaxRecordSize) {
         UHF_LOG(kLogTagFifo, "out of range,tag size:%d", n);
-        flushTagBuf();
+        uhf::flush_ring();
         pthread_mutex_unlock(&tag_buf_mutex);
         return 0;
     }

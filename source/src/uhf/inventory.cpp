@@ -39,11 +39,24 @@ int g_threads_alive[MAX_TERMINALS];
 // its thread to do so, so no report of an earlier run is taken for a new one.
 unsigned g_threads_started = 0;
 
+// Each start bumps its slot's generation; a thread that sees a newer one than
+// its own has been replaced and leaves, even if the flag says run.
+unsigned g_generation[MAX_TERMINALS];
+
+// A thread is counted alive from before its creation (so a start right after
+// a stop sees it) until it returns.
 struct AliveGuard {
     int index;
-    explicit AliveGuard(int i) : index(i) { __atomic_add_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL); }
+    explicit AliveGuard(int i) : index(i) {}
     ~AliveGuard() { __atomic_sub_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL); }
 };
+
+int threads_alive(int index) { return __atomic_load_n(&g_threads_alive[index], __ATOMIC_ACQUIRE); }
+
+// Bounded wait for the slot's receive threads to leave.
+void wait_threads_gone(int index, int ms) {
+    for (int i = 0; i < ms && threads_alive(index) > 0; i++) usleep(1000);
+}
 
 // The UII (PC + EPC) length in bytes, from the PC's EPC-length field.
 uint16_t uii_len(const uint8_t* report) { return static_cast<uint16_t>(((report[0] >> 3) + 1) * 2); }
@@ -96,6 +109,7 @@ void* Uhf_GetR2000UartData(void* arg) {
         return nullptr;
     }
     AliveGuard alive(index);
+    const unsigned generation = __atomic_load_n(&g_generation[index], __ATOMIC_ACQUIRE);
     // Kept for the whole run: a release may zero the slot under the thread.
     const Backend* link = backend_of(index);
     if (link == nullptr) {
@@ -105,7 +119,7 @@ void* Uhf_GetR2000UartData(void* arg) {
     set_running(index, 1);
     uint8_t buf[8192];
     size_t held = 0;
-    while (running(index)) {
+    while (running(index) && __atomic_load_n(&g_generation[index], __ATOMIC_ACQUIRE) == generation) {
         if (link->polled) {
             usleep(2000);
             if (Vexa_Send(kBatchPoll, nullptr, 0, index) != 0) return nullptr;
@@ -132,17 +146,28 @@ void* Uhf_GetR2000UartData(void* arg) {
     return nullptr;
 }
 
+int uhf::inventory_threads(int index) { return slot_ok(index) ? threads_alive(index) : 0; }
+
 void uhf::inventory_quiesce(int index) {
     if (!slot_ok(index)) return;
     set_running(index, 0);
     // A pass of the thread lasts one read or a 10 ms wait; give it ample time.
-    for (int i = 0; i < 500 && __atomic_load_n(&g_threads_alive[index], __ATOMIC_ACQUIRE) > 0; i++) usleep(1000);
+    wait_threads_gone(index, 500);
 }
 
 int Creat_R2000Thread(int index) {
     UHF_LOG(kLogBase, "Create pthread id:%d", index);
+    // One receive thread per link: the previous one (told to stop) gets a
+    // few hundred ms to leave before its successor empties the queue.
+    bool slot = slot_ok(index);
+    if (slot) {
+        wait_threads_gone(index, 300);
+        __atomic_add_fetch(&g_generation[index], 1, __ATOMIC_ACQ_REL);
+        __atomic_add_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL);
+    }
     pthread_t tid;
     if (pthread_create(&tid, nullptr, Uhf_GetR2000UartData, reinterpret_cast<void*>(static_cast<intptr_t>(index))) != 0) {
+        if (slot) __atomic_sub_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL);
         UHF_LOG(kLogBase, "Create pthread error!");
         return -1;
     }

@@ -7,4 +7,7 @@ namespace uhf {
 // they have left, so the slot can be closed and wiped under nobody's feet.
 void inventory_quiesce(int index);
 
+// Receive threads of slot index started and not yet returned.
+int inventory_threads(int index);
+
 }  // namespace uhf
