@@ -36,7 +36,7 @@ bool TcpServer::start() {
     error_ = "bad listen address " + opts_.host;
     return false;
   }
-  if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_fd_, 8) != 0) {
+  if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_fd_, SOMAXCONN) != 0) {
     error_ = "cannot listen on " + opts_.host + ":" + std::to_string(opts_.port) + ": " + std::strerror(errno);
     ::close(listen_fd_);
     listen_fd_ = -1;
@@ -77,9 +77,12 @@ void TcpServer::loop() {
       while (::read(wake_[0], buf, sizeof buf) > 0) {
       }
 
+    // Take every waiting connection at once: a burst of clients must not sit
+    // in the backlog waiting for TCP retries.
     if (fds[1].revents & POLLIN) {
-      const int c = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-      if (c >= 0) {
+      for (;;) {
+        const int c = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (c < 0) break;
         const int one = 1;
         ::setsockopt(c, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
         auto l = std::make_unique<Link>();
