@@ -111,15 +111,34 @@ TEST_F(Fetch, RssiOutsideTheWindowIsRefusedAndConsumed) {
     }
 }
 
+// The last 17 bytes of the report are copied even when the report is shorter:
+// they then begin in the record's link id and mode bytes. Only a report too
+// short for that (under 14 bytes) is refused.
 TEST_F(Fetch, TempTagLayout) {
-    Bytes report = kUii + Bytes{0xAA, 0xBB} + kRssi + Bytes{2};  // 19 bytes
-    queue(report);
-    uint8_t out[96];
+    const Bytes uii8 = {0x20, 0x00, 1, 2, 3, 4, 5, 6, 7, 8};  // PC + 8-byte EPC
+    const Bytes long_report = kUii + Bytes{0xAA, 0xBB} + kRssi + Bytes{2};  // 19 bytes
+    const Bytes short_report = uii8 + Bytes{0xAA, 0xBB} + kRssi + Bytes{1};  // 15 bytes
+    struct Case {
+        Bytes report, uii, tail;
+        int result;
+    } cases[] = {
+        {long_report, kUii, Bytes(long_report.end() - 17, long_report.end()), 0},
+        {short_report, uii8, Bytes{0x02, NORMAL_INVENTORY} + short_report, 0},
+        {Bytes(short_report.begin() + 2, short_report.end()), {}, {}, -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.report.size());
+        queue(c.report);
+        uint8_t out[96];
+        int n = 0;
+        ASSERT_EQ(UHF_GetTempTagReceived(&n, out), c.result);
+        if (c.result != 0) continue;
+        EXPECT_EQ(n, int(c.report.size()) + 2);
+        Bytes want = Bytes{uint8_t(c.uii.size())} + c.uii + Bytes{0} + c.tail;
+        EXPECT_EQ(Bytes(out, out + want.size()), want);
+    }
     int n = 0;
-    ASSERT_EQ(UHF_GetTempTagReceived(&n, out), 0);
-    EXPECT_EQ(n, int(report.size()) + 2);
-    Bytes want = Bytes{14} + kUii + Bytes{0} + Bytes(report.end() - 17, report.end());
-    EXPECT_EQ(Bytes(out, out + want.size()), want);
+    uint8_t out[96];
     EXPECT_EQ(UHF_GetTempTagReceived(&n, out), -1);  // empty
 }
 

@@ -318,12 +318,17 @@ int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii) {
     if (m == 3 || m - 3 > 250) return -1;
     const uint8_t* report = rec + 3;
     const unsigned n = m + 1;
+    // The last 17 bytes are copied from wherever they begin, the record's
+    // link id and mode included; only a report so short that they would begin
+    // before the record is refused.
+    if (n + 3 < 17) return -1;
     const unsigned L = uii_len(report);
-    if (n < L || n < 17) return -1;  // too short for the fixed layout
+    // A PC claiming more than the report holds reads zeros, not stale bytes.
+    if (n < L) memset(rec + 3 + n, 0, L - n);
     uUii[0] = static_cast<uint8_t>(L);
     memcpy(uUii + 1, report, L);
     uUii[L + 1] = 0;
-    memcpy(uUii + L + 2, report + n - 17, 17);
+    memcpy(uUii + L + 2, rec + 3 + n - 17, 17);
     if (!rssi_ok(static_cast<uint16_t>(report[m - 2] << 8 | report[m - 1]))) return -1;
     // The length counts the report plus two, not the bytes written.
     *uLenUii = static_cast<int>(m + 3);
