@@ -28,7 +28,16 @@ enum {
 };
 
 /* One item of a data-cell list. pdata points into the receive buffer and is
- * valid only during the callback. */
+ * valid only during the callback.
+ *
+ * len is what the frame claims, not what it carried: an EPC cell's length
+ * comes from the PC word and a TID cell always claims 12 bytes, so a short or
+ * lying frame yields cells that reach past its end. Reading len bytes never
+ * faults (the cells stay inside the library's receive buffer), but bytes past
+ * the frame are left over from earlier frames. Safe use: copy the cells out
+ * during the callback, and trust a cell's bytes only up to where the next
+ * cell of the same list begins (cells are laid out in frame order), or check
+ * the EPC against its PC word before acting on it. */
 typedef struct ST_UHF_DATA_CELL {
     uint8_t type; /* CELL_* */
     uint16_t len;

@@ -89,7 +89,10 @@ UHF_API int LinkGetSelected(void);
  * zero-terminated). Returns bytes written including the zero, 0 if len < 1. */
 UHF_API int LinkGetInfo(char* info, int len);
 UHF_API void LinkCloseAll(void);
-/* Raw bytes on the selected link; Len is cut to 16 bits. Transport result. */
+/* Raw bytes on the selected link; the transport's result. Len is cut to its
+ * low 16 bits before use: a negative Len becomes up to 65535 and RecvBytes
+ * then writes up to that many bytes, so pass a Len between 0 and the size of
+ * the buffer. */
 UHF_API int SendBytes(const unsigned char* pszData, int Len);
 UHF_API int RecvBytes(unsigned char* pszData, int Len);
 /* USB HID link to the reader (2047:0301). 0, or ERR_OPEN_USB_FAILURE. */
