@@ -34,10 +34,10 @@ enum {
  * comes from the PC word and a TID cell always claims 12 bytes, so a short or
  * lying frame yields cells that reach past its end. Reading len bytes never
  * faults (the cells stay inside the library's receive buffer), but bytes past
- * the frame are left over from earlier frames. Safe use: copy the cells out
- * during the callback, and trust a cell's bytes only up to where the next
- * cell of the same list begins (cells are laid out in frame order), or check
- * the EPC against its PC word before acting on it. */
+ * the frame are left over from earlier frames. Safe use: the RSSI cell of a
+ * list always lies inside the frame, at its end; copy the other cells out
+ * during the callback, each cut to the bytes before the RSSI cell's pdata:
+ *     n = min(cell->len, rssi->pdata - cell->pdata)   (none when negative) */
 typedef struct ST_UHF_DATA_CELL {
     uint8_t type; /* CELL_* */
     uint16_t len;
