@@ -21,6 +21,11 @@ struct Backend {
     // Drop input that is already waiting, and with output also what was
     // written but not yet transmitted; returns the input bytes dropped.
     int (*discard)(ST_Terminal& t, bool output);
+    // The descriptor to poll for input, -1 when there is none to wait on.
+    int (*descriptor)(const ST_Terminal& t);
+    // Look at waiting input without consuming it; nullptr where the
+    // transport cannot.
+    int (*peek)(ST_Terminal& t, uint8_t* p, uint16_t n);
     // Reports have to be asked for (0xEB) rather than streamed.
     bool polled;
 };

@@ -40,8 +40,11 @@ int serial_recv(ST_Terminal& t, uint8_t* p, uint16_t n) { return receive_serial_
 
 int serial_wait(ST_Terminal& t, int ms) { return wait_fd(t.com_handle, ms); }
 
+int serial_descriptor(const ST_Terminal& t) { return t.com_handle; }
+
 }  // namespace
 
-const Backend kSerialBackend = {serial_open, serial_close, serial_send, serial_recv, serial_wait, serial_discard, false};
+const Backend kSerialBackend = {serial_open, serial_close,   serial_send,       serial_recv, serial_wait,
+                                serial_discard, serial_descriptor, nullptr, false};
 
 }  // namespace uhf

@@ -15,8 +15,10 @@ int usb_recv(ST_Terminal&, uint8_t* p, uint16_t n) { return usbRecv(p, n); }
 int usb_wait(ST_Terminal&, int) { return 0; }
 int usb_discard(ST_Terminal&, bool) { return usb_discard_frame(); }
 
+int usb_descriptor(const ST_Terminal&) { return -1; }
+
 }  // namespace
 
-const Backend kUsbBackend = {usb_open, usb_close, usb_send, usb_recv, usb_wait, usb_discard, true};
+const Backend kUsbBackend = {usb_open, usb_close, usb_send, usb_recv, usb_wait, usb_discard, usb_descriptor, nullptr, true};
 
 }  // namespace uhf

@@ -1,9 +1,12 @@
 // Continuous inventory: start, the per-link receive thread that cuts tag
 // reports out of the byte stream into the tag record queue, the stop
 // handshake, and the three fetch calls that unpack one queued report.
+#include <errno.h>
+#include <poll.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "UHF.h"
@@ -22,7 +25,15 @@ constexpr uint8_t kReport = 0x83;
 constexpr uint8_t kSensorReport = 0x7F;
 constexpr uint8_t kBatchPoll = 0xEB;
 constexpr uint8_t kBatch = 0xEC;
-constexpr useconds_t kCoalesceUs = 10000;
+// A polled link pauses this long after a poll that brought nothing.
+constexpr useconds_t kEmptyPollPauseUs = 10000;
+constexpr useconds_t kPollGapUs = 2000;
+// A streaming link sleeps in poll until input or a stop arrives; the
+// time-out only bounds how long a lost wake-up could go unnoticed.
+constexpr int kIdleWaitMs = 1000;
+// Reads stay below 4096 bytes: a larger read would be thrown away whole,
+// and with it every report it carried.
+constexpr size_t kMaxRead = 4095;
 
 // Flags shared between the receive thread and the application's thread.
 unsigned char running(int index) { return __atomic_load_n(&my_terminals[index].recv_task_running, __ATOMIC_ACQUIRE); }
@@ -51,6 +62,24 @@ struct AliveGuard {
     ~AliveGuard() { __atomic_sub_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL); }
 };
 
+// Per slot: an eventfd that wakes the receive thread to stop. Made once per
+// slot on the application's thread and kept for the life of the process.
+int g_wake[MAX_TERMINALS];
+bool g_wake_made[MAX_TERMINALS];
+
+void make_wake(int index) {
+    if (g_wake_made[index]) return;
+    g_wake[index] = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    g_wake_made[index] = g_wake[index] >= 0;
+}
+
+void wake(int index) {
+    if (!g_wake_made[index]) return;
+    uint64_t one = 1;
+    ssize_t r = write(g_wake[index], &one, sizeof one);
+    (void)r;  // a full counter already wakes the thread
+}
+
 int threads_alive(int index) { return __atomic_load_n(&g_threads_alive[index], __ATOMIC_ACQUIRE); }
 
 // Bounded wait for the slot's receive threads to leave.
@@ -68,8 +97,9 @@ bool rssi_ok(uint16_t raw) {
     return neg >= 250 && neg <= 1200;
 }
 
-// Queue every frame found in buf[0, len); true when at least one was taken.
-bool consume_frames(const uint8_t* buf, size_t len, int index) {
+// Queue every frame found in buf[0, len); returns where the last frame taken
+// ends, 0 when none was.
+size_t consume_frames(const uint8_t* buf, size_t len, int index) {
     size_t parse = 0;
     while (parse < len) {
         int off = searchPack(buf + parse, static_cast<int>(len - parse));
@@ -93,7 +123,53 @@ bool consume_frames(const uint8_t* buf, size_t len, int index) {
             break;  // whatever follows the stop reply is dropped with the buffer
         }
     }
-    return parse != 0;
+    return parse;
+}
+
+// Could p[0, n) be the start of a frame still arriving? The same start bytes
+// and length bounds as the frame search.
+bool frame_prefix(const uint8_t* p, size_t n) {
+    if (n == 0 || (p[0] != 0xA5 && p[0] != 0xC8)) return false;
+    if (n >= 2 && p[1] != 0x5A && p[1] != 0x8C) return false;
+    if (n < 4) return true;
+    unsigned flen = static_cast<unsigned>(p[2] << 8 | p[3]);
+    return flen >= 8 && flen <= 4096 && n < flen;
+}
+
+// One pass of reading on a link that streams. Reads end on frame boundaries
+// so that the discard of a trailing partial frame finds nothing to discard
+// while the stream is healthy: a socket is looked at first and only its
+// whole frames consumed; on other links the start of a frame that a read
+// ends inside is kept for the next read. Returns the read's result.
+int read_stream(const Backend* link, int index, uint8_t* buf, size_t cap, size_t& held) {
+    ST_Terminal& t = my_terminals[index];
+    size_t room = cap - held;
+    if (room > kMaxRead) room = kMaxRead;
+    if (link->peek != nullptr) {
+        int n = link->peek(t, buf + held, static_cast<uint16_t>(room));
+        if (n < 1) return n;
+        size_t end = consume_frames(buf, held + static_cast<size_t>(n), index);
+        // After the stop reply the rest of what was looked at goes too, as
+        // it would with a plain read.
+        size_t take = end > held && !closing() ? end - held : static_cast<size_t>(n);
+        int got = recv_bytes(buf + held, static_cast<uint16_t>(take), index);
+        held = end > 0 ? 0 : held + static_cast<size_t>(n);
+        return got;
+    }
+    int n = recv_bytes(buf + held, static_cast<uint16_t>(room), index);
+    UHF_LOG(kLogBase, "thread %d is runnning, recv2:%d", index, n);
+    if (n < 1 || n > static_cast<int>(kMaxRead)) return n;
+    size_t total = held + static_cast<size_t>(n);
+    size_t end = consume_frames(buf, total, index);
+    if (end == 0) {
+        held = total;  // no frame yet: keep the bytes and read more
+    } else if (frame_prefix(buf + end, total - end)) {
+        held = total - end;
+        memmove(buf, buf + end, held);
+    } else {
+        held = 0;  // the stream really broke off inside a frame
+    }
+    return n;
 }
 
 }  // namespace
@@ -119,29 +195,39 @@ void* Uhf_GetR2000UartData(void* arg) {
     set_running(index, 1);
     uint8_t buf[8192];
     size_t held = 0;
+    bool hung_up = false;
+    const int fd = link->descriptor(my_terminals[index]);
     while (running(index) && __atomic_load_n(&g_generation[index], __ATOMIC_ACQUIRE) == generation) {
-        if (link->polled) {
-            usleep(2000);
-            if (Vexa_Send(kBatchPoll, nullptr, 0, index) != 0) return nullptr;
-        }
         if (held > 4096) held = 0;
-        // Reads stay below 4096 bytes: a larger read would be thrown away
-        // whole, and with it every report it carried.
-        size_t room = sizeof buf - held;
-        if (room > 4095) room = 4095;
-        int n = recv_bytes(buf + held, static_cast<uint16_t>(room), index);
-        UHF_LOG(kLogBase, "thread %d is runnning, recv2:%d", index, n);
-        if (n < 1 || n > 4095) {
-            wait_readable(index, 10);
+        if (link->polled) {
+            // Reports are asked for: a poll, one frame back, and a pause
+            // only when the poll brought nothing.
+            usleep(kPollGapUs);
+            if (Vexa_Send(kBatchPoll, nullptr, 0, index) != 0) return nullptr;
+            int n = recv_bytes(buf, static_cast<uint16_t>(kMaxRead), index);
+            UHF_LOG(kLogBase, "thread %d is runnning, recv2:%d", index, n);
+            if (n < 1 || n > static_cast<int>(kMaxRead)) {
+                usleep(kEmptyPollPauseUs);
+                continue;
+            }
+            consume_frames(buf, static_cast<size_t>(n), index);
             continue;
         }
-        held += static_cast<size_t>(n);
-        // A trailing partial frame goes with the buffer once any frame was
-        // found: the reader's stream restarts cleanly at frame boundaries.
-        if (consume_frames(buf, held, index)) held = 0;
-        // The link is drained: let a few more reports gather before the next
-        // read, so a slow stream does not cost a wake-up per report.
-        if (static_cast<size_t>(n) < room) usleep(kCoalesceUs);
+        // Sleep until the link has input or a stop arrives. A peer that hung
+        // up leaves only the stop to wait for.
+        pollfd fds[2] = {{hung_up ? -1 : fd, POLLIN, 0}, {g_wake[index], POLLIN, 0}};
+        if (poll(fds, 2, kIdleWaitMs) <= 0) continue;
+        if (fds[1].revents & POLLIN) {
+            uint64_t count;
+            ssize_t r = read(g_wake[index], &count, sizeof count);
+            (void)r;
+        }
+        if (!(fds[0].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+        int n = read_stream(link, index, buf, sizeof buf, held);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+            UHF_LOG(kLogBase, "thread %d: the link hung up", index);
+            hung_up = true;
+        }
     }
     return nullptr;
 }
@@ -151,6 +237,7 @@ int uhf::inventory_threads(int index) { return slot_ok(index) ? threads_alive(in
 void uhf::inventory_quiesce(int index) {
     if (!slot_ok(index)) return;
     set_running(index, 0);
+    wake(index);
     // A pass of the thread lasts one read or a 10 ms wait; give it ample time.
     wait_threads_gone(index, 500);
 }
@@ -161,6 +248,8 @@ int Creat_R2000Thread(int index) {
     // few hundred ms to leave before its successor empties the queue.
     bool slot = slot_ok(index);
     if (slot) {
+        make_wake(index);
+        wake(index);
         wait_threads_gone(index, 300);
         __atomic_add_fetch(&g_generation[index], 1, __ATOMIC_ACQ_REL);
         __atomic_add_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL);
@@ -181,6 +270,7 @@ int Stop_R2000Thread(int index) {
     (void)index;  // the selected link is the one stopped
     if (!slot_ok(cur_index) || running(cur_index) == 0) return -1;
     set_running(cur_index, 0);
+    wake(cur_index);
     return 0;
 }
 
