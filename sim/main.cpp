@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
   size_t random_tags = 0;
   uint64_t seed = 1;
   int antennas = 4;
-  uint32_t rate = 300, baud = 115200;
+  uint32_t rate = 300, baud = 115200, chunk = 0;
   unsigned user_addr = 0, user_words = 0;
   std::vector<std::string> ignore;
   FaultOptions faults;
@@ -66,6 +66,8 @@ int main(int argc, char** argv) {
   app.add_option("--tcp", tcp, "Listen on [HOST:]PORT (default host 127.0.0.1; port 0 = any free port)");
   app.add_flag("--pty", pty, "Open a pseudo-terminal and print its path (the host opens it as a serial port)");
   app.add_option("--baud", baud, "Line rate the pty output is paced to (bytes/s = baud/10)")->capture_default_str();
+  app.add_option("--chunk", chunk, "Write the pty output in pieces of N bytes, as a UART or USB-serial adapter delivers it")
+      ->check(CLI::Range(1u, 4096u));
   auto* tags_opt = app.add_option("--tags", tags_file, "Load the tag field from a JSON file (format: sim/README.md)");
   app.add_option("--random-tags", random_tags, "Generate N random tags instead")->excludes(tags_opt);
   app.add_option("--seed", seed, "Seed for random tags, RSSI jitter and faults")->capture_default_str();
@@ -112,6 +114,7 @@ int main(int argc, char** argv) {
 
   SimOptions opts;
   opts.baud = baud;
+  opts.chunk = chunk;
   opts.faults = faults;
   if (!tcp.empty() && !parse_endpoint(tcp, opts.host, opts.port)) {
     std::cerr << "uhfsim: --tcp " << tcp << ": expected [HOST:]PORT\n";
@@ -189,9 +192,10 @@ int main(int argc, char** argv) {
     pty_server->stop();
     total.merge(pty_server->stats());
   }
-  std::printf("stopped: %llu requests, %llu frames sent, %llu tag reports, %llu unknown codes\n",
+  std::printf("stopped: %llu requests, %llu frames sent, %llu tag reports, %llu unknown codes, %llu reads missed\n",
               static_cast<unsigned long long>(total.total_requests()),
               static_cast<unsigned long long>(total.frames_sent), static_cast<unsigned long long>(total.tag_reports),
-              static_cast<unsigned long long>(total.unknown_codes));
+              static_cast<unsigned long long>(total.unknown_codes),
+              static_cast<unsigned long long>(total.missed_reads));
   return 0;
 }

@@ -21,6 +21,7 @@ void EngineStats::merge(const EngineStats& o) {
   ignored += o.ignored;
   unhandled_frames += o.unhandled_frames;
   skipped_bytes += o.skipped_bytes;
+  missed_reads += o.missed_reads;
 }
 
 VirtualReader::VirtualReader(TagField field, EngineOptions opts)
@@ -148,7 +149,10 @@ void VirtualReader::pump(TimePoint now) {
   if (elapsed <= 0) return;
   const uint64_t due = static_cast<uint64_t>(static_cast<unsigned __int128>(elapsed) * rate / 1'000'000'000ull);
   const uint64_t backlog = std::max<uint64_t>(1, rate * static_cast<uint64_t>(opts_.max_backlog.count()) / 1000);
-  if (due > slots_done_ + backlog) slots_done_ = due - backlog;  // a real module just misses them
+  if (due > slots_done_ + backlog) {  // a real module just misses them
+    stats_.missed_reads += due - backlog - slots_done_;
+    slots_done_ = due - backlog;
+  }
   if (due <= slots_done_) return;
 
   const auto plan = read_plan();

@@ -51,6 +51,7 @@ struct EngineStats {
   uint64_t ignored = 0;         // requests dropped on purpose (ignored_codes)
   uint64_t unhandled_frames = 0;  // packaged, plain or escaped frames without a handler
   uint64_t skipped_bytes = 0;   // junk and broken frames
+  uint64_t missed_reads = 0;    // reads the line had no room for, lost as a module loses them
 
   uint64_t total_requests() const;
   void merge(const EngineStats& o);

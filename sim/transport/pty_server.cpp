@@ -11,7 +11,10 @@
 
 namespace uhfsim {
 
-PtyServer::PtyServer(SimOptions opts) : ServerBase(std::move(opts)) {}
+PtyServer::PtyServer(SimOptions opts) : ServerBase(std::move(opts)) {
+  // Reads owed beyond a few ms are lost: the line, not a queue, sets the pace.
+  opts_.engine.max_backlog = std::chrono::milliseconds(5);
+}
 
 PtyServer::~PtyServer() {
   stop();
@@ -52,12 +55,13 @@ void PtyServer::loop() {
   }
   uint8_t buf[4096];
   const uint32_t baud = opts_.baud;
+  const size_t backed_up = line_backed_up(baud);
 
   while (!stop_) {
     int timeout;
     {
       std::lock_guard<std::mutex> lock(mu_);
-      timeout = poll_timeout_ms({&link}, Clock::now());
+      timeout = poll_timeout_ms({&link}, Clock::now(), backed_up);
     }
     pollfd fds[2] = {{wake_[0], POLLIN, 0}, {master_, static_cast<short>(POLLIN | (link.out.empty() ? 0 : POLLOUT)), 0}};
     if (::poll(fds, 2, timeout) < 0 && errno != EINTR) break;
@@ -70,12 +74,12 @@ void PtyServer::loop() {
       const ssize_t n = ::read(master_, buf, sizeof buf);
       if (n > 0) link.session->receive(buf, static_cast<size_t>(n), now);
     }
-    service(link, now);
+    service(link, now, backed_up);
     if (link.session->closed()) {
       link.out.clear();
       link.out_bytes = 0;
     }
-    flush(link, true, baud, now);
+    flush(link, true, baud, now, opts_.chunk);
     // POLLHUP cannot happen while we hold the slave open; nothing else to watch.
   }
   std::lock_guard<std::mutex> lock(mu_);

@@ -11,7 +11,6 @@ namespace uhfsim {
 
 // A link stops asking the engine for reports while this much output is queued,
 // so a host that reads slowly cannot make the queue grow without bound.
-constexpr size_t kBackedUp = 256 * 1024;
 
 ServerBase::ServerBase(SimOptions opts) : opts_(std::move(opts)) {}
 
@@ -84,38 +83,55 @@ void ServerBase::for_each_reader(const std::function<void(VirtualReader&)>& fn) 
   wake();
 }
 
-bool ServerBase::flush(Link& l, bool paced, uint32_t baud, TimePoint now) {
+bool ServerBase::flush(Link& l, bool paced, uint32_t baud, TimePoint now, uint32_t piece) {
+  // A serial line is one byte stream: a paced write takes its piece across
+  // frame boundaries, as a UART does.
+  std::vector<uint8_t> line;
   while (!l.out.empty()) {
-    auto& chunk = l.out.front();
-    size_t n = chunk.size();
+    if (paced && l.line_free > now) return true;
+    const uint8_t* data = l.out.front().data();
+    size_t n = l.out.front().size();
     if (paced) {
-      if (l.line_free > now) return true;
       // At most ~5 ms of line time per write keeps the pacing smooth.
-      n = std::min<size_t>(n, std::max<uint32_t>(1, baud / 10 / 200));
+      const size_t want = piece ? piece : std::max<uint32_t>(1, baud / 10 / 200);
+      line.clear();
+      for (const auto& c : l.out) {
+        line.insert(line.end(), c.begin(), c.begin() + static_cast<std::ptrdiff_t>(std::min(c.size(), want - line.size())));
+        if (line.size() == want) break;
+      }
+      data = line.data();
+      n = line.size();
     }
-    const ssize_t w = ::send(l.fd, chunk.data(), n, MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t w = ::send(l.fd, data, n, MSG_NOSIGNAL | MSG_DONTWAIT);
     ssize_t wrote = w;
-    if (w < 0 && errno == ENOTSOCK) wrote = ::write(l.fd, chunk.data(), n);
+    if (w < 0 && errno == ENOTSOCK) wrote = ::write(l.fd, data, n);
     if (wrote < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-    const auto k = static_cast<size_t>(wrote);
+    size_t k = static_cast<size_t>(wrote);
     if (paced) {
+      // A write that comes late (poll wakes in whole ms) catches up on up to
+      // 2 ms of line time, so small pieces still fill the line.
       const auto line_ns = static_cast<int64_t>(k) * 10 * 1'000'000'000LL / std::max<uint32_t>(baud, 1);
-      l.line_free = std::max(l.line_free, now) + std::chrono::nanoseconds(line_ns);
+      l.line_free = std::max(l.line_free, now - std::chrono::milliseconds(2)) + std::chrono::nanoseconds(line_ns);
     }
     l.out_bytes -= k;
-    if (k == chunk.size()) {
-      l.out.pop_front();
-    } else {
-      chunk.erase(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(k));
+    while (k > 0) {
+      auto& chunk = l.out.front();
+      if (k >= chunk.size()) {
+        k -= chunk.size();
+        l.out.pop_front();
+      } else {
+        chunk.erase(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(k));
+        k = 0;
+      }
     }
   }
   return true;
 }
 
-int ServerBase::poll_timeout_ms(const std::vector<Link*>& links, TimePoint now) {
+int ServerBase::poll_timeout_ms(const std::vector<Link*>& links, TimePoint now, size_t backed_up) {
   TimePoint next = now + std::chrono::milliseconds(100);
   for (const Link* l : links) {
-    if (l->out_bytes < kBackedUp)
+    if (l->out_bytes < backed_up)
       if (auto d = l->session->next_deadline(); d && *d < next) next = *d;
     if (!l->out.empty() && l->line_free > now && l->line_free < next) next = l->line_free;
   }
@@ -124,14 +140,14 @@ int ServerBase::poll_timeout_ms(const std::vector<Link*>& links, TimePoint now) 
   return static_cast<int>((us + 999) / 1000);
 }
 
-void ServerBase::service(Link& l, TimePoint now) {
+void ServerBase::service(Link& l, TimePoint now, size_t backed_up) {
   l.session->service(
       now,
       [&l](const uint8_t* p, size_t n) {
         l.out.emplace_back(p, p + n);
         l.out_bytes += n;
       },
-      l.out_bytes < kBackedUp);
+      l.out_bytes < backed_up);
 }
 
 }  // namespace uhfsim

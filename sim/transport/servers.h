@@ -52,9 +52,16 @@ class ServerBase {
   void retire(Link& l);  // keeps its stats once the link goes away
   std::unique_ptr<Session> new_session();
   // Writes queued output; returns false when the peer is gone.
-  static bool flush(Link& l, bool paced, uint32_t baud, TimePoint now);
-  static void service(Link& l, TimePoint now);  // due work into l.out
-  static int poll_timeout_ms(const std::vector<Link*>& links, TimePoint now);
+  static bool flush(Link& l, bool paced, uint32_t baud, TimePoint now, uint32_t piece = 0);
+  // Due work into l.out; the engine adds reads only while less than
+  // backed_up bytes wait.
+  static void service(Link& l, TimePoint now, size_t backed_up);
+  static int poll_timeout_ms(const std::vector<Link*>& links, TimePoint now, size_t backed_up);
+  // A socket may queue a lot; a serial line holds about 20 ms, so a module
+  // asked for more reads than its line carries misses them instead of
+  // queueing seconds of them ahead of the next reply.
+  static constexpr size_t kSocketBackedUp = 256 * 1024;
+  static size_t line_backed_up(uint32_t baud) { return std::max<size_t>(64, baud / 10 / 50); }
 
   SimOptions opts_;
   mutable std::mutex mu_;

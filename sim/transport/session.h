@@ -19,6 +19,7 @@ struct SimOptions {
   std::string host = "127.0.0.1";  // TCP listen address
   uint16_t port = 0;               // 0 = ephemeral
   uint32_t baud = 115200;          // pty output pacing: baud / 10 bytes per second
+  uint32_t chunk = 0;              // pty: bytes per write, as a UART hands them over (0: ~5 ms of line)
 };
 
 class Session {

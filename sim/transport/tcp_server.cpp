@@ -70,7 +70,7 @@ void TcpServer::loop() {
     int timeout;
     {
       std::lock_guard<std::mutex> lock(mu_);
-      timeout = poll_timeout_ms(raw, Clock::now());
+      timeout = poll_timeout_ms(raw, Clock::now(), kSocketBackedUp);
     }
     if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR) break;
     if (fds[0].revents & POLLIN)
@@ -109,7 +109,7 @@ void TcpServer::loop() {
           gone = true;
       }
       if (!gone) {
-        service(l, now);
+        service(l, now, kSocketBackedUp);
         gone = !flush(l, false, 0, now) || (l.session->closed() && l.out.empty());
       }
       if (gone) {
