@@ -29,8 +29,12 @@ uint32_t crc32(std::span<const uint8_t> bytes) {
 
 std::vector<uint8_t> build_image(std::array<uint8_t, 3> version, std::span<const uint8_t> payload,
                                  bool pad_to_blocks) {
-  std::vector<uint8_t> out(kMagic.begin(), kMagic.end());
-  out.insert(out.end(), version.begin(), version.end());
+  // Sized once up front: growing a 4-byte vector by inserts is correct, but
+  // GCC 12's optimiser then reports a false out-of-bounds copy.
+  std::vector<uint8_t> out;
+  out.reserve(kImageHeaderLen + payload.size() + kImageBlockLen);
+  for (uint8_t b : kMagic) out.push_back(b);
+  for (uint8_t b : version) out.push_back(b);
   out.push_back(0);
   put32(out, static_cast<uint32_t>(payload.size()));
   put32(out, crc32(payload));

@@ -133,7 +133,8 @@ void note_timeout(LateReplies& l, uint8_t code, bool met_late, uint16_t timeout)
 }  // namespace
 
 void uhf::forget_late_replies(int tindex) {
-    if (slot_ok(tindex)) g_late[tindex] = LateReplies{};
+    if (!slot_ok(tindex)) return;
+    g_late[tindex] = LateReplies{};
 }
 
 int Vexa_Send(uint8_t cmd, uint8_t* sendbuf, uint8_t sendlen, int tindex) {
@@ -154,7 +155,8 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
     // Whatever waits on the link now (a reply that came after an earlier
     // command gave up) must not be taken for this command's answer. While a
     // receive thread owns the link, the input is its reports.
-    if (uhf::slot_ok(tindex) && __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
+    if (uhf::slot_ok(tindex) && !uhf::link_clean(tindex) &&
+        __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
         uhf::discard_input(tindex);
     if (send_bytes(frame, static_cast<uint16_t>(n), tindex) < 1) return -1;
 
@@ -195,6 +197,7 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
                         continue;
                     }
                     if (late != nullptr) *late = LateReplies{};
+                    if (i + 1 == iLocation) uhf::set_link_clean(tindex);
                     *recvlen = p.rlen;
                     memcpy(recvbuf, rbuf, p.rlen);
                     return 0;

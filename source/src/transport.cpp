@@ -19,11 +19,18 @@ const Backend* const kBackends[] = {
     &kUsbBackend,     // TYPE_USB
 };
 
+bool g_clean[MAX_TERMINALS];
+
 void nap(int ms) {
     if (ms > 0) usleep(static_cast<useconds_t>(std::min(ms, 10)) * 1000);
 }
 
 }  // namespace
+
+bool link_clean(int tindex) { return slot_ok(tindex) && g_clean[tindex]; }
+void set_link_clean(int tindex) {
+    if (slot_ok(tindex)) g_clean[tindex] = true;
+}
 
 int wait_fd(int fd, int ms) {
     if (ms <= 0) return 0;
@@ -71,6 +78,7 @@ int send_bytes(const uint8_t* sendBytes, uint16_t sendLen, int tindex) {
     }
     const Backend* b = backend_of(tindex);
     if (b == nullptr || (sendBytes == nullptr && sendLen > 0)) return -1;
+    g_clean[tindex] = false;
     return b->send(my_terminals[tindex], sendBytes, sendLen);
 }
 

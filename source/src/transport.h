@@ -47,6 +47,12 @@ void discard_input(int tindex, bool output = false);
 // Poll fd for input: 1 readable or hung up, 0 not within ms.
 int wait_fd(int fd, int ms);
 
+// A link whose last exchange ended on its reply's last byte has nothing stale
+// waiting, and the next exchange spares the discard's system call. Any send
+// leaves it unclean until an exchange ends that way again.
+bool link_clean(int tindex);
+void set_link_clean(int tindex);
+
 // A released slot owes no late replies to its next occupant.
 void forget_late_replies(int tindex);
 
