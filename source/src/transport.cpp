@@ -19,6 +19,7 @@ const Backend* const kBackends[] = {
     &kUsbBackend,     // TYPE_USB
 };
 
+// Written by the application's thread and by a USB receive thread's polls.
 bool g_clean[MAX_TERMINALS];
 
 void nap(int ms) {
@@ -27,9 +28,9 @@ void nap(int ms) {
 
 }  // namespace
 
-bool link_clean(int tindex) { return slot_ok(tindex) && g_clean[tindex]; }
+bool link_clean(int tindex) { return slot_ok(tindex) && __atomic_load_n(&g_clean[tindex], __ATOMIC_RELAXED); }
 void set_link_clean(int tindex) {
-    if (slot_ok(tindex)) g_clean[tindex] = true;
+    if (slot_ok(tindex)) __atomic_store_n(&g_clean[tindex], true, __ATOMIC_RELAXED);
 }
 
 int wait_fd(int fd, int ms) {
@@ -78,7 +79,7 @@ int send_bytes(const uint8_t* sendBytes, uint16_t sendLen, int tindex) {
     }
     const Backend* b = backend_of(tindex);
     if (b == nullptr || (sendBytes == nullptr && sendLen > 0)) return -1;
-    g_clean[tindex] = false;
+    __atomic_store_n(&g_clean[tindex], false, __ATOMIC_RELAXED);
     return b->send(my_terminals[tindex], sendBytes, sendLen);
 }
 
