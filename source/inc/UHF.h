@@ -6,7 +6,8 @@
  * request/response exchange and returns 0 on success, -1 on failure (no
  * reply within 1.5 s, a reply with another code, or a refused status). A few
  * calls return a positive count on success; treat non-negative as success
- * unless noted.
+ * unless noted. Lines marked "Behaviour note" are explained, with their
+ * reasons, in docs/BEHAVIOUR.md.
  */
 #ifndef UHF_UHF_H
 #define UHF_UHF_H
@@ -26,10 +27,12 @@ UHF_BEGIN_DECLS
 /* Start a continuous inventory (0x82) on the selected link and a receive
  * thread that queues every tag report. 0, or -1 when the start frame could
  * not be sent or the thread not created. Starting empties the queue. */
+/* Behaviour note: waits up to 300 ms for the link's previous receive thread; one thread per link. */
 UHF_API int UHFInventory(void);
 /* Stop it: send 0x8C up to three times, 200 ms each, until the reader's
  * 0x8D arrives. 0 confirmed; -1 otherwise (the thread is stopped anyway).
  * Queued reports stay fetchable until the next UHFInventory. */
+/* Behaviour note: after the stop reply, drops waiting input on every transport. */
 UHF_API int UHFStopGet(void);
 /* One queued report as type-length-value items: 01 link id, 06 PC+EPC,
  * 0B sensor value, 07 extra data (its last byte left out), 04 RSSI, 05
@@ -42,12 +45,14 @@ UHF_API int UHFGetTagData(int* recvlen, uint8_t* tdata);
 UHF_API int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii);
 /* Temperature-tag form: UII length, PC+EPC, 0, the report's last 17 bytes;
  * *uLenUii is the report length plus 2. uUii must hold 96 bytes. */
+/* Behaviour note: reports of 14 to 16 bytes are delivered (the 17 bytes begin in the record's id and mode); under 14: -1. */
 UHF_API int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii);
 
 /* Receive-thread plumbing, exported for completeness. */
 UHF_API int Creat_R2000Thread(int index);
 UHF_API int Stop_R2000Thread(int index);
 UHF_API void* Uhf_GetR2000UartData(void* arg);
+/* Behaviour note: stops at the first record that runs past the batch. */
 UHF_API void spliteTagData(const uint8_t* buf, unsigned long len, int id);
 
 /* ==== Single-shot inventory ============================================= */
@@ -150,6 +155,7 @@ UHF_API int UHF_Dwelltime(uint16_t dwell, uint16_t count);
 UHF_API void Init_UhfStack(void);
 /* Store one frame (at most 80 bytes; longer ones are refused); dropped
  * silently when the stack is full. */
+/* Behaviour note: a frame longer than an 80-byte slot is not stored. */
 UHF_API void Insert_UhfStack(uint8_t* buf, uint8_t len);
 /* Oldest frame into buf (80 bytes) and its length: 0, -1 empty, -2 null. */
 UHF_API int Fetch_UhfStack(uint8_t* buf, uint8_t* len);
@@ -225,6 +231,7 @@ UHF_API int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData);
 UHF_API int Vexa_Protocol_Configuration(uint8_t value);
 /* Power-amplifier status over the escaped frame (with a CRC when CRC mode is
  * on); one attempt. 0 when the amplifier reports status 0, else -1. */
+/* Behaviour note: -1 at once when no link is open. */
 UHF_API int RmuGetPaStatus(void);
 
 /* ==== Gen2 parameters and inventory modes =============================== */
@@ -505,6 +512,7 @@ UHF_API int Config_GetPara(uint16_t paratype, uint16_t* len, uint8_t* buf);
 UHF_API int Config_GetAccess(uint8_t* buf);
 /* 06: nums work-mode entries of 7 bytes (at most 72); the data length is
  * sent cut to 8 bits. 0; -1 type; -2 echo; -3 status. */
+/* Behaviour note: more entries than the 512-byte request holds: -1, nothing sent. */
 UHF_API int Config_SetWorkMode(uint8_t nums, uint8_t* buf);
 /* Work-mode entries last set by Config_SetWorkMode in this process. */
 UHF_API extern uint8_t N;
@@ -515,12 +523,14 @@ UHF_API extern uint8_t N;
 UHF_API int Requset_ReadPart(uint8_t speed, uint8_t des, uint8_t flag, uint8_t partnum, uint8_t prt, uint8_t len);
 /* Partition write (type 11): TID (8), partnum, startaddr, datalen words
  * (at most 26). 0 on any type-11 reply; -1. */
+/* Behaviour note: more data than the 64-byte request holds: -1, nothing sent. */
 UHF_API int Request_WritePart(uint8_t* TID, uint8_t partnum, uint8_t startaddr, uint8_t datalen,
                               uint8_t* databuf);
 /* Special partition write (type 12) of up to 64 bytes as given. On a type-11
  * reply 0, 1, 2 or 3 from its status bytes; -1. */
 UHF_API int Request_WriteSpecialPart(uint16_t datalen, uint8_t* databuf);
 /* Pass-through (type 6) to PSAM slot 1 or 2. 0 on a type-7 reply; -1. */
+/* Behaviour note: a PSAM number other than 1 or 2: -1, nothing sent. */
 UHF_API int Trans_Psam(uint8_t psam_num, uint16_t len, uint8_t* buf);
 /* Pass-through (type 6) for operator Oper_ID; the reply (any type, at most
  * 16 bytes) lands in rxbuf. 0, or a frame result. */
@@ -528,6 +538,7 @@ UHF_API int Trans_Buf(uint8_t Oper_ID, uint16_t len, uint8_t* buf, uint16_t* rxl
 /* Sends nothing: waits for an unsolicited type-5 package. *Opr, *ferror its
  * first two bytes, the rest (up to 1022 bytes) into buf, *len their count cut
  * to 8 bits. 0; -1. */
+/* Behaviour note: empties waiting input on every transport, not only serial. */
 UHF_API int Update_ReadInfo(uint8_t* Opr, uint8_t* ferror, uint8_t* len, uint8_t* buf);
 
 /* Auxiliary serial device for set_config and event_report; -1 when none is

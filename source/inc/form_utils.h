@@ -65,6 +65,7 @@ UHF_API int searchPack(const unsigned char* buf, int len);
  * batch (one call per record), 0xE5 barcode. Nothing below 5 bytes or
  * without a callback. Report cell lengths come from the PC word and a TID
  * cell always claims 12 bytes, so they may reach past contentLen. */
+/* Behaviour note: batch records that run past the frame end the batch; records under 2 bytes are skipped. */
 UHF_API void CallReceviedEvent(uint8_t cmd, uint8_t* content, uint16_t contentLen);
 /* Register the data callback (atomic store); null switches delivery off. */
 UHF_API void setOnDataReceived(OnDataReceived onDataRecved);
@@ -82,6 +83,7 @@ UHF_API unsigned char parsePackage(unsigned char* buf, unsigned short len, ST_Tr
 UHF_API unsigned short addPack(unsigned char* buf, unsigned short Len);
 /* Unstuff the frame from the first 7E in place to buf[0..]; returns the
  * package length (the check byte stays behind it), 0 for a bad frame. */
+/* Behaviour note: no payload between the flags: 0. */
 UHF_API unsigned short dropPack(unsigned char* buf, unsigned short len);
 /* One exchange of a transfer package on the selected link: 0 success, -1
  * short send or reply length mismatch, -2 nothing received, -3 bad frame. */

@@ -64,6 +64,7 @@ UHF_API extern pthread_mutex_t tag_buf_mutex;
 
 /* Empty the queue (no lock). initTagQueue is flushTagBuf. */
 UHF_API void initTagQueue(void);
+/* Behaviour note: takes the queue's lock. */
 UHF_API void flushTagBuf(void);
 /* Whether index lies in the circular interval (from, end]. */
 UHF_API unsigned char isContain(unsigned long from, unsigned long end, unsigned long index);
