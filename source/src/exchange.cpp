@@ -4,6 +4,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "frame_size.h"
 #include "globe_var.h"
 #include "log.h"
 #include "terminal.h"
@@ -11,7 +12,7 @@
 
 namespace {
 
-constexpr size_t kExchangeBuf = 2048;
+constexpr size_t kExchangeBuf = uhf::kMaxFrame;
 
 // Frame into out (capacity cap); returns its length, 0 when it does not fit.
 // The length field always counts n, even when a null data pointer leaves the
@@ -130,6 +131,15 @@ void note_timeout(LateReplies& l, uint8_t code, bool met_late, uint16_t timeout)
     l.until = getTimestamp() + 2LL * timeout;
 }
 
+// Whatever waits on the link before a request (a reply that came after an
+// earlier command gave up) must not be taken for its answer. While a receive
+// thread owns the link, the input is its reports.
+void drop_stale(int tindex) {
+    if (uhf::slot_ok(tindex) && !uhf::link_clean(tindex) &&
+        __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
+        uhf::discard_input(tindex);
+}
+
 }  // namespace
 
 void uhf::forget_late_replies(int tindex) {
@@ -152,12 +162,7 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
     size_t n = build_frame(frame, sizeof frame, cmd, sendbuf, sendlen, true);
     if (n == 0) return -1;  // would not fit the request buffer: nothing sent
     int tindex = cur_index;
-    // Whatever waits on the link now (a reply that came after an earlier
-    // command gave up) must not be taken for this command's answer. While a
-    // receive thread owns the link, the input is its reports.
-    if (uhf::slot_ok(tindex) && !uhf::link_clean(tindex) &&
-        __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
-        uhf::discard_input(tindex);
+    drop_stale(tindex);
     if (send_bytes(frame, static_cast<uint16_t>(n), tindex) < 1) return -1;
 
     static_assert(kExchangeBuf <= 0xFFFF);
@@ -234,6 +239,7 @@ uint8_t SendCommand(uint8_t* SendCommand, uint16_t SendNum) {
         out[n++] = b;
     }
     out[n++] = SendCommand[SendNum - 1];
+    drop_stale(cur_index);
     return send_bytes(out, static_cast<uint16_t>(n), cur_index) != 0 ? 1 : 0;
 }
 
@@ -242,24 +248,20 @@ uint8_t ReceiveCommand(uint8_t* ReceiveCommand, uint16_t* ReceiveNum, uint16_t w
     if (ReceiveCommand == nullptr || ReceiveNum == nullptr) return 0;
     // No open link, no reply: do not wait out the bound for one.
     if (uhf::backend_of(cur_index) == nullptr) return 0;
-    uint8_t chunk[512];
     uint8_t collected[512];
     size_t total = 0;
-    for (int poll = 0; poll < 500; poll++) {
-        int n = recv_bytes(chunk, sizeof chunk, cur_index);
-        if (n > 0) {
-            for (int i = 0; i < n && i < 512; i++) {
-                // A reply longer than the buffer keeps overwriting its last byte.
-                if (total < sizeof collected)
-                    collected[total++] = chunk[i];
-                else
-                    collected[sizeof collected - 1] = chunk[i];
-            }
-        } else if (total > 0) {
-            break;  // the first quiet poll after data ends the reply
-        }
-        usleep(10000);
-    }
+    uhf::poll_collect([](uint8_t* p, uint16_t n) { return recv_bytes(p, n, cur_index); },
+                      [&](const uint8_t* p, size_t n) {
+                          for (size_t i = 0; i < n; i++) {
+                              // A reply longer than the buffer keeps overwriting its last byte.
+                              if (total < sizeof collected)
+                                  collected[total++] = p[i];
+                              else
+                                  collected[sizeof collected - 1] = p[i];
+                          }
+                          return true;
+                      },
+                      10000);
     if (total == 0) return 0;
     size_t out = 0;
     for (size_t i = 0; i < total; i++) {

@@ -2,7 +2,9 @@
 // through it and never ask which transport a link is on.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
+#include <unistd.h>
 
 #include "terminal.h"
 
@@ -55,6 +57,32 @@ void set_link_clean(int tindex);
 
 // A released slot owes no late replies to its next occupant.
 void forget_late_replies(int tindex);
+
+// The poll loop of replies that come without a frame the link layer can
+// wait for: read(buf, n) up to 500 times, pausing pause_us after every read
+// that does not end the loop. Each chunk read goes to take(p, n), which
+// returns false to stop; the first empty read after data also stops.
+// Returns whether anything was read.
+// Most one read of the poll loop asks for.
+constexpr size_t kPollChunk = 1500;
+
+template <class Read, class Take>
+bool poll_collect(Read read, Take take, useconds_t pause_us) {
+    uint8_t chunk[kPollChunk];
+    bool any = false;
+    for (int poll = 0; poll < 500; poll++) {
+        int n = read(chunk, static_cast<uint16_t>(sizeof chunk));
+        if (n > 0) {
+            any = true;
+            size_t got = static_cast<size_t>(n) < sizeof chunk ? static_cast<size_t>(n) : sizeof chunk;
+            if (!take(chunk, got)) break;
+        } else if (any) {
+            break;
+        }
+        usleep(pause_us);
+    }
+    return any;
+}
 
 // Valid slot index?
 inline bool slot_ok(int i) { return i >= 0 && i < MAX_TERMINALS; }

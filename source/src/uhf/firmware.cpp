@@ -1,6 +1,7 @@
 // Firmware upgrade: boot loader entry, start, image blocks, end. The library
 // keeps no upgrade state and knows no image format; the caller drives the
 // steps in order and cuts the image into blocks.
+#include "frame_size.h"
 #include "UHF.h"
 #include "uhf/command.h"
 
@@ -17,8 +18,7 @@ enum : uint8_t {
 };
 
 constexpr size_t kBlockLen = 64;
-// The exchange frames at most 2048 bytes, 8 of them header and trailer.
-constexpr size_t kMaxFrameData = 2040;
+constexpr size_t kMaxFrameData = kMaxFrame - kFrameOverhead;
 
 int send_block(const uint8_t* buf, size_t len) {
     if (buf == nullptr) return -1;

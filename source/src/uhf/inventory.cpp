@@ -11,6 +11,7 @@
 
 #include "UHF.h"
 #include "log.h"
+#include "frame_size.h"
 #include "transport.h"
 #include "uhf/inventory.h"
 
@@ -364,7 +365,7 @@ int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii) {
         UHF_LOG(kLogFunction, "uLenUii or uUii is null");
         return -1;
     }
-    uint8_t rec[2048];
+    uint8_t rec[kMaxFrame];
     uint16_t r = getTagData(rec, sizeof rec);
     if (r < 6 || r > 256) return -1;
     const uint8_t* report = rec + 3;

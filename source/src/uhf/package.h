@@ -6,6 +6,7 @@
 #include <stdint.h>
 #include <unistd.h>
 
+#include "transport.h"
 #include "uhf/reply.h"
 #include "uhf/request.h"
 
@@ -38,21 +39,16 @@ int parse_frame(const uint8_t* f, size_t total, Package* p);
 // does a reply that would pass cap (kept up to cap). Returns the bytes kept.
 template <class Read>
 size_t collect(Read read, uint8_t* out, size_t cap, useconds_t pause_us) {
-    uint8_t chunk[kCollectMax];
     size_t total = 0;
-    for (int poll = 0; poll < 500; poll++) {
-        int n = read(chunk, static_cast<uint16_t>(sizeof chunk));
-        if (n > 0) {
-            size_t got = static_cast<size_t>(n) < sizeof chunk ? static_cast<size_t>(n) : sizeof chunk;
+    poll_collect(
+        read,
+        [&](const uint8_t* p, size_t got) {
             size_t take = got < cap - total ? got : cap - total;
-            for (size_t i = 0; i < take; i++) out[total + i] = chunk[i];
+            for (size_t i = 0; i < take; i++) out[total + i] = p[i];
             total += take;
-            if (take < got) break;
-        } else if (total > 0) {
-            break;
-        }
-        usleep(pause_us);
-    }
+            return take == got;
+        },
+        pause_us);
     return total;
 }
 

@@ -7,12 +7,14 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "frame_size.h"
+
 namespace uhf {
 
 class Reply {
 public:
     // Space for the largest data ExternalSend can deliver.
-    static constexpr size_t kCapacity = 2048;
+    static constexpr size_t kCapacity = kMaxFrame;
 
     uint16_t size() const { return len_; }
     bool has(size_t n) const { return len_ >= n; }

@@ -6,13 +6,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "frame_size.h"
 #include "uhf/command.h"
 
 namespace uhf {
 
-// Most data a command frame can carry (the exchange's 2048-byte frame less
-// header and trailer); the buffer of commands that name no smaller one.
-constexpr size_t kFrameData = 2048 - 8;
+// Most data a command frame can carry; the buffer of commands that name no
+// smaller one.
+constexpr size_t kFrameData = kMaxFrame - kFrameOverhead;
 
 // A wider integer argument that the wire carries in 16 bits. Anything else
 // would be cut silently, so it is refused as bad input.

@@ -23,7 +23,7 @@ bool memory_request(Request& req, const uint8_t* pwd, unsigned filter_bank, long
 
 int UHFReadData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                 int uPtr, uint16_t uCnt, uint8_t* uReadData) {
-    RequestBuf<2048> req;
+    RequestBuf<kMaxFrame> req;
     if (uReadData == nullptr || !memory_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, uBank, uPtr, uCnt))
         return -1;
     Reply reply;
@@ -44,7 +44,7 @@ int UHFWriteData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint
 int UHFBlockWriteData(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                       unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank, unsigned int uPtr,
                       unsigned int uCnt, unsigned char* uDatabuf) {
-    RequestBuf<2048> req;
+    RequestBuf<kMaxFrame> req;
     if (!memory_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, uBank, uPtr, uCnt))
         return -1;
     req.bytes(uDatabuf, 2u * uCnt);
