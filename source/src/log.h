@@ -23,3 +23,13 @@ inline bool log_on(unsigned long bit) { return (print_debug_log & bit) != 0; }
     do {                                          \
         if (::uhf::log_on(bit)) my_printf(__VA_ARGS__); \
     } while (0)
+
+// A refused argument: traced under the function category with the calling
+// function and the condition, then -1 with nothing sent.
+#define UHF_REFUSE_IF(cond)                                                                \
+    do {                                                                                   \
+        if (cond) {                                                                        \
+            UHF_LOG(::uhf::kLogFunction, "%s: argument refused (%s)", __func__, #cond);    \
+            return -1;                                                                     \
+        }                                                                                  \
+    } while (0)

@@ -80,7 +80,7 @@ int set_one_byte(uint8_t cmd, uint8_t value) {
 }
 
 int get_one_byte(uint8_t cmd, uint8_t* value) {
-    if (value == nullptr) return -1;
+    UHF_REFUSE_IF(value == nullptr);
     Reply r;
     if (transact_status(cmd, r, kAccepted) != 0 || !r.has(2)) return -1;
     *value = r[1];
@@ -114,7 +114,7 @@ using uhf::Reply;
 using uhf::RequestBuf;
 
 UHF_API int UHFGetHardwareVersion(uint8_t* version) {
-    if (version == nullptr) return -1;
+    UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdHardwareVersion, r) != 0) return -1;
     // One character per part, even for parts above 9.
@@ -125,7 +125,7 @@ UHF_API int UHFGetHardwareVersion(uint8_t* version) {
 }
 
 UHF_API int UHFGetSoftwareVersion(uint8_t* version) {
-    if (version == nullptr) return -1;
+    UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdSoftwareVersion, r) != 0) return -1;
     uint8_t* p = version + 1;
@@ -141,7 +141,7 @@ UHF_API int UHFGetSoftwareVersion(uint8_t* version) {
 }
 
 UHF_API int UHFGetReaderVersion(uint8_t* version) {
-    if (version == nullptr) return -1;
+    UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdReaderVersion, r) != 0 || !r.has(3)) return -1;
     uhf::VersionText text(version);
@@ -162,13 +162,13 @@ UHF_API int UHFGetReaderVersion(uint8_t* version) {
 }
 
 UHF_API int UHFGetVersionCode(char* datetime) {
-    if (datetime == nullptr) return -1;
+    UHF_REFUSE_IF(datetime == nullptr);
     uhf::format_build_stamp(__DATE__, __TIME__, datetime);
     return 1;
 }
 
 UHF_API int UHFGetDeviceID(unsigned int* id) {
-    if (id == nullptr) return -1;
+    UHF_REFUSE_IF(id == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdDeviceId, r) != 0) return -1;
     *id = r.be32(0);
@@ -198,7 +198,7 @@ UHF_API int UHFSetTempVal(unsigned char TempVal) { return uhf::set_one_byte(uhf:
 UHF_API int UHFGetTempVal(unsigned char* TempVal) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, TempVal); }
 
 UHF_API int UHFVerifyVoltage(int* value) {
-    if (value == nullptr) return -1;
+    UHF_REFUSE_IF(value == nullptr);
     RequestBuf<1> req;
     req.u8(0x01);
     Reply r;
@@ -215,7 +215,7 @@ UHF_API int UHFSetBeep(uint8_t mode) {
 }
 
 UHF_API int UHFGetBeep(uint8_t* mode) {
-    if (mode == nullptr) return -1;
+    UHF_REFUSE_IF(mode == nullptr);
     Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetBeep, r) != 0 || !r.has(2)) return -1;
     *mode = r[1];
@@ -230,7 +230,7 @@ UHF_API int UHFSetIOControl(unsigned char output1, unsigned char output2, unsign
 }
 
 UHF_API int UHFGetIOControl(unsigned char* statusData) {
-    if (statusData == nullptr) return -1;
+    UHF_REFUSE_IF(statusData == nullptr);
     Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetIo, r) != 0 || !r.has(3)) return -1;
     return r.copy(statusData, 1, 2) ? 0 : -1;
@@ -250,7 +250,7 @@ UHF_API int UHFUploadUserParam(const unsigned char* param, unsigned short paramL
 }
 
 UHF_API int UHFDownloadUserParam(unsigned char* param, unsigned short* paramLen) {
-    if (param == nullptr || paramLen == nullptr) return -1;
+    UHF_REFUSE_IF(param == nullptr || paramLen == nullptr);
     RequestBuf<1> req;
     req.u8(uhf::kSubDownload);
     Reply r;

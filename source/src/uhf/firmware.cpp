@@ -21,7 +21,7 @@ constexpr size_t kBlockLen = 64;
 constexpr size_t kMaxFrameData = kMaxFrame - kFrameOverhead;
 
 int send_block(const uint8_t* buf, size_t len) {
-    if (buf == nullptr) return -1;
+    UHF_REFUSE_IF(buf == nullptr);
     RequestBuf<kMaxFrameData> req;
     req.bytes(buf, len);
     Reply r;

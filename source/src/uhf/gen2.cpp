@@ -10,7 +10,7 @@ using Req = uhf::RequestBuf<16>;
 
 // A query whose reply is the accepted status, then the value.
 int query_byte(uint8_t cmd, const uhf::Request& req, unsigned char* out) {
-    if (out == nullptr) return -1;
+    UHF_REFUSE_IF(out == nullptr);
     uhf::Reply r;
     if (uhf::query(cmd, req, r, 2) != 0) return -1;
     *out = r[1];
@@ -32,7 +32,7 @@ int set_flag(uint8_t cmd, unsigned char flag) {
 
 // Sets flag only when the reader holds another value.
 int set_flag_if_changed(uint8_t get_cmd, uint8_t set_cmd, uint8_t flag) {
-    if (flag > 1) return -1;
+    UHF_REFUSE_IF(flag > 1);
     unsigned char held;
     if (query_flag(get_cmd, &held) != 0) return -1;
     if (held == flag) return 0;
@@ -57,7 +57,7 @@ int UHFGetGen2(unsigned char* Target, unsigned char* Action, unsigned char* T, u
                unsigned char* G, unsigned char* LF) {
     unsigned char* out[] = {Target, Action, T, Q, StartQ, MinQ, MaxQ, D, Coding, P, Sel, Session, G, LF};
     for (unsigned char* p : out)
-        if (p == nullptr) return -1;
+        UHF_REFUSE_IF(p == nullptr);
     uhf::Reply r;
     uint8_t block[4];
     // No status byte: the block is the whole reply.
@@ -77,7 +77,7 @@ int R2000_Set_FastID(uint8_t flag) { return set_flag_if_changed(0x5E, 0x5C, flag
 int R2000_Set_TagFocus(uint8_t flag) { return set_flag_if_changed(0x62, 0x60, flag); }
 
 int UHFSetEPCTIDUSERMode(uint8_t save, uint8_t mode, uint8_t addr, uint8_t length) {
-    if (mode > 2) return -1;
+    UHF_REFUSE_IF(mode > 2);
     Req req;
     req.u8(save).u8(mode).u8(addr).u8(length);
     return uhf::set(0x70, req);
@@ -94,7 +94,7 @@ int UHF_OPENMODE(void) { return UHFSetEPCTIDMode(0x00, 0x01); }
 int UHFGetEPCTIDMode(unsigned char* mode) { return query_flag(0x72, mode); }
 
 int UHFGetEPCTIDUSERMode(uint8_t rev1, uint8_t rev2, uint8_t* mode) {
-    if (mode == nullptr) return -1;
+    UHF_REFUSE_IF(mode == nullptr);
     Req req;
     req.u8(rev1).u8(rev2);
     uhf::Reply r;
@@ -135,7 +135,7 @@ int UHFSetWorkMode(unsigned char mode) {
 }
 
 int UHFGetWorkMode(unsigned char* mode) {
-    if (mode == nullptr) return -1;
+    UHF_REFUSE_IF(mode == nullptr);
     uhf::Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, 0x06, r) != 0 || !r.has(2)) return -1;
     *mode = r[1];
@@ -149,7 +149,7 @@ int UHFSetWorkModePara(unsigned char* para) {
 }
 
 int UHFGetWorkModePara(unsigned char* para) {
-    if (para == nullptr) return -1;
+    UHF_REFUSE_IF(para == nullptr);
     uhf::Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, 0x0C, r) != 0 || r.size() != 7) return -1;
     return r.copy(para, 1, 6) ? 0 : -1;
@@ -163,7 +163,7 @@ int UHFSetWorkTime(unsigned char DByte4, unsigned char DByte3, unsigned char DBy
 }
 
 int UHFGetWorkTime(unsigned char* DByte) {
-    if (DByte == nullptr) return -1;
+    UHF_REFUSE_IF(DByte == nullptr);
     uhf::Reply r;
     if (uhf::query(0x3E, r, 5) != 0 || !r.copy(DByte, 1, 4)) return -1;
     return 4;  // the count of bytes written, not 0
@@ -179,7 +179,7 @@ int UHFSetProtocolType(int type) {
 }
 
 int UHFGetProtocolType(uint8_t* type) {
-    if (type == nullptr) return -1;
+    UHF_REFUSE_IF(type == nullptr);
     Req req;
     req.u8(0x01);
     uhf::Reply r;

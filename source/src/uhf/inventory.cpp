@@ -402,7 +402,7 @@ int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii) {
 }
 
 int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii) {
-    if (uLenUii == nullptr || uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uLenUii == nullptr || uUii == nullptr);
     uint8_t rec[8000];
     uint16_t r = getTagData(rec, sizeof rec);
     const unsigned m = static_cast<unsigned>(r) - 4u;  // report length less one

@@ -33,7 +33,7 @@ int set_address(RequestBuf<kLongAddrForm>& req, uint8_t sub, const uint8_t* ip, 
 
 // Query an address; on success ip and port are written and r holds the reply.
 int get_address(uint8_t sub, uint8_t* ip, uint8_t* port, Reply& r) {
-    if (ip == nullptr || port == nullptr) return -1;
+    UHF_REFUSE_IF(ip == nullptr || port == nullptr);
     if (transact_query(kCmdDeviceSettings, sub, r) != 0 || !r.has(1 + kAddrLen + kPortLen)) return -1;
     r.copy(ip, 1, kAddrLen);
     r.copy(port, 1 + kAddrLen, kPortLen);

@@ -1,5 +1,6 @@
 // The package frame: Common_Package_Send and Common_Package_Rev, and the
 // pieces they share with the configuration and plain-frame calls.
+#include "log.h"
 #include "uhf/package.h"
 
 #include <string.h>
@@ -85,13 +86,13 @@ void flush_selected_queues() {
 int Common_Package_Send(uint8_t head, uint8_t type, uint8_t version, uint16_t dlen, uint8_t* dbuf) {
     uhf::RequestBuf<uhf::kSendBuf> frame;
     uhf::build_package(frame, head, type, version, dlen, dbuf);
-    if (!frame.ok()) return -1;
+    UHF_REFUSE_IF(!frame.ok());
     // Any non-zero transport result, an error included, counts as sent.
     return send_bytes(frame.data(), static_cast<uint16_t>(frame.size()), cur_index) != 0 ? 0 : -1;
 }
 
 int Common_Package_Rev(uint8_t* type, uint16_t* datalen, uint8_t* databuf) {
-    if (type == nullptr || datalen == nullptr || databuf == nullptr) return -1;
+    UHF_REFUSE_IF(type == nullptr || datalen == nullptr || databuf == nullptr);
     uhf::Reply reply;
     int r = uhf::recv_package(type, reply, uhf::kCollectMax);
     if (r != 0) return r;

@@ -2,6 +2,7 @@
 // bytes, work modes), partition reads and writes, pass-through and the
 // upgrade-information package. Each is one package request (head 0xAA,
 // version 2) and one reply; the frame layer's non-zero results pass through.
+#include "log.h"
 #include "UHF.h"
 #include "uhf/package.h"
 
@@ -93,7 +94,7 @@ int Config_SetRTC(uint8_t* rtc) {
 }
 
 int Config_ReadRTC(uint8_t* rtc) {
-    if (rtc == nullptr) return -1;
+    UHF_REFUSE_IF(rtc == nullptr);
     RequestBuf<16> req;
     req.u8(kReadRtc);
     uint8_t rtype = 0;
@@ -117,7 +118,7 @@ int Config_SetPara(uint16_t paratype, uint8_t paralen, uint8_t* paradata) {
 }
 
 int Config_GetPara(uint16_t paratype, uint16_t* len, uint8_t* buf) {
-    if (len == nullptr || buf == nullptr) return -1;
+    UHF_REFUSE_IF(len == nullptr || buf == nullptr);
     RequestBuf<16> req;
     req.u8(kGetPara).u16(paratype);
     uint8_t rtype = 0;
@@ -137,7 +138,7 @@ int Config_GetPara(uint16_t paratype, uint16_t* len, uint8_t* buf) {
 }
 
 int Config_GetAccess(uint8_t* buf) {
-    if (buf == nullptr) return -1;
+    UHF_REFUSE_IF(buf == nullptr);
     RequestBuf<kBigBuf> req;
     req.u8(kGetAccess);
     uint8_t rtype = 0;
@@ -207,7 +208,7 @@ int Request_WriteSpecialPart(uint16_t datalen, uint8_t* databuf) {
 }
 
 int Trans_Psam(uint8_t psam_num, uint16_t len, uint8_t* buf) {
-    if (psam_num != 1 && psam_num != 2) return -1;
+    UHF_REFUSE_IF(psam_num != 1 && psam_num != 2);
     RequestBuf<kBigBuf> req;
     req.u8(psam_num == 1 ? 0x10 : 0x11).bytes(buf, len);
     uint8_t rtype = 0;
@@ -218,7 +219,7 @@ int Trans_Psam(uint8_t psam_num, uint16_t len, uint8_t* buf) {
 }
 
 int Trans_Buf(uint8_t Oper_ID, uint16_t len, uint8_t* buf, uint16_t* rxlen, uint8_t* rxbuf) {
-    if (rxlen == nullptr || rxbuf == nullptr) return -1;
+    UHF_REFUSE_IF(rxlen == nullptr || rxbuf == nullptr);
     RequestBuf<kBigBuf> req;
     req.u8(Oper_ID).bytes(buf, len);
     uint8_t rtype = 0;
@@ -231,7 +232,7 @@ int Trans_Buf(uint8_t Oper_ID, uint16_t len, uint8_t* buf, uint16_t* rxlen, uint
 }
 
 int Update_ReadInfo(uint8_t* Opr, uint8_t* ferror, uint8_t* len, uint8_t* buf) {
-    if (Opr == nullptr || ferror == nullptr || len == nullptr || buf == nullptr) return -1;
+    UHF_REFUSE_IF(Opr == nullptr || ferror == nullptr || len == nullptr || buf == nullptr);
     flush_selected_queues();
     uint8_t rtype = 0;
     Reply reply;

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "log.h"
 #include "UHF.h"
 #include "uhf/package.h"
 
@@ -45,7 +46,7 @@ int read_finger(uint8_t* p, uint16_t n) {
 }  // namespace
 
 int set_config(uint8_t* buf) {
-    if (buf == nullptr) return -1;
+    UHF_REFUSE_IF(buf == nullptr);
     const uint8_t body[11] = {0x01, 0x2A, 0x00, 0x0B, 0x00, 0x01, 0x00, 0x33, 0x00, buf[0], buf[1]};
     // Only a write of nothing stops here: an error result counts as written.
     if (send_serial_bytes(body, sizeof body, uhf_finger_fd) == 0) return -1;

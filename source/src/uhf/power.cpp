@@ -31,7 +31,7 @@ int UHFSetPower(uint8_t save, uint8_t uPower) {
 }
 
 int UHFGetPower(uint8_t* uPower) {
-    if (uPower == nullptr) return -1;
+    UHF_REFUSE_IF(uPower == nullptr);
     uhf::Reply r;
     if (!query_powers(r, 4)) return -1;
     *uPower = whole_dbm(r.be16(2));
@@ -45,7 +45,7 @@ int UHFSetAntennaPower(uint8_t saveflag, uint8_t num, uint16_t read_power, uint1
 }
 
 int UHFGetAntennaPower(uint8_t* ppower, uint16_t* nReturned) {
-    if (ppower == nullptr || nReturned == nullptr) return -1;
+    UHF_REFUSE_IF(ppower == nullptr || nReturned == nullptr);
     uhf::Reply r;
     if (!query_powers(r, 6)) return -1;
     uint16_t n = 0;
@@ -60,14 +60,14 @@ int UHFGetAntennaPower(uint8_t* ppower, uint16_t* nReturned) {
 }
 
 int UHFSetANT(unsigned char saveflag, unsigned char* buf) {
-    if (buf == nullptr) return -1;
+    UHF_REFUSE_IF(buf == nullptr);
     Req req;
     req.u8(saveflag).u8(buf[0]).u8(buf[1]);
     return uhf::set(0x28, req);
 }
 
 int UHFGetANT(unsigned char* buf) {
-    if (buf == nullptr) return -1;
+    UHF_REFUSE_IF(buf == nullptr);
     uhf::Reply r;
     // The mask comes without a status byte.
     if (uhf::transact(0x2A, r) != 0 || !r.copy(buf, 0, 2)) return -1;
@@ -81,7 +81,7 @@ int UHFSetANTWorkTime(unsigned char antnum, unsigned char saveflag, unsigned int
 }
 
 int UHFGetANTWorkTime(unsigned char antnum, unsigned int* WorkTime) {
-    if (WorkTime == nullptr) return -1;
+    UHF_REFUSE_IF(WorkTime == nullptr);
     Req req;
     req.u8(antnum).u8(0x00);
     uhf::Reply r;
@@ -97,7 +97,7 @@ int UHFSetRegion(uint8_t save, uint8_t region) {
 }
 
 int UHFGetRegion(uint8_t* region) {
-    if (region == nullptr) return -1;
+    UHF_REFUSE_IF(region == nullptr);
     uhf::Reply r;
     if (uhf::query(0x2E, r, 2) != 0) return -1;
     *region = r[1];

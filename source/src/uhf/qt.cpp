@@ -79,7 +79,7 @@ int send_accepted(uint8_t cmd, const Request& req) {
 int UHFSetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
              unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData) {
     RequestBuf<kFilterFamilyBuf> req;
-    if (!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData)) return -1;
+    UHF_REFUSE_IF(!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData));
     req.u8(QTData);
     return send_accepted(0x97, req);
 }
@@ -124,15 +124,15 @@ int UHFWriteQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned in
 
 int UHF_SetQTPara(uint8_t uPara) {
     RequestBuf<kUiiFamilyBuf> req;
-    if (!para_request(req)) return -1;
+    UHF_REFUSE_IF(!para_request(req));
     req.u8(uPara != 0 ? 0x00 : 0x02);  // inverse mapping: bit 1 set means "0"
     return send_accepted(0x97, req);
 }
 
 int UHF_GetQTPara(uint8_t* uPara) {
-    if (uPara == nullptr) return -1;
+    UHF_REFUSE_IF(uPara == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
-    if (!para_request(req)) return -1;
+    UHF_REFUSE_IF(!para_request(req));
     Reply reply;
     if (exchange_checked(0x99, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
     *uPara = (reply[1] & 0x02) ? 0 : 1;
@@ -140,7 +140,7 @@ int UHF_GetQTPara(uint8_t* uPara) {
 }
 
 int UHF_ReadQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uUii, uint8_t* uReadData) {
-    if (uUii == nullptr || uReadData == nullptr) return -1;
+    UHF_REFUSE_IF(uUii == nullptr || uReadData == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
     uii_request(req, uAccessPwd, uUii, uii_length(uUii[0]), uBank, uPtr, uCnt);
     return read_words(0x84, req, uReadData);  // the plain read code, by design
@@ -149,9 +149,9 @@ int UHF_ReadQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, u
 int UHF_ReadQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uReadData,
                          uint8_t* uUii, uint8_t* uLenUii) {
     // Checked up front: the inventory would otherwise go out before the bad argument is seen.
-    if (uAccessPwd == nullptr || uReadData == nullptr || uUii == nullptr || uLenUii == nullptr) return -1;
+    UHF_REFUSE_IF(uAccessPwd == nullptr || uReadData == nullptr || uUii == nullptr || uLenUii == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
-    if (!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii)) return -1;
+    UHF_REFUSE_IF(!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii));
     return read_words(0x9B, req, uReadData);
 }
 
@@ -165,7 +165,7 @@ int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt,
 
 int UHF_WriteQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uUii,
                     uint8_t* uWriteData) {
-    if (uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uUii == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
     uii_request(req, uAccessPwd, uUii, uii_length(uUii[0]), uBank, uPtr, uCnt).bytes(uWriteData, 2u * uCnt);
     return send_accepted(0x86, req);  // the plain write code, by design
@@ -176,7 +176,7 @@ int UHF_WriteQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t 
     if (uAccessPwd == nullptr || (uWriteData == nullptr && uCnt != 0) || uUii == nullptr || uLenUii == nullptr)
         return -1;
     RequestBuf<kUiiFamilyBuf> req;
-    if (!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii)) return -1;
+    UHF_REFUSE_IF(!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii));
     req.bytes(uWriteData, 2u * uCnt);
     return send_accepted(0x9D, req);
 }
@@ -184,7 +184,7 @@ int UHF_WriteQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t 
 int UHF_WriteQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                        int uPtr, uint16_t uCnt, uint8_t* uWriteData) {
     RequestBuf<kUiiFamilyBuf> req;
-    if (!qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt)) return -1;
+    UHF_REFUSE_IF(!qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt));
     req.bytes(uWriteData, 2u * uCnt);
     return send_accepted(0x9D, req);
 }

@@ -36,7 +36,7 @@ int query_rf_link(uhf::Reply& r) {
 }  // namespace
 
 int UHFSetJumpFrequency(unsigned char nums, unsigned int* Freqbuf) {
-    if (nums > 0 && Freqbuf == nullptr) return -1;
+    UHF_REFUSE_IF(nums > 0 && Freqbuf == nullptr);
     // 255 bytes hold the count and 84 frequencies; more poisons the request.
     uhf::RequestBuf<255> req;
     req.u8(nums);
@@ -52,7 +52,7 @@ int UHF_Frequency_Hopping_Setting(uint16_t Frequency) {
 }
 
 int UHFGetJumpFrequency(unsigned int* Freqbuf) {
-    if (Freqbuf == nullptr) return -1;
+    UHF_REFUSE_IF(Freqbuf == nullptr);
     uhf::Reply r;
     // No status byte: the count comes first, then 3 bytes per frequency.
     if (uhf::transact(0x16, r) != 0 || !r.has(1)) return -1;
@@ -70,7 +70,7 @@ int UHFSetRFLink(unsigned char saveflag, unsigned char mode) {
 }
 
 int UHFGetRFLink(unsigned char* uMode) {
-    if (uMode == nullptr) return -1;
+    UHF_REFUSE_IF(uMode == nullptr);
     uhf::Reply r;
     if (query_rf_link(r) != 0) return -1;
     *uMode = r[2];
@@ -90,7 +90,7 @@ int UHF_Set_RFLink(uint8_t mode) {
 }
 
 int UHF_Get_RFLink(uint8_t* mode) {
-    if (mode == nullptr) return -1;
+    UHF_REFUSE_IF(mode == nullptr);
     uhf::Reply r;
     if (query_rf_link(r) != 0) return -1;
     *mode = r[2];
@@ -106,7 +106,7 @@ int UHFSetCW(unsigned char flag) {
 }
 
 int UHFGetCW(unsigned char* flag) {
-    if (flag == nullptr) return -1;
+    UHF_REFUSE_IF(flag == nullptr);
     uhf::Reply r;
     if (uhf::transact(0x26, r) != 0 || !r.copy(flag, 0, 1)) return -1;  // no status byte
     return 0;
@@ -119,7 +119,7 @@ int UHF_Set_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
 }
 
 int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
-    if (pszData == nullptr) return -1;
+    UHF_REFUSE_IF(pszData == nullptr);
     Req req;
     req.u8(type).bytes(IDbuf, 4);
     uhf::Reply r;

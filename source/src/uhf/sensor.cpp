@@ -61,7 +61,7 @@ Request& sensor_head(Request& req, uint8_t sub, const unsigned char* epc, unsign
 // copied to data. A reply too long for the 100-byte reply buffer is refused,
 // so data never receives more than 96 bytes.
 int sensor_read(uint8_t sub, unsigned char* epc, unsigned char ant, unsigned char* power, unsigned char* data) {
-    if (data == nullptr) return -1;
+    UHF_REFUSE_IF(data == nullptr);
     RequestBuf<kSmallBuf> req;
     sensor_head(req, sub, epc, ant, power);
     Reply reply;
@@ -134,7 +134,7 @@ int UHFCheckOpMode(unsigned char mask_bank, unsigned short mask_addr, unsigned s
 
 int UHFReadTagVoltage(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
                       unsigned char* mask_data, float* voltage) {
-    if (voltage == nullptr) return -1;
+    UHF_REFUSE_IF(voltage == nullptr);
     RequestBuf<kLoggingBuf> req;
     logging_head(req, kVoltage, mask_bank, mask_addr, mask_len, mask_data);
     Reply reply;
@@ -146,7 +146,7 @@ int UHFReadTagVoltage(unsigned char mask_bank, unsigned short mask_addr, unsigne
 int UHFReadMultiTemp(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
                      unsigned char* mask_data, unsigned short t_start, unsigned char t_num, unsigned short* totalNum,
                      unsigned char* returnNum, float* temp) {
-    if (totalNum == nullptr || returnNum == nullptr || temp == nullptr) return -1;
+    UHF_REFUSE_IF(totalNum == nullptr || returnNum == nullptr || temp == nullptr);
     RequestBuf<kLoggingBuf> req;
     logging_head(req, kMultiTemp, mask_bank, mask_addr, mask_len, mask_data).u16(t_start).u8(t_num);
     Reply reply;
@@ -166,7 +166,7 @@ int UHFReadMultiTemp(unsigned char mask_bank, unsigned short mask_addr, unsigned
 int UHFDeactivate(unsigned int cmd, unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                   unsigned int FilterLen, unsigned char* FilterData) {
     // The length travels in 16 bits; a longer one could only be a mistake.
-    if (FilterLen > 0xFFFF) return -1;
+    UHF_REFUSE_IF(FilterLen > 0xFFFF);
     RequestBuf<kSmallBuf> req;
     req.u16(cmd).bytes(u_accessPwd, 4).filter(FilterBank, FilterStartaddr, FilterLen, FilterData);
     Reply reply;

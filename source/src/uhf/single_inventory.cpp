@@ -38,7 +38,7 @@ struct SingleTag {
 using namespace uhf;
 
 int UHFInventorySingle(uint8_t* uLenUii, uint8_t* uUii) {
-    if (uLenUii == nullptr || uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uLenUii == nullptr || uUii == nullptr);
     SingleTag tag;
     if (!tag.fetch() || !tag.holds(0)) return -1;
     tag.reply.copy(uUii, 0, tag.uii_len);
@@ -47,7 +47,7 @@ int UHFInventorySingle(uint8_t* uLenUii, uint8_t* uUii) {
 }
 
 int UHF_InventorySingleEPCTIDUSER(uint8_t* uLenUii, uint8_t* uUii) {
-    if (uLenUii == nullptr || uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uLenUii == nullptr || uUii == nullptr);
     SingleTag tag;
     // Needs RSSI and antenna after the UII; the written length must fit *uLenUii.
     if (!tag.fetch() || !tag.holds(3) || tag.reply.size() + 2u > 0xFF) return -1;
@@ -61,7 +61,7 @@ int UHF_InventorySingleEPCTIDUSER(uint8_t* uLenUii, uint8_t* uUii) {
 }
 
 int UHF_InventorySingle_R2000(uint8_t* uLenUii, uint8_t* uUii) {
-    if (uLenUii == nullptr || uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uLenUii == nullptr || uUii == nullptr);
     SingleTag tag;
     if (!tag.fetch()) {
         *uLenUii = 0;
@@ -86,7 +86,7 @@ int UHF_InventorySingle_R2000(uint8_t* uLenUii, uint8_t* uUii) {
 
 int UHF_GetTagsData(uint8_t* uUii) {
     constexpr size_t kBatchBuf = 512;
-    if (uUii == nullptr) return -1;
+    UHF_REFUSE_IF(uUii == nullptr);
     Reply reply;
     if (transact(0xEB, reply) != 0 || reply.size() > kBatchBuf) return -1;
     if (reply.size() == 2) return 0;  // "no tags": the buffer is left alone
@@ -104,7 +104,7 @@ int UHF_Inventory_Bank(uint8_t* uAccessPwd, uint8_t uBank, uint8_t uPtr, uint8_t
 }
 
 int CryptoTransmit(const uint8_t* pin, uint16_t inLen, uint8_t* pout, uint16_t* outLen, uint16_t wait_recv_ms) {
-    if (pin == nullptr || pout == nullptr || outLen == nullptr || inLen > kFrameData) return -1;
+    UHF_REFUSE_IF(pin == nullptr || pout == nullptr || outLen == nullptr || inLen > kFrameData);
     RequestBuf<kFrameData> req;
     req.bytes(pin, inLen);
     Reply reply;

@@ -35,7 +35,7 @@ int UHFReadData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8
 int UHFWriteData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
                  int uPtr, uint16_t uCnt, uint8_t* uWriteData) {
     RequestBuf<100> req;
-    if (!memory_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, uBank, uPtr, uCnt)) return -1;
+    UHF_REFUSE_IF(!memory_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, uBank, uPtr, uCnt));
     req.bytes(uWriteData, 2u * uCnt);
     Reply reply;
     return exchange_checked(0x86, req, reply, accepted);

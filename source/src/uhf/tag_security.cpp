@@ -24,7 +24,7 @@ bool authenticate_ok(const Reply& r) { return r.has(3) && tag_done(r); }
 int UHFKillTag(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                unsigned int FilterLen, unsigned char* FilterData) {
     RequestBuf<kFrameData> req;
-    if (!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData)) return -1;
+    UHF_REFUSE_IF(!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData));
     Reply reply;
     return exchange_checked(0x8A, req, reply, tag_done);
 }
@@ -95,7 +95,7 @@ int UHFAuthenticateCommon(unsigned long password, unsigned char bank, unsigned s
 int UHF_Deactivate(uint16_t cmd, uint8_t* uAccessPwd, uint8_t uBank, int ptr, int cnt, uint8_t* udat) {
     RequestBuf<kFrameData> req;
     req.u16(cmd);
-    if (!start_access(req, uAccessPwd, uBank, ptr, cnt, udat)) return -1;
+    UHF_REFUSE_IF(!start_access(req, uAccessPwd, uBank, ptr, cnt, udat));
     Reply reply;
     return exchange_checked(0xB0, req, reply, accepted);
 }
