@@ -39,7 +39,10 @@ inline bool tag_done(const Reply& r) { return r.is(0, 0x01) && r.is(1, 0x00); }
 template <typename Check>
 int exchange_checked(uint8_t cmd, const Request& req, Reply& reply, Check check,
                      uint16_t timeout_ms = kDefaultTimeoutMs) {
-    return transact(cmd, req, reply, timeout_ms) == 0 && check(reply) ? 0 : -1;
+    if (transact(cmd, req, reply, timeout_ms) != 0) return -1;
+    if (check(reply)) return 0;
+    UHF_LOG(kLogFunction, "cmd 0x%02X: refused (status 0x%02X, tag error 0x%02X)", cmd, reply[0], reply[1]);
+    return -1;
 }
 
 // Copies `words` 16-bit words from reply byte 4 on (after status, tag error
