@@ -1,4 +1,4 @@
-// QT memory views (Impinj Monza QT): set and get a tag's QT control byte
+// QT memory views: set and get a tag's QT control byte
 // (0x97/0x99) and read or write memory in the view a QT byte names
 // (0x9B/0x9D): bit 1 set, the public view; clear, the private one.
 #include "engine/handlers_access.h"

@@ -134,7 +134,7 @@ struct Identity {
   std::array<uint8_t, 3> hardware_version{1, 2, 0};
   std::array<uint8_t, 3> software_version{2, 10, 4};
   std::array<uint8_t, 3> module_version{3, 1, 7};
-  std::string module_name = "UHFSIM-R2000";
+  std::string module_name = "UHFSIM-1";
   uint32_t device_id = 0x20240001;
   uint8_t antenna_count = 4;
 };

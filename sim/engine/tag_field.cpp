@@ -292,7 +292,7 @@ TagField TagField::random(size_t count, uint64_t seed, int antennas) {
     std::vector<uint8_t> epc(12);
     for (auto& b : epc) b = static_cast<uint8_t>(rng.next());
     tag.set_epc(epc);
-    // Impinj-like TID: class E2, maker 801, model, then a serial.
+    // A TID of class E2: a maker id, a model, then a serial.
     tag.tid = {0xE280, 0x1160, 0x2000};
     for (int w = 0; w < 3; ++w) tag.tid.push_back(static_cast<uint16_t>(rng.next()));
     tag.user.assign(8, 0);

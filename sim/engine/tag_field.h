@@ -63,7 +63,7 @@ struct Tag {
   // 16 words per entry.
   std::vector<uint16_t> user_block_locks;
   bool killed = false;
-  // QT control (Impinj Monza QT): bit 1 set shows the public memory view.
+  // QT control: bit 1 set shows the public memory view.
   uint16_t qt_control = 0;
   // EPC bank of the public view (CRC, PC, EPC); empty: the private one is shown.
   std::vector<uint16_t> public_epc_bank;

@@ -1,7 +1,7 @@
 /*
  * Process-wide state shared between the library's modules: diagnostic
  * categories, the tag record queue, the USB transport's globals and the
- * legacy frame stack. Everything here is plain C data with C linkage.
+ * escaped-frame stack. Everything here is plain C data with C linkage.
  */
 #ifndef UHF_GLOBE_VAR_H
 #define UHF_GLOBE_VAR_H
@@ -91,7 +91,7 @@ UHF_API extern uint16_t usb_event_buf_len;
 UHF_API extern uint8_t recv_buf[4096];
 UHF_API extern uint16_t recv_len;
 
-/* ---- Legacy escaped-frame stack ---------------------------------------- */
+/* ---- Escaped-frame stack ----------------------------------------------- */
 
 typedef struct {
     int len;

@@ -50,7 +50,7 @@ int SerialPort_Open(char* uart, int baudrate) {
     if (!rate_supported(baudrate, speed) || uart == nullptr) return -1;
     int fd = open_device(uart);
     if (fd < 0) {
-        // The message shows strerror of the result itself, as it always has.
+        // The message shows strerror of the result itself (not of errno): callers parse it.
         UHF_LOG(kLogSerial, "[SerialPort_Open] [%d]: %s", fd, strerror(fd));
         return -1;
     }

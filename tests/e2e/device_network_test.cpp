@@ -87,7 +87,7 @@ TEST_F(DeviceE2E, IdentityAndStatus) {
     EXPECT_EQ(v[0], 8);
     EXPECT_EQ(version_text(v, 7), "V2.10.4");
     ASSERT_EQ(UHFGetReaderVersion(v), 0);
-    EXPECT_EQ(version_text(v, v[0]), "V3.1.7,UHFSIM-R2000");
+    EXPECT_EQ(version_text(v, v[0]), "V3.1.7,UHFSIM-1");
 
     unsigned int id = 0;
     ASSERT_EQ(UHFGetDeviceID(&id), 0);

@@ -61,7 +61,7 @@ UHF_API int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char
 UHF_API int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
     uhf::Reply r;
     if (uhf::get_address(uhf::kSubGetIp, ipbuf, postbuf, r) != 0) return -1;
-    // A short reply (older firmware) carries no mask and gateway.
+    // A short reply (firmware without those fields) carries no mask and gateway.
     if (r.has(uhf::kLongAddrForm)) {
         if (mask != nullptr) r.copy(mask, 7, uhf::kAddrLen);
         if (gate != nullptr) r.copy(gate, 11, uhf::kAddrLen);
