@@ -86,10 +86,12 @@ UHF_API int SetDisconnectCallback(void (*callback)(int));
  * an index out of range (selection unchanged). */
 /* Behaviour note: a negative id: -1. */
 UHF_API int LinkSelect(int id);
+/* The selected slot (cur_index), whatever it holds. */
 UHF_API int LinkGetSelected(void);
 /* Links as an indented JSON array written to info (cut to fit, always
  * zero-terminated). Returns bytes written including the zero, 0 if len < 1. */
 UHF_API int LinkGetInfo(char* info, int len);
+/* Releases every slot (stops their inventories, closes their transports). */
 UHF_API void LinkCloseAll(void);
 /* Raw bytes on the selected link; the transport's result. Len is cut to its
  * low 16 bits before use: a negative Len becomes up to 65535 and RecvBytes
@@ -115,27 +117,51 @@ UHF_API unsigned long UHF_GetIdleMsById(int id);
 
 /* ---- Link table operations (exported for completeness) ---------------- */
 
+/* Takes slot terminal_index (wrapping to 0 past 19), selects it, opens info's
+ * transport. ERR_SUCCESS and the slot advances; else the error, slot wiped
+ * (and still selected); ERR_FAILURE for a null info. */
 UHF_API ERROR_STATE create_link(DeviceInfo* info);
+/* Copies info into the slot and zeroes its link state; the callback and the
+ * receive time are kept. Nothing for a null argument. */
 UHF_API void setTerminalValue(ST_Terminal* pterminal, DeviceInfo* info);
+/* Opens the selected slot's transport; marks it connected on success.
+ * ERR_SUCCESS, the transport's error, or ERR_FAILURE for a free slot. */
 UHF_API ERROR_STATE dev_open(void);
+/* Per-transport opens of the selected slot: ERR_SUCCESS, or -1 (TCP connect
+ * failed), ERR_OPEN_USB_FAILURE, ERR_CONFIG_PORT_ERROR. */
 UHF_API ERROR_STATE dev_tcp_connect(void);
 UHF_API ERROR_STATE dev_open_usb(void);
 UHF_API ERROR_STATE dev_open_com(void);
+/* Stops the selected slot's inventory thread and closes its transport. */
 UHF_API void dev_close(void);
+/* Closes slot id if it is open, then zeroes it; ids out of range are ignored. */
 UHF_API void release_terminal(int id);
+/* As LinkSelect and LinkGetSelected. */
 UHF_API int link_select(int id);
 UHF_API int link_get_selected(void);
+/* As LinkGetInfo. */
 UHF_API int link_list(char* linkData, int len);
+/* As LinkCloseAll. */
 UHF_API void link_close_all(void);
+/* Fills a network DeviceInfo and creates the link: ERROR_STATE as a number,
+ * -1 for a null or over-long host. */
 UHF_API int connect_tcp(const char* host, int port);
+/* As TCPDisconnect; always 0. */
 UHF_API int disconnect_tcp(void);
+/* Does nothing; kept for the interface. */
 UHF_API void clean_socket(void);
+/* Creates a USB link (ERROR_STATE as a number); closes the selected slot. */
 UHF_API int iusb_open(void);
 UHF_API void iusb_close(void);
+/* Releases the selected slot. */
 UHF_API void com_close(void);
+/* Fills a serial DeviceInfo and creates the link: ERROR_STATE as a number,
+ * -1 for a null or over-long path. */
 UHF_API int com_open(const char* port_path, int baud);
+/* As UHF_GetIdleMs and UHF_GetIdleMsById. */
 UHF_API unsigned long terminal_get_idle_ms(void);
 UHF_API unsigned long terminal_get_idle_ms_byid(int id);
+/* As SetDisconnectCallback. */
 UHF_API int add_disconnect_callback(void (*callback)(int));
 
 /* ---- USB HID transport (one device per process) ------------------------ */
