@@ -58,9 +58,10 @@ public:
     // Tag count of the first in-process reader (0 without one).
     size_t sim_tag_count() const;
     void close_all();
+    // Opens one target into r: kOk, or kConnection with err.
+    int open_one(const Target& t, const ConnectOptions& o, Reader& r, std::string& err);
 
 private:
-    int open_one(const Target& t, const ConnectOptions& o, Reader& r, std::string& err);
     std::vector<std::unique_ptr<SimReader>> sims_;
     bool opened_ = false;
 };

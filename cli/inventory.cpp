@@ -8,10 +8,12 @@
 #include <cmath>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <thread>
 
 #include "UHF.h"
+#include "backoff.h"
 #include "commands.h"
 #include "format.h"
 
@@ -209,9 +211,46 @@ void redraw(const Session& s, const InventoryOptions& o, const InventoryResult& 
     std::fflush(stdout);
 }
 
-int stop_all(const Session& s) {
+// A reader that has sent nothing for this long is asked whether it is still
+// there: a stopped stream looks the same as an empty field until then.
+constexpr auto kQuiet = std::chrono::milliseconds(1000);
+
+// Per reader: when it last sent a report, and whether it is lost.
+struct Watch {
+    Clock::time_point heard;
+    bool lost = false;
+    uhftools::Backoff backoff;
+    Clock::time_point next_try;
+};
+
+// Stop, ask for the software version, start again: false when it does not
+// answer (the link is gone; an exchange on a hung-up link fails at once).
+bool still_there(const Reader& rd) {
+    LinkSelect(rd.slot);
+    UHFStopGet();
+    uint8_t version[64];
+    return UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
+}
+
+// A gap in the run: a JSON line in JSON output, a note on stderr otherwise.
+void print_event(const Session& s, const std::string& reader, const char* event, double t) {
+    if (s.format == Format::Json) {
+        Json j(cJSON_CreateObject());
+        cJSON_AddNumberToObject(j.get(), "time", std::round(t * 1000) / 1000);
+        cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
+        cJSON_AddStringToObject(j.get(), "event", event);
+        line_out(json_line(j.get()));
+    } else {
+        std::fprintf(stderr, "uhfctl: %s: %s\n", reader.c_str(),
+                     std::strcmp(event, "lost") == 0 ? "lost the reader, reconnecting" : "reader back, reading again");
+    }
+}
+
+int stop_all(const Session& s, const std::vector<Watch>& watch) {
     int rc = kOk;
-    for (const Reader& rd : s.readers) {
+    for (size_t i = 0; i < s.readers.size(); i++) {
+        const Reader& rd = s.readers[i];
+        if (watch[i].lost) continue;
         LinkSelect(rd.slot);
         if (UHFStopGet() != 0) {
             fail(kReaderFailed, "did not confirm the stop: " + rd.label + " (its receive thread was stopped anyway)");
@@ -326,19 +365,64 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
     auto next_draw = start;
     auto take = [&](Read& r) { return s.several() ? take_tlv(r) : take_ex(r); };
     auto limit_reached = [&] { return o.count > 0 && result.reads >= o.count; };
+    std::vector<Watch> watch(s.readers.size());
+    for (Watch& w : watch) w.heard = start;
+    auto reader_index = [&](int slot) {
+        for (size_t i = 0; i < s.readers.size(); i++)
+            if (s.readers[i].slot == slot) return i;
+        return size_t{0};
+    };
+    int lost_rc = kOk;
+    // Quiet readers are asked whether they are there; lost ones end the run,
+    // or with --reconnect are opened again on the shared backoff.
+    auto watch_readers = [&] {
+        const auto now = Clock::now();
+        for (size_t i = 0; i < s.readers.size() && lost_rc == kOk; i++) {
+            Watch& w = watch[i];
+            const std::string label = s.readers[i].label;
+            if (!w.lost) {
+                if (now - w.heard < kQuiet) continue;
+                w.heard = now;
+                if (still_there(s.readers[i])) continue;
+                if (!o.reconnect || !s.reopen) {
+                    lost_rc = fail(kConnection, "lost " + label + ": it stopped sending and does not answer");
+                    w.lost = true;
+                    continue;
+                }
+                w.lost = true;
+                w.backoff.reset();
+                w.next_try = now + w.backoff.next();
+                print_event(s, label, "lost", elapsed());
+            } else if (now >= w.next_try) {
+                std::string err;
+                if (s.reopen(i, err) == kOk) {
+                    LinkSelect(s.readers[i].slot);
+                    if (UHFInventory() == 0) {
+                        w.lost = false;
+                        w.heard = Clock::now();
+                        print_event(s, label, "reconnected", elapsed());
+                        continue;
+                    }
+                }
+                w.next_try = Clock::now() + w.backoff.next();
+            }
+        }
+    };
     auto consume = [&](const Read& r) {
         double t = elapsed();
+        watch[s.several() ? reader_index(r.slot) : 0].heard = Clock::now();
         const TagSeen& tag = tally.add(r, t);
         result.reads++;
         if (!text && !o.unique) print_read(s, r, tag.reader, t);
     };
 
-    while (!stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
+    while (lost_rc == kOk && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
         Read r;
         if (take(r)) {
             consume(r);
         } else {
             std::this_thread::sleep_for(kIdlePoll);
+            watch_readers();
         }
         if (o.live && Clock::now() >= next_draw) {
             result.seconds = elapsed();
@@ -348,13 +432,16 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
         }
     }
     result.seconds = elapsed();
-    int rc = stop_all(s);
+    int rc = stop_all(s, watch);
     result.stop_confirmed = rc == kOk;
+    for (size_t i = 0; i < watch.size(); i++)
+        if (watch[i].lost && lost_rc == kOk)
+            lost_rc = fail(kConnection, "lost " + s.readers[i].label + ": not back when the run ended");
     // Reports that arrived before the stop are reads too.
     for (Read r; !limit_reached() && take(r);) consume(r);
     result.tags = tally.tags();
     finish(s, o, result);
-    return rc;
+    return lost_rc != kOk ? lost_rc : rc;
 }
 
 void add_inventory_command(CLI::App& app, Context& ctx) {
@@ -363,7 +450,11 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "Stops after --duration seconds, after --count reads, or on Ctrl-C; the reader is always told to stop.\n"
         "On a terminal the table is redrawn four times a second; with stdout not a terminal it is printed once at the end.\n"
         "With several readers the TID column stays empty: only the report form that names the link is available then,\n"
-        "and it does not carry the whole data.\n\n"
+        "and it does not carry the whole data.\n"
+        "A reader that sends nothing for a second is asked whether it is still there; one that does not answer is\n"
+        "reported on stderr and the run ends with exit code 3. With --reconnect it is opened again (after 1 s, doubling\n"
+        "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and {\"event\":\"reconnected\"}\n"
+        "lines, the other formats with a note on stderr.\n\n"
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
         "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"
@@ -374,6 +465,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
+    cmd->add_flag("--reconnect", o->reconnect, "Open a lost reader again and carry on instead of ending the run");
     auto run = [&ctx, o] {
         InventoryOptions opts = *o;
         opts.live = ctx.session.format == Format::Text && stdout_is_terminal();

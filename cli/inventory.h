@@ -16,6 +16,7 @@ struct InventoryOptions {
     bool unique = false;      // json/csv: one record per tag at the end
     bool once = false;        // one single-shot inventory instead of a continuous one
     bool live = false;        // redraw a table while reading (terminal only)
+    bool reconnect = false;   // a lost reader is opened again (with backoff) instead of ending the run
     std::string title = "inventory";
 };
 

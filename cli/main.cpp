@@ -6,6 +6,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "version.h"
 
 using namespace uhfctl;
 
@@ -54,6 +55,7 @@ bool enable_logs(const std::string& list, std::string& err) {
 int main(int argc, char** argv) {
     CLI::App app{kIntro, "uhfctl"};
     app.footer(kFooter);
+    app.set_version_flag("--version", uhftools::version_text("uhfctl"), "Print the versions of uhfctl and libuhfhost");
     app.require_subcommand(1);
     app.fallthrough();  // connection options may follow the subcommand too
 
@@ -102,6 +104,12 @@ int main(int argc, char** argv) {
         int rc = ctx.connections.targets(ctx.connect, targets, err);
         if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err);
         if (rc != kOk) return fail(rc, err);
+        ctx.session.reopen = [&ctx, targets](size_t i, std::string& e) {
+            Reader& r = ctx.session.readers[i];
+            LinkSelect(r.slot);
+            ClosePort();
+            return ctx.connections.open_one(targets[i], ctx.connect, r, e);
+        };
     }
     int rc = ctx.run ? ctx.run() : kUsage;
     ctx.connections.close_all();

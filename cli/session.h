@@ -23,6 +23,9 @@ struct Session {
     Format format = Format::Text;
 
     bool several() const { return readers.size() > 1; }
+    // Closes readers[i] and opens its target again into readers[i]: kOk, or
+    // kConnection with err. Empty when readers cannot be reopened (demo).
+    std::function<int(size_t i, std::string& err)> reopen;
     // Selects each reader in turn and runs fn on it; the worst exit code.
     int each(const std::function<int(const Reader&)>& fn) const;
 };

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "transport/servers.h"
+#include "version.h"
 
 using namespace uhfsim;
 
@@ -52,6 +53,7 @@ int main(int argc, char** argv) {
       "  uhfsim --tcp 127.0.0.1:4001 --random-tags 20 --seed 7\n"
       "  uhfsim --pty --tags sim/examples/tags.json --rate 300 --verbose\n"
       "  uhfsim --tcp 0 --ignore 0x8C            # a reader that never answers the stop\n"};
+  app.set_version_flag("--version", uhftools::tool_version("uhfsim"));
 
   std::string tcp, tags_file, mode = "epc", delivery = "stream", escaped;
   bool pty = false, verbose = false, sensor = false;
