@@ -113,7 +113,7 @@ void format_build_stamp(const char* date, const char* time, char* out) {
 using uhf::Reply;
 using uhf::RequestBuf;
 
-UHF_API int UHFGetHardwareVersion(uint8_t* version) {
+int UHFGetHardwareVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdHardwareVersion, r) != 0) return -1;
@@ -124,7 +124,7 @@ UHF_API int UHFGetHardwareVersion(uint8_t* version) {
     return 0;
 }
 
-UHF_API int UHFGetSoftwareVersion(uint8_t* version) {
+int UHFGetSoftwareVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdSoftwareVersion, r) != 0) return -1;
@@ -140,7 +140,7 @@ UHF_API int UHFGetSoftwareVersion(uint8_t* version) {
     return 0;
 }
 
-UHF_API int UHFGetReaderVersion(uint8_t* version) {
+int UHFGetReaderVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdReaderVersion, r) != 0 || !r.has(3)) return -1;
@@ -161,13 +161,13 @@ UHF_API int UHFGetReaderVersion(uint8_t* version) {
     return 0;
 }
 
-UHF_API int UHFGetVersionCode(char* datetime) {
+int UHFGetVersionCode(char* datetime) {
     UHF_REFUSE_IF(datetime == nullptr);
     uhf::format_build_stamp(__DATE__, __TIME__, datetime);
     return 1;
 }
 
-UHF_API int UHFGetDeviceID(unsigned int* id) {
+int UHFGetDeviceID(unsigned int* id) {
     UHF_REFUSE_IF(id == nullptr);
     Reply r;
     if (uhf::transact(uhf::kCmdDeviceId, r) != 0) return -1;
@@ -175,29 +175,29 @@ UHF_API int UHFGetDeviceID(unsigned int* id) {
     return 0;
 }
 
-UHF_API int UHFGeTemperature(uint16_t* temperature) {
+int UHFGeTemperature(uint16_t* temperature) {
     uint16_t raw = 0;
     if (temperature == nullptr || uhf::read_temperature(&raw) != 0) return -1;
     *temperature = raw / 100;
     return 0;
 }
 
-UHF_API int UHFGetTemperature(int* temp) {
+int UHFGetTemperature(int* temp) {
     uint16_t raw = 0;
     if (temp == nullptr || uhf::read_temperature(&raw) != 0) return -1;
     *temp = static_cast<int16_t>(raw) / 100;
     return 0;
 }
 
-UHF_API int UHFSetTemperatureProtect(unsigned char flag) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, flag); }
+int UHFSetTemperatureProtect(unsigned char flag) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, flag); }
 
-UHF_API int UHFGetTemperatureProtect(unsigned char* flag) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, flag); }
+int UHFGetTemperatureProtect(unsigned char* flag) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, flag); }
 
-UHF_API int UHFSetTempVal(unsigned char TempVal) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, TempVal); }
+int UHFSetTempVal(unsigned char TempVal) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, TempVal); }
 
-UHF_API int UHFGetTempVal(unsigned char* TempVal) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, TempVal); }
+int UHFGetTempVal(unsigned char* TempVal) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, TempVal); }
 
-UHF_API int UHFVerifyVoltage(int* value) {
+int UHFVerifyVoltage(int* value) {
     UHF_REFUSE_IF(value == nullptr);
     RequestBuf<1> req;
     req.u8(0x01);
@@ -207,14 +207,14 @@ UHF_API int UHFVerifyVoltage(int* value) {
     return 0;
 }
 
-UHF_API int UHFSetBeep(uint8_t mode) {
+int UHFSetBeep(uint8_t mode) {
     RequestBuf<2> req;
     req.u8(uhf::kSubSetBeep).u8(mode);
     Reply r;
     return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
 }
 
-UHF_API int UHFGetBeep(uint8_t* mode) {
+int UHFGetBeep(uint8_t* mode) {
     UHF_REFUSE_IF(mode == nullptr);
     Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetBeep, r) != 0 || !r.has(2)) return -1;
@@ -222,21 +222,21 @@ UHF_API int UHFGetBeep(uint8_t* mode) {
     return 0;
 }
 
-UHF_API int UHFSetIOControl(unsigned char output1, unsigned char output2, unsigned char outStatus) {
+int UHFSetIOControl(unsigned char output1, unsigned char output2, unsigned char outStatus) {
     RequestBuf<4> req;
     req.u8(uhf::kSubSetIo).u8(output1).u8(output2).u8(outStatus);
     Reply r;
     return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
 }
 
-UHF_API int UHFGetIOControl(unsigned char* statusData) {
+int UHFGetIOControl(unsigned char* statusData) {
     UHF_REFUSE_IF(statusData == nullptr);
     Reply r;
     if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetIo, r) != 0 || !r.has(3)) return -1;
     return r.copy(statusData, 1, 2) ? 0 : -1;
 }
 
-UHF_API int UHFUploadUserParam(const unsigned char* param, unsigned short paramLen) {
+int UHFUploadUserParam(const unsigned char* param, unsigned short paramLen) {
     // The request buffer bounds the block: a longer one poisons the request
     // and nothing is sent.
     RequestBuf<1 + uhf::kUserParamMax> req;
@@ -249,7 +249,7 @@ UHF_API int UHFUploadUserParam(const unsigned char* param, unsigned short paramL
     return 0;
 }
 
-UHF_API int UHFDownloadUserParam(unsigned char* param, unsigned short* paramLen) {
+int UHFDownloadUserParam(unsigned char* param, unsigned short* paramLen) {
     UHF_REFUSE_IF(param == nullptr || paramLen == nullptr);
     RequestBuf<1> req;
     req.u8(uhf::kSubDownload);

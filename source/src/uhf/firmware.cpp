@@ -32,7 +32,7 @@ int send_block(const uint8_t* buf, size_t len) {
 
 }  // namespace uhf
 
-UHF_API int UHFJump2Boot(unsigned char flag) {
+int UHFJump2Boot(unsigned char flag) {
     static const uint8_t kTarget[] = {0xEE, 0xCC, 0xBB, 0xAA};
     if (flag >= sizeof kTarget) return -2;
     uhf::RequestBuf<1> req;
@@ -41,14 +41,14 @@ UHF_API int UHFJump2Boot(unsigned char flag) {
     return uhf::transact_status(uhf::kCmdJumpToBoot, req, r, uhf::kAccepted);
 }
 
-UHF_API int UHFStartUpd(void) {
+int UHFStartUpd(void) {
     uhf::Reply r;
     return uhf::transact_status(uhf::kCmdStartUpdate, r, uhf::kAccepted);
 }
 
-UHF_API int UHFUpdating(unsigned char* buf) { return uhf::send_block(buf, uhf::kBlockLen); }
+int UHFUpdating(unsigned char* buf) { return uhf::send_block(buf, uhf::kBlockLen); }
 
-UHF_API int UHF_Upgrade(const unsigned char* buf, unsigned short length) { return uhf::send_block(buf, length); }
+int UHF_Upgrade(const unsigned char* buf, unsigned short length) { return uhf::send_block(buf, length); }
 
 // Fire and forget: the reader may be busy flashing and answer late or never.
-UHF_API int UHFStopUpdate(void) { return Vexa_Send(uhf::kCmdStopUpdate, nullptr, 0, cur_index); }
+int UHFStopUpdate(void) { return Vexa_Send(uhf::kCmdStopUpdate, nullptr, 0, cur_index); }

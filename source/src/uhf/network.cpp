@@ -49,7 +49,7 @@ int plain_command(uint8_t cmd) {
 
 }  // namespace uhf
 
-UHF_API int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
+int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
     uhf::RequestBuf<uhf::kLongAddrForm> req;
     if (uhf::set_address(req, uhf::kSubSetIp, ipbuf, postbuf) != 0) return -1;
     // Mask and gateway travel together or not at all.
@@ -58,7 +58,7 @@ UHF_API int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char
     return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
 }
 
-UHF_API int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
+int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
     uhf::Reply r;
     if (uhf::get_address(uhf::kSubGetIp, ipbuf, postbuf, r) != 0) return -1;
     // A short reply (firmware without those fields) carries no mask and gateway.
@@ -69,18 +69,18 @@ UHF_API int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char
     return 0;
 }
 
-UHF_API int UHFSetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
+int UHFSetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
     uhf::RequestBuf<uhf::kLongAddrForm> req;
     if (uhf::set_address(req, uhf::kSubSetDestIp, ipbuf, postbuf) != 0) return -1;
     uhf::Reply r;
     return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
 }
 
-UHF_API int UHFGetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
+int UHFGetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
     uhf::Reply r;
     return uhf::get_address(uhf::kSubGetDestIp, ipbuf, postbuf, r);
 }
 
-UHF_API int UHFSetSoftReset(void) { return uhf::plain_command(uhf::kCmdSoftReset); }
+int UHFSetSoftReset(void) { return uhf::plain_command(uhf::kCmdSoftReset); }
 
-UHF_API int UHFSetDefaultMode(void) { return uhf::plain_command(uhf::kCmdDefaultMode); }
+int UHFSetDefaultMode(void) { return uhf::plain_command(uhf::kCmdDefaultMode); }
