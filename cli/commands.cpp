@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <cstdlib>
+
 #include <CLI/CLI.hpp>
 
 namespace uhfctl {
@@ -16,6 +18,13 @@ void set_runner(CLI::App* cmd, Context& ctx, std::function<int()> run, const std
         if (format) ctx.session.format = *format == "json" ? Format::Json : *format == "csv" ? Format::Csv : Format::Text;
         ctx.run = run;
     });
+}
+
+std::string check_seconds(std::string& text) {
+    char* end = nullptr;
+    double v = std::strtod(text.c_str(), &end);
+    if (end == text.c_str() || *end != '\0') return "a number of seconds is expected, not " + text;
+    return v > 0 ? std::string() : "must be more than 0 seconds, not " + text;
 }
 
 }  // namespace uhfctl

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "connection.h"
 #include "session.h"
@@ -24,6 +25,9 @@ struct Context {
 // Makes run the command when cmd is chosen; with formats, adds --format
 // (the first is the default; "table" and "text" both mean text).
 void set_runner(CLI::App* cmd, Context& ctx, std::function<int()> run, const std::vector<std::string>& formats = {});
+
+// --duration: a number of seconds above 0, with a plain message otherwise.
+std::string check_seconds(std::string& text);
 
 void add_inventory_command(CLI::App& app, Context& ctx);
 void add_demo_command(CLI::App& app, Context& ctx);

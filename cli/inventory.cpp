@@ -461,7 +461,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv\n"
         "  uhfctl --tcp 192.168.1.50 inventory --once --format json");
     auto o = std::make_shared<InventoryOptions>();
-    cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::PositiveNumber);
+    cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::Validator(check_seconds, "SECONDS"));
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");

@@ -1,6 +1,7 @@
 // uhfctl: the command-line tool for UHF RFID readers, built on the public
 // C API of libuhfhost. Options and dispatch; the subcommands live beside it.
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <cstdio>
 #include <sstream>
 
@@ -92,8 +93,13 @@ int main(int argc, char** argv) {
         // CLI11 takes an unknown word for a stray argument; name it.
         if (app.get_subcommands().empty() && !app.remaining().empty() && e.get_exit_code() != 0)
             return fail(kUsage, "unknown subcommand " + app.remaining().front() + " (uhfctl --help lists them)");
-        int rc = app.exit(e);
-        return rc == 0 ? kOk : kUsage;
+        if (e.get_exit_code() == 0) return app.exit(e) == 0 ? kOk : kUsage;  // --help, --version
+        // One line that names the tool, the subcommand and where its usage is.
+        std::string sub = app.get_subcommands().empty() ? "" : app.get_subcommands().front()->get_name();
+        std::string what = e.what();
+        if (!what.empty()) what[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(what[0])));
+        return fail(kUsage, (sub.empty() ? "" : sub + ": ") + what + " (uhfctl " + (sub.empty() ? "" : sub + " ") +
+                                "--help)");
     }
 
     std::string err;
