@@ -9,15 +9,14 @@
 
 #include "log.h"
 
-using uhf::kLogSerial;
+using namespace uhf;
 
 speed_t getBaudrate(int baudrate) {
     static const struct {
         int rate;
         speed_t code;
-    } kRates[] = {{300, B300},     {600, B600},     {1200, B1200},   {2400, B2400},
-                  {4800, B4800},   {9600, B9600},   {19200, B19200}, {38400, B38400},
-                  {57600, B57600}, {115200, B115200}, {230400, B230400}};
+    } kRates[] = {{300, B300},     {600, B600},     {1200, B1200},   {2400, B2400},     {4800, B4800},    {9600, B9600},
+                  {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}, {230400, B230400}};
     for (const auto& r : kRates)
         if (r.rate == baudrate) return r.code;
     return static_cast<speed_t>(-1);
@@ -93,21 +92,20 @@ int SerialPort_Open_Ex(char* uart, int baudrate, int databits, int stopbits, int
     if (databits == 8) tio.c_cflag |= CS8;
 
     switch (parity) {
-    case 0:
-        tio.c_cflag &= ~PARENB;
-        tio.c_iflag &= ~INPCK;
-        break;
-    case 1:
-        tio.c_cflag |= PARENB | PARODD;
-        tio.c_iflag |= INPCK;
-        break;
-    case 2:
-        tio.c_cflag |= PARENB;
-        tio.c_cflag &= ~PARODD;
-        tio.c_iflag |= INPCK;
-        break;
-    default:
-        break;
+        case 0:
+            tio.c_cflag &= ~PARENB;
+            tio.c_iflag &= ~INPCK;
+            break;
+        case 1:
+            tio.c_cflag |= PARENB | PARODD;
+            tio.c_iflag |= INPCK;
+            break;
+        case 2:
+            tio.c_cflag |= PARENB;
+            tio.c_cflag &= ~PARODD;
+            tio.c_iflag |= INPCK;
+            break;
+        default: break;
     }
     if (stopbits == 1) tio.c_cflag &= ~CSTOPB;
     if (stopbits == 2) tio.c_cflag |= CSTOPB;

@@ -29,21 +29,13 @@ constexpr uint16_t kMaxReportLen = 256;
 // as a tripwire for a corrupted ring.
 constexpr uint16_t kMaxRecordSize = 256;
 
-uint8_t ring_get(unsigned long i) {
-    return __atomic_load_n(&tag_buf[i & TAG_BUF_MASK], __ATOMIC_RELAXED);
-}
+uint8_t ring_get(unsigned long i) { return __atomic_load_n(&tag_buf[i & TAG_BUF_MASK], __ATOMIC_RELAXED); }
 
-void ring_put(unsigned long i, uint8_t v) {
-    __atomic_store_n(&tag_buf[i & TAG_BUF_MASK], v, __ATOMIC_RELAXED);
-}
+void ring_put(unsigned long i, uint8_t v) { __atomic_store_n(&tag_buf[i & TAG_BUF_MASK], v, __ATOMIC_RELAXED); }
 
-unsigned long index_get(const unsigned long* index) {
-    return __atomic_load_n(index, __ATOMIC_RELAXED);
-}
+unsigned long index_get(const unsigned long* index) { return __atomic_load_n(index, __ATOMIC_RELAXED); }
 
-void index_put(unsigned long* index, unsigned long v) {
-    __atomic_store_n(index, v & TAG_BUF_MASK, __ATOMIC_RELAXED);
-}
+void index_put(unsigned long* index, unsigned long v) { __atomic_store_n(index, v & TAG_BUF_MASK, __ATOMIC_RELAXED); }
 
 // Zero-length reports and reports starting 00 00 are refused as empty. The
 // test looks only at the bytes the caller gave, so a one-byte report is
@@ -63,10 +55,12 @@ void flush_ring() {
 }  // namespace
 }  // namespace uhf
 
+using namespace uhf;
+
 // Every reset takes the queue's lock: a receive thread may be adding.
 void flushTagBuf(void) {
     pthread_mutex_lock(&tag_buf_mutex);
-    uhf::flush_ring();
+    flush_ring();
     pthread_mutex_unlock(&tag_buf_mutex);
 }
 
@@ -78,7 +72,6 @@ unsigned char isContain(unsigned long from, unsigned long end, unsigned long ind
 }
 
 uint16_t addTagData(INVENTORY_MODE mode, const uint8_t* tagData, uint16_t tagLen, int id) {
-    using namespace uhf;
     if (tagData == nullptr || report_looks_empty(tagData, tagLen)) {
         UHF_LOG(kLogTagFifo, "ERROR tag buffer");
         return 0;
@@ -122,7 +115,6 @@ uint16_t addTagData(INVENTORY_MODE mode, const uint8_t* tagData, uint16_t tagLen
 }
 
 uint16_t getTagData(uint8_t* tag, uint16_t size) {
-    using namespace uhf;
     if (tag == nullptr) return 0;
     if (ring_get(index_get(&drop_tag_index)) == 0) return 0;
 
@@ -136,7 +128,7 @@ uint16_t getTagData(uint8_t* tag, uint16_t size) {
     }
     if (n > kMaxRecordSize) {
         UHF_LOG(kLogTagFifo, "out of range,tag size:%d", n);
-        uhf::flush_ring();
+        flush_ring();
         pthread_mutex_unlock(&tag_buf_mutex);
         return 0;
     }

@@ -10,9 +10,11 @@
 #include "terminal.h"
 #include "transport.h"
 
+using namespace uhf;
+
 namespace {
 
-constexpr size_t kExchangeBuf = uhf::kMaxFrame;
+constexpr size_t kExchangeBuf = kMaxFrame;
 
 // Frame into out (capacity cap); returns its length, 0 when it does not fit.
 // The length field always counts n, even when a null data pointer leaves the
@@ -49,57 +51,49 @@ struct FrameParser {
     // Feed one byte; true when it completed a frame.
     bool feed(uint8_t b) {
         switch (rxsta) {
-        case 0:
-            rxor = 0;
-            rlen = 0;
-            ridx = 0;
-            rxsta = b == 0xA5 ? 1 : 0;
-            return false;
-        case 1:
-            rxsta = b == 0x5A ? 2 : 0;
-            return false;
-        case 2:
-            rxor ^= b;
-            rlen = static_cast<uint16_t>(b << 8);
-            rxsta = 3;
-            return false;
-        case 3:
-            rxor ^= b;
-            rlen = static_cast<uint16_t>(rlen + b);
-            if (rlen >= 8 && rlen <= 4096) {
-                rlen -= 8;
-                rxsta = 4;
-            } else {
-                rxsta = 0;
-            }
-            return false;
-        case 4:
-            rxor ^= b;
-            rcmd = b;
-            rxsta = rlen > 0 ? 5 : 6;
-            return false;
-        case 5:
-            if (ridx < rlen) {
+            case 0:
+                rxor = 0;
+                rlen = 0;
+                ridx = 0;
+                rxsta = b == 0xA5 ? 1 : 0;
+                return false;
+            case 1: rxsta = b == 0x5A ? 2 : 0; return false;
+            case 2:
                 rxor ^= b;
-                if (ridx < rcap) rbuf[ridx] = b;
-                ridx++;
-                if (ridx == rlen) rxsta = 6;
-            }
-            return false;
-        case 6:
-            rxsta = b == rxor ? 7 : 0;
-            return false;
-        case 7:
-            rxsta = b == 0x0D ? 8 : 0;
-            return false;
-        case 8:
-            rxsta = 0;
-            return b == 0x0A;
-        default:
-            rxor = 0;
-            rlen = 0;
-            ridx = 0;
-            return false;
+                rlen = static_cast<uint16_t>(b << 8);
+                rxsta = 3;
+                return false;
+            case 3:
+                rxor ^= b;
+                rlen = static_cast<uint16_t>(rlen + b);
+                if (rlen >= 8 && rlen <= 4096) {
+                    rlen -= 8;
+                    rxsta = 4;
+                } else {
+                    rxsta = 0;
+                }
+                return false;
+            case 4:
+                rxor ^= b;
+                rcmd = b;
+                rxsta = rlen > 0 ? 5 : 6;
+                return false;
+            case 5:
+                if (ridx < rlen) {
+                    rxor ^= b;
+                    if (ridx < rcap) rbuf[ridx] = b;
+                    ridx++;
+                    if (ridx == rlen) rxsta = 6;
+                }
+                return false;
+            case 6: rxsta = b == rxor ? 7 : 0; return false;
+            case 7: rxsta = b == 0x0D ? 8 : 0; return false;
+            case 8: rxsta = 0; return b == 0x0A;
+            default:
+                rxor = 0;
+                rlen = 0;
+                ridx = 0;
+                return false;
         }
     }
 };
@@ -135,9 +129,9 @@ void note_timeout(LateReplies& l, uint8_t code, bool met_late, uint16_t timeout)
 // earlier command gave up) must not be taken for its answer. While a receive
 // thread owns the link, the input is its reports.
 void drop_stale(int tindex) {
-    if (uhf::slot_ok(tindex) && !uhf::link_clean(tindex) &&
+    if (slot_ok(tindex) && !link_clean(tindex) &&
         __atomic_load_n(&my_terminals[tindex].recv_task_running, __ATOMIC_ACQUIRE) == 0)
-        uhf::discard_input(tindex);
+        discard_input(tindex);
 }
 
 }  // namespace
@@ -171,7 +165,7 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
     int ret = -1;
     size_t iLocation = 0, parseIndex = 0;
     long long start = getTimestamp();
-    LateReplies* late = uhf::slot_ok(tindex) ? &g_late[tindex] : nullptr;
+    LateReplies* late = slot_ok(tindex) ? &g_late[tindex] : nullptr;
     if (late != nullptr && late->owed > 0 && start > late->until) *late = LateReplies{};
     bool met_late = false;
     do {
@@ -183,7 +177,7 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
         // Wait first, then read: one poll and one read per reply on a
         // healthy link.
         long long left = timeout - (getTimestamp() - start);
-        int ready = left > 0 ? uhf::wait_readable(tindex, static_cast<int>(left)) : 0;
+        int ready = left > 0 ? wait_readable(tindex, static_cast<int>(left)) : 0;
         int got = recv_bytes(buf + iLocation, static_cast<uint16_t>(kExchangeBuf - iLocation), tindex);
         if (got > 0) {
             rxsta = 0;
@@ -198,11 +192,11 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
                     if (late != nullptr && late->owed > 0 && late->code == p.rcmd) {
                         late->owed--;
                         met_late = true;
-                        UHF_LOG(uhf::kLogTransfer, "link id:%d,late reply 0x%02X dropped", tindex, p.rcmd);
+                        UHF_LOG(kLogTransfer, "link id:%d,late reply 0x%02X dropped", tindex, p.rcmd);
                         continue;
                     }
                     if (late != nullptr) *late = LateReplies{};
-                    if (i + 1 == iLocation) uhf::set_link_clean(tindex);
+                    if (i + 1 == iLocation) set_link_clean(tindex);
                     *recvlen = p.rlen;
                     memcpy(recvbuf, rbuf, p.rlen);
                     return 0;
@@ -212,7 +206,7 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
         } else if (ready && (got == 0 || (errno != EAGAIN && errno != EINTR))) {
             // Readable yet nothing to read: the peer hung up. No reply can
             // come, so fail now rather than at the time limit.
-            UHF_LOG(uhf::kLogTransfer, "link id:%d,peer hung up", tindex);
+            UHF_LOG(kLogTransfer, "link id:%d,peer hung up", tindex);
             return ret;
         }
     } while (getTimestamp() - start < static_cast<long long>(timeout));
@@ -247,21 +241,21 @@ uint8_t ReceiveCommand(uint8_t* ReceiveCommand, uint16_t* ReceiveNum, uint16_t w
     (void)waittime;  // the collection has its own fixed bound of about 5 s
     if (ReceiveCommand == nullptr || ReceiveNum == nullptr) return 0;
     // No open link, no reply: do not wait out the bound for one.
-    if (uhf::backend_of(cur_index) == nullptr) return 0;
+    if (backend_of(cur_index) == nullptr) return 0;
     uint8_t collected[512];
     size_t total = 0;
-    uhf::poll_collect([](uint8_t* p, uint16_t n) { return recv_bytes(p, n, cur_index); },
-                      [&](const uint8_t* p, size_t n) {
-                          for (size_t i = 0; i < n; i++) {
-                              // A reply longer than the buffer keeps overwriting its last byte.
-                              if (total < sizeof collected)
-                                  collected[total++] = p[i];
-                              else
-                                  collected[sizeof collected - 1] = p[i];
-                          }
-                          return true;
-                      },
-                      10000);
+    poll_collect([](uint8_t* p, uint16_t n) { return recv_bytes(p, n, cur_index); },
+                 [&](const uint8_t* p, size_t n) {
+                     for (size_t i = 0; i < n; i++) {
+                         // A reply longer than the buffer keeps overwriting its last byte.
+                         if (total < sizeof collected)
+                             collected[total++] = p[i];
+                         else
+                             collected[sizeof collected - 1] = p[i];
+                     }
+                     return true;
+                 },
+                 10000);
     if (total == 0) return 0;
     size_t out = 0;
     for (size_t i = 0; i < total; i++) {

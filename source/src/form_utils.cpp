@@ -92,8 +92,9 @@ unsigned stuff(unsigned char* buf, unsigned out, uint8_t b) {
 }  // namespace
 }  // namespace uhf
 
+using namespace uhf;
+
 int searchPack(const unsigned char* buf, int len) {
-    using namespace uhf;
     if (buf == nullptr || len <= 0) return -1;
     SearchState state = kStart;
     int start = -1;
@@ -103,51 +104,47 @@ int searchPack(const unsigned char* buf, int len) {
     for (int index = 0; index < len; index++) {
         const uint8_t b = buf[index];
         switch (state) {
-        case kStart:
-            if (first_start_byte(b)) {
-                start = index;
-                state = kSecond;
-            }
-            break;
-        case kSecond:
-            // A mismatch drops back without looking at this byte as a start.
-            if (second_start_byte(b)) {
-                check = 0;
-                frameLen = 0;
-                state = kLenHigh;
-            } else {
+            case kStart:
+                if (first_start_byte(b)) {
+                    start = index;
+                    state = kSecond;
+                }
+                break;
+            case kSecond:
+                // A mismatch drops back without looking at this byte as a start.
+                if (second_start_byte(b)) {
+                    check = 0;
+                    frameLen = 0;
+                    state = kLenHigh;
+                } else {
+                    state = kStart;
+                }
+                break;
+            case kLenHigh:
+                check ^= b;
+                frameLen = static_cast<unsigned>(b) << 8;
+                state = kLenLow;
+                break;
+            case kLenLow:
+                check ^= b;
+                frameLen |= b;
+                if (frameLen >= 8 && frameLen <= 4096) {
+                    count = 4;
+                    state = kBody;
+                } else {
+                    state = kStart;
+                }
+                break;
+            case kBody:
+                check ^= b;
+                if (++count == frameLen - 3) state = kCheck;
+                break;
+            case kCheck: state = (b == check) ? kCr : kStart; break;
+            case kCr: state = (b == 0x0D) ? kLf : kStart; break;
+            case kLf:
+                if (b == 0x0A) return start;
                 state = kStart;
-            }
-            break;
-        case kLenHigh:
-            check ^= b;
-            frameLen = static_cast<unsigned>(b) << 8;
-            state = kLenLow;
-            break;
-        case kLenLow:
-            check ^= b;
-            frameLen |= b;
-            if (frameLen >= 8 && frameLen <= 4096) {
-                count = 4;
-                state = kBody;
-            } else {
-                state = kStart;
-            }
-            break;
-        case kBody:
-            check ^= b;
-            if (++count == frameLen - 3) state = kCheck;
-            break;
-        case kCheck:
-            state = (b == check) ? kCr : kStart;
-            break;
-        case kCr:
-            state = (b == 0x0D) ? kLf : kStart;
-            break;
-        case kLf:
-            if (b == 0x0A) return start;
-            state = kStart;
-            break;
+                break;
         }
     }
     return -1;
@@ -160,33 +157,28 @@ void setOnDataReceived(OnDataReceived onDataRecved) {
 }
 
 void CallReceviedEvent(uint8_t cmd, uint8_t* content, uint16_t contentLen) {
-    using namespace uhf;
     const OnDataReceived cb = __atomic_load_n(&myOnDataRecved, __ATOMIC_ACQUIRE);
     if (cb == nullptr || content == nullptr || contentLen < 5) return;
     switch (cmd) {
-    case 0x81:
-    case 0x83:
-        single_report(cb, content, contentLen);
-        break;
-    case 0xE1:
-    case 0xE8:
-    case 0xEA:
-    case 0xEC:
-        if (contentLen > 6) batch_report(cb, content, contentLen);
-        break;
-    case 0xE5:
-        if (content[0] == 2) {
-            ST_UHF_DATA_CELL cell = make_cell(CELL_BARCODE, contentLen - 1, content + 1);
-            deliver(cb, &cell, 1);
-        }
-        break;
-    default:
-        break;
+        case 0x81:
+        case 0x83: single_report(cb, content, contentLen); break;
+        case 0xE1:
+        case 0xE8:
+        case 0xEA:
+        case 0xEC:
+            if (contentLen > 6) batch_report(cb, content, contentLen);
+            break;
+        case 0xE5:
+            if (content[0] == 2) {
+                ST_UHF_DATA_CELL cell = make_cell(CELL_BARCODE, contentLen - 1, content + 1);
+                deliver(cb, &cell, 1);
+            }
+            break;
+        default: break;
     }
 }
 
 unsigned short consistPackage(ST_TransPackage* stTrsns, unsigned char* buf) {
-    using namespace uhf;
     // len past the content array would copy from beyond the struct.
     if (stTrsns == nullptr || buf == nullptr || stTrsns->len > kContentCapacity) return 0;
     buf[0] = stTrsns->type;
@@ -201,7 +193,6 @@ unsigned short consistPackage(ST_TransPackage* stTrsns, unsigned char* buf) {
 }
 
 unsigned char parsePackage(unsigned char* buf, unsigned short len, ST_TransPackage* stTrsns) {
-    using namespace uhf;
     // Fewer than 7 bytes hold no header to fill the fields from.
     if (buf == nullptr || stTrsns == nullptr || len < kPackageHeaderLen) return 1;
     stTrsns->type = buf[0];
@@ -216,7 +207,6 @@ unsigned char parsePackage(unsigned char* buf, unsigned short len, ST_TransPacka
 }
 
 unsigned short addPack(unsigned char* buf, unsigned short Len) {
-    using namespace uhf;
     // The worst case, 2 * Len + 4, must still be a representable length.
     if (buf == nullptr || 2u * Len + 4u > 0xFFFFu) return 0;
     memmove(buf + Len, buf, Len);
@@ -236,7 +226,6 @@ unsigned short addPack(unsigned char* buf, unsigned short Len) {
 }
 
 unsigned short dropPack(unsigned char* buf, unsigned short len) {
-    using namespace uhf;
     if (buf == nullptr) return 0;
     unsigned in = 0;
     while (in < len && buf[in] != kFlag) in++;

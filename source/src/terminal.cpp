@@ -26,7 +26,9 @@ bool copy_text(char* dst, size_t cap, const char* src) {
     return true;
 }
 
-void send_stop_inventory() { Vexa_Send(0x8C, nullptr, 0, cur_index); }
+constexpr uint8_t kCmdStopInventory = 0x8C;
+
+void send_stop_inventory() { Vexa_Send(kCmdStopInventory, nullptr, 0, cur_index); }
 
 }  // namespace
 
@@ -197,7 +199,8 @@ unsigned long terminal_get_idle_ms(void) {
         // Tests the selected slot, not slot i, and the receive time is never
         // refreshed; the result is part of the call's contract.
         if (!slot_ok(cur_index) || my_terminals[cur_index].device_info.trans_type == TYPE_INVALID) continue;
-        unsigned long idle = static_cast<unsigned long>(now - static_cast<long long>(my_terminals[i].last_recv_cmd_timestamp));
+        unsigned long idle =
+            static_cast<unsigned long>(now - static_cast<long long>(my_terminals[i].last_recv_cmd_timestamp));
         if (idle < least) least = idle;
     }
     return least;

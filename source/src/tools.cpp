@@ -48,8 +48,8 @@ void my_printf(const char* ms, ...) {
     localtime_r(&now, &local);
     struct timeval tv;
     gettimeofday(&tv, nullptr);
-    printf("%02d:%02d:%02d:%03d %s\n", local.tm_hour, local.tm_min, local.tm_sec,
-           static_cast<int>(tv.tv_usec / 1000), text);
+    printf("%02d:%02d:%02d:%03d %s\n", local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(tv.tv_usec / 1000),
+           text);
 }
 
 void display_buffer_hex(const unsigned char* buffer, unsigned int size) {

@@ -19,8 +19,9 @@ constexpr unsigned kRecvCapacity = 512;
 }  // namespace
 }  // namespace uhf
 
+using namespace uhf;
+
 int handleTransData(ST_TransPackage* stSend, ST_TransPackage* stRecv) {
-    using namespace uhf;
     if (stSend == nullptr || stRecv == nullptr) return -1;
 
     uint8_t frame[kSendCapacity];

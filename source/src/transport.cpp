@@ -70,8 +70,9 @@ void discard_input(int tindex, bool output) {
 
 }  // namespace uhf
 
+using namespace uhf;
+
 int send_bytes(const uint8_t* sendBytes, uint16_t sendLen, int tindex) {
-    using namespace uhf;
     if (log_on(kLogTransfer)) {
         int type = slot_ok(tindex) ? my_terminals[tindex].device_info.trans_type : 0;
         UHF_LOG(kLogBase, "link id:%d,type:%d,send len:%d,%d,%d", tindex, type, sendLen, 0, 0);
@@ -84,7 +85,6 @@ int send_bytes(const uint8_t* sendBytes, uint16_t sendLen, int tindex) {
 }
 
 int recv_bytes(uint8_t* recvBytes, uint16_t recvLen, int tindex) {
-    using namespace uhf;
     const Backend* b = backend_of(tindex);
     if (b == nullptr || (recvBytes == nullptr && recvLen > 0)) return -1;
     int n = b->recv(my_terminals[tindex], recvBytes, recvLen);

@@ -34,9 +34,7 @@ int tcp_send(ST_Terminal& t, const uint8_t* p, uint16_t n) {
     return static_cast<int>(send(t.my_socket, p, n, MSG_DONTWAIT | MSG_NOSIGNAL));
 }
 
-int tcp_recv(ST_Terminal& t, uint8_t* p, uint16_t n) {
-    return static_cast<int>(recv(t.my_socket, p, n, MSG_DONTWAIT));
-}
+int tcp_recv(ST_Terminal& t, uint8_t* p, uint16_t n) { return static_cast<int>(recv(t.my_socket, p, n, MSG_DONTWAIT)); }
 
 int tcp_wait(ST_Terminal& t, int ms) { return wait_fd(t.my_socket, ms); }
 
@@ -59,7 +57,7 @@ int tcp_peek(ST_Terminal& t, uint8_t* p, uint16_t n) {
 
 }  // namespace
 
-const Backend kTcpBackend = {tcp_open, tcp_close, tcp_send, tcp_recv, tcp_wait, tcp_discard,
-                             tcp_descriptor, tcp_peek, false};
+const Backend kTcpBackend = {tcp_open,    tcp_close,      tcp_send, tcp_recv, tcp_wait,
+                             tcp_discard, tcp_descriptor, tcp_peek, false};
 
 }  // namespace uhf

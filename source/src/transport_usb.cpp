@@ -19,6 +19,7 @@ int usb_descriptor(const ST_Terminal&) { return -1; }
 
 }  // namespace
 
-const Backend kUsbBackend = {usb_open, usb_close, usb_send, usb_recv, usb_wait, usb_discard, usb_descriptor, nullptr, true};
+const Backend kUsbBackend = {usb_open,    usb_close,      usb_send, usb_recv, usb_wait,
+                             usb_discard, usb_descriptor, nullptr,  true};
 
 }  // namespace uhf

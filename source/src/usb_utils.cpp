@@ -23,6 +23,8 @@
 #include "terminal.h"
 #include "usb_transport.h"
 
+using namespace uhf;
+
 hid_device* handle = nullptr;
 unsigned char usb_initial = 0;
 char cur_usb_path[256];
@@ -32,8 +34,6 @@ uint8_t usb_event_buf[8192];
 uint16_t usb_event_buf_len = 0;
 uint8_t recv_buf[4096];
 uint16_t recv_len = 0;
-
-using namespace uhf;
 
 namespace {
 
@@ -311,7 +311,8 @@ int usbRecv(unsigned char* inBuf, uint16_t len) {
     if (inBuf == nullptr) return -1;
     std::unique_lock<std::mutex> lock(g_handover);
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kReadTimeoutMs);
-    bool got = g_frame_ready.wait_until(lock, deadline, [] { return __atomic_load_n(&recv_len, __ATOMIC_ACQUIRE) != 0; });
+    bool got =
+        g_frame_ready.wait_until(lock, deadline, [] { return __atomic_load_n(&recv_len, __ATOMIC_ACQUIRE) != 0; });
     if (!got) return 0;
     uint16_t n = std::min(len, recv_len);
     memcpy(inBuf, recv_buf, n);

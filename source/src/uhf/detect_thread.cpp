@@ -7,6 +7,8 @@
 #include "log.h"
 #include "uhf/escaped_stream.h"
 
+using namespace uhf;
+
 namespace {
 
 uint8_t close_flag() { return __atomic_load_n(&ThreadCloseFlag, __ATOMIC_ACQUIRE); }
@@ -32,16 +34,16 @@ void* counted_body(void* arg) {
 
 void* Uhf_GetUartData(void* arg) {
     (void)arg;
-    uhf::EscapedStream stream;
+    EscapedStream stream;
     Init_UhfStack();
     usleep(10000);
-    uint8_t buf[uhf::EscapedStream::kReadMax];
+    uint8_t buf[EscapedStream::kReadMax];
     while (close_flag() != 1) {
         int n = recv_bytes(buf, sizeof buf, __atomic_load_n(&cur_index, __ATOMIC_RELAXED));
         if (n > 0) stream.feed(buf, static_cast<size_t>(n), (__atomic_load_n(&g_uflagCrc, __ATOMIC_RELAXED) & 1) != 0);
         usleep(30000);
     }
-    UHF_LOG(uhf::kLogBase, "detection thread leaves");
+    UHF_LOG(kLogBase, "detection thread leaves");
     return nullptr;
 }
 
@@ -59,7 +61,7 @@ int Creat_DectThread(void) {
     if (pthread_create(&tid, nullptr, counted_body, nullptr) != 0) {
         __atomic_sub_fetch(&g_alive, 1, __ATOMIC_ACQ_REL);
         set_close_flag(1);
-        UHF_LOG(uhf::kLogBase, "Create detection thread error!");
+        UHF_LOG(kLogBase, "Create detection thread error!");
         return -1;
     }
     pthread_detach(tid);

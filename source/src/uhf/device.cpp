@@ -36,21 +36,22 @@ enum : uint8_t {
     kSubGetIo = 0x0A,
     kSubUpload = 0x01,
     kSubDownload = 0x02,
+    kSubReadVoltage = 0x01,
 };
 
 // Month number from the compiler's three-letter name, by the fewest letters
 // that tell the names apart.
 int month_of(const char* m) {
     switch (m[0]) {
-    case 'J': return m[1] == 'a' ? 1 : m[2] == 'n' ? 6 : 7;
-    case 'F': return 2;
-    case 'M': return m[2] == 'r' ? 3 : 5;
-    case 'A': return m[1] == 'p' ? 4 : 8;
-    case 'S': return 9;
-    case 'O': return 10;
-    case 'N': return 11;
-    case 'D': return 12;
-    default: return 0;
+        case 'J': return m[1] == 'a' ? 1 : m[2] == 'n' ? 6 : 7;
+        case 'F': return 2;
+        case 'M': return m[2] == 'r' ? 3 : 5;
+        case 'A': return m[1] == 'p' ? 4 : 8;
+        case 'S': return 9;
+        case 'O': return 10;
+        case 'N': return 11;
+        case 'D': return 12;
+        default: return 0;
     }
 }
 
@@ -110,13 +111,12 @@ void format_build_stamp(const char* date, const char* time, char* out) {
 
 }  // namespace uhf
 
-using uhf::Reply;
-using uhf::RequestBuf;
+using namespace uhf;
 
 int UHFGetHardwareVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
-    if (uhf::transact(uhf::kCmdHardwareVersion, r) != 0) return -1;
+    if (transact(kCmdHardwareVersion, r) != 0) return -1;
     // One character per part, even for parts above 9.
     const uint8_t text[6] = {'V', uint8_t(r[0] + '0'), '.', uint8_t(r[1] + '0'), '.', uint8_t(r[2] + '0')};
     version[0] = sizeof text;
@@ -127,7 +127,7 @@ int UHFGetHardwareVersion(uint8_t* version) {
 int UHFGetSoftwareVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
-    if (uhf::transact(uhf::kCmdSoftwareVersion, r) != 0) return -1;
+    if (transact(kCmdSoftwareVersion, r) != 0) return -1;
     uint8_t* p = version + 1;
     *p++ = 'V';
     for (size_t k = 0; k < 3; k++) {
@@ -143,8 +143,8 @@ int UHFGetSoftwareVersion(uint8_t* version) {
 int UHFGetReaderVersion(uint8_t* version) {
     UHF_REFUSE_IF(version == nullptr);
     Reply r;
-    if (uhf::transact(uhf::kCmdReaderVersion, r) != 0 || !r.has(3)) return -1;
-    uhf::VersionText text(version);
+    if (transact(kCmdReaderVersion, r) != 0 || !r.has(3)) return -1;
+    VersionText text(version);
     char head[20];
     int n = snprintf(head, sizeof head, "V%d.%d.%d", r[0], r[1], r[2]);
     text.append(reinterpret_cast<const uint8_t*>(head), static_cast<size_t>(n));
@@ -163,87 +163,87 @@ int UHFGetReaderVersion(uint8_t* version) {
 
 int UHFGetVersionCode(char* datetime) {
     UHF_REFUSE_IF(datetime == nullptr);
-    uhf::format_build_stamp(__DATE__, __TIME__, datetime);
+    format_build_stamp(__DATE__, __TIME__, datetime);
     return 1;
 }
 
 int UHFGetDeviceID(unsigned int* id) {
     UHF_REFUSE_IF(id == nullptr);
     Reply r;
-    if (uhf::transact(uhf::kCmdDeviceId, r) != 0) return -1;
+    if (transact(kCmdDeviceId, r) != 0) return -1;
     *id = r.be32(0);
     return 0;
 }
 
 int UHFGeTemperature(uint16_t* temperature) {
     uint16_t raw = 0;
-    if (temperature == nullptr || uhf::read_temperature(&raw) != 0) return -1;
+    if (temperature == nullptr || read_temperature(&raw) != 0) return -1;
     *temperature = raw / 100;
     return 0;
 }
 
 int UHFGetTemperature(int* temp) {
     uint16_t raw = 0;
-    if (temp == nullptr || uhf::read_temperature(&raw) != 0) return -1;
+    if (temp == nullptr || read_temperature(&raw) != 0) return -1;
     *temp = static_cast<int16_t>(raw) / 100;
     return 0;
 }
 
-int UHFSetTemperatureProtect(unsigned char flag) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, flag); }
+int UHFSetTemperatureProtect(unsigned char flag) { return set_one_byte(kCmdSetTempProtect, flag); }
 
-int UHFGetTemperatureProtect(unsigned char* flag) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, flag); }
+int UHFGetTemperatureProtect(unsigned char* flag) { return get_one_byte(kCmdGetTempProtect, flag); }
 
-int UHFSetTempVal(unsigned char TempVal) { return uhf::set_one_byte(uhf::kCmdSetTempProtect, TempVal); }
+int UHFSetTempVal(unsigned char TempVal) { return set_one_byte(kCmdSetTempProtect, TempVal); }
 
-int UHFGetTempVal(unsigned char* TempVal) { return uhf::get_one_byte(uhf::kCmdGetTempProtect, TempVal); }
+int UHFGetTempVal(unsigned char* TempVal) { return get_one_byte(kCmdGetTempProtect, TempVal); }
 
 int UHFVerifyVoltage(int* value) {
     UHF_REFUSE_IF(value == nullptr);
     RequestBuf<1> req;
-    req.u8(0x01);
+    req.u8(kSubReadVoltage);
     Reply r;
-    if (uhf::transact_status(uhf::kCmdVoltage, req, r, uhf::kAccepted) != 0 || !r.has(4) || !r.is(1, 0x01)) return -1;
+    if (transact_status(kCmdVoltage, req, r, kAccepted) != 0 || !r.has(4) || !r.is(1, kSubReadVoltage)) return -1;
     *value = static_cast<int16_t>(r.be16(2));
     return 0;
 }
 
 int UHFSetBeep(uint8_t mode) {
     RequestBuf<2> req;
-    req.u8(uhf::kSubSetBeep).u8(mode);
+    req.u8(kSubSetBeep).u8(mode);
     Reply r;
-    return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
+    return transact_status(kCmdDeviceSettings, req, r, kAccepted);
 }
 
 int UHFGetBeep(uint8_t* mode) {
     UHF_REFUSE_IF(mode == nullptr);
     Reply r;
-    if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetBeep, r) != 0 || !r.has(2)) return -1;
+    if (transact_query(kCmdDeviceSettings, kSubGetBeep, r) != 0 || !r.has(2)) return -1;
     *mode = r[1];
     return 0;
 }
 
 int UHFSetIOControl(unsigned char output1, unsigned char output2, unsigned char outStatus) {
     RequestBuf<4> req;
-    req.u8(uhf::kSubSetIo).u8(output1).u8(output2).u8(outStatus);
+    req.u8(kSubSetIo).u8(output1).u8(output2).u8(outStatus);
     Reply r;
-    return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
+    return transact_status(kCmdDeviceSettings, req, r, kAccepted);
 }
 
 int UHFGetIOControl(unsigned char* statusData) {
     UHF_REFUSE_IF(statusData == nullptr);
     Reply r;
-    if (uhf::transact_query(uhf::kCmdDeviceSettings, uhf::kSubGetIo, r) != 0 || !r.has(3)) return -1;
+    if (transact_query(kCmdDeviceSettings, kSubGetIo, r) != 0 || !r.has(3)) return -1;
     return r.copy(statusData, 1, 2) ? 0 : -1;
 }
 
 int UHFUploadUserParam(const unsigned char* param, unsigned short paramLen) {
     // The request buffer bounds the block: a longer one poisons the request
     // and nothing is sent.
-    RequestBuf<1 + uhf::kUserParamMax> req;
-    req.u8(uhf::kSubUpload).bytes(param, paramLen);
+    RequestBuf<1 + kUserParamMax> req;
+    req.u8(kSubUpload).bytes(param, paramLen);
     Reply r;
-    if (uhf::transact_status(uhf::kCmdUserParam, req, r, uhf::kAccepted, uhf::kUserParamTimeoutMs) != 0 || !r.is(1, 0x00)) {
-        UHF_LOG(uhf::kLogFunction, "UHFUploadUserParam failed, len %u", paramLen);
+    if (transact_status(kCmdUserParam, req, r, kAccepted, kUserParamTimeoutMs) != 0 || !r.is(1, 0x00)) {
+        UHF_LOG(kLogFunction, "UHFUploadUserParam failed, len %u", paramLen);
         return -1;
     }
     return 0;
@@ -252,17 +252,16 @@ int UHFUploadUserParam(const unsigned char* param, unsigned short paramLen) {
 int UHFDownloadUserParam(unsigned char* param, unsigned short* paramLen) {
     UHF_REFUSE_IF(param == nullptr || paramLen == nullptr);
     RequestBuf<1> req;
-    req.u8(uhf::kSubDownload);
+    req.u8(kSubDownload);
     Reply r;
-    if (uhf::transact_status(uhf::kCmdUserParam, req, r, uhf::kSubDownload, uhf::kUserParamTimeoutMs) != 0 ||
-        !r.is(1, 0x00)) {
+    if (transact_status(kCmdUserParam, req, r, kSubDownload, kUserParamTimeoutMs) != 0 || !r.is(1, 0x00)) {
         return -1;
     }
     size_t n = r.size() - 2u;
     // No block the reader can have been given is longer; refuse rather than
     // write past the caller's buffer.
-    if (n > uhf::kUserParamMax) {
-        UHF_LOG(uhf::kLogFunction, "UHFDownloadUserParam: reply block of %zu bytes refused", n);
+    if (n > kUserParamMax) {
+        UHF_LOG(kLogFunction, "UHFDownloadUserParam: reply block of %zu bytes refused", n);
         return -1;
     }
     if (!r.copy(param, 2, n)) return -1;

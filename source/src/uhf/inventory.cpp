@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 #include "UHF.h"
-#include "log.h"
 #include "frame_size.h"
+#include "log.h"
 #include "transport.h"
 #include "uhf/inventory.h"
 
@@ -256,7 +256,8 @@ int Creat_R2000Thread(int index) {
         __atomic_add_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL);
     }
     pthread_t tid;
-    if (pthread_create(&tid, nullptr, Uhf_GetR2000UartData, reinterpret_cast<void*>(static_cast<intptr_t>(index))) != 0) {
+    if (pthread_create(&tid, nullptr, Uhf_GetR2000UartData, reinterpret_cast<void*>(static_cast<intptr_t>(index))) !=
+        0) {
         if (slot) __atomic_sub_fetch(&g_threads_alive[index], 1, __ATOMIC_ACQ_REL);
         UHF_LOG(kLogBase, "Create pthread error!");
         return -1;

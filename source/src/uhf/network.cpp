@@ -49,38 +49,40 @@ int plain_command(uint8_t cmd) {
 
 }  // namespace uhf
 
+using namespace uhf;
+
 int UHFSetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
-    uhf::RequestBuf<uhf::kLongAddrForm> req;
-    if (uhf::set_address(req, uhf::kSubSetIp, ipbuf, postbuf) != 0) return -1;
+    RequestBuf<kLongAddrForm> req;
+    if (set_address(req, kSubSetIp, ipbuf, postbuf) != 0) return -1;
     // Mask and gateway travel together or not at all.
-    if (mask != nullptr && gate != nullptr) req.bytes(mask, uhf::kAddrLen).bytes(gate, uhf::kAddrLen);
-    uhf::Reply r;
-    return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
+    if (mask != nullptr && gate != nullptr) req.bytes(mask, kAddrLen).bytes(gate, kAddrLen);
+    Reply r;
+    return transact_status(kCmdDeviceSettings, req, r, kAccepted);
 }
 
 int UHFGetIp(unsigned char* ipbuf, unsigned char* postbuf, unsigned char* mask, unsigned char* gate) {
-    uhf::Reply r;
-    if (uhf::get_address(uhf::kSubGetIp, ipbuf, postbuf, r) != 0) return -1;
+    Reply r;
+    if (get_address(kSubGetIp, ipbuf, postbuf, r) != 0) return -1;
     // A short reply (firmware without those fields) carries no mask and gateway.
-    if (r.has(uhf::kLongAddrForm)) {
-        if (mask != nullptr) r.copy(mask, 7, uhf::kAddrLen);
-        if (gate != nullptr) r.copy(gate, 11, uhf::kAddrLen);
+    if (r.has(kLongAddrForm)) {
+        if (mask != nullptr) r.copy(mask, 7, kAddrLen);
+        if (gate != nullptr) r.copy(gate, 11, kAddrLen);
     }
     return 0;
 }
 
 int UHFSetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
-    uhf::RequestBuf<uhf::kLongAddrForm> req;
-    if (uhf::set_address(req, uhf::kSubSetDestIp, ipbuf, postbuf) != 0) return -1;
-    uhf::Reply r;
-    return uhf::transact_status(uhf::kCmdDeviceSettings, req, r, uhf::kAccepted);
+    RequestBuf<kLongAddrForm> req;
+    if (set_address(req, kSubSetDestIp, ipbuf, postbuf) != 0) return -1;
+    Reply r;
+    return transact_status(kCmdDeviceSettings, req, r, kAccepted);
 }
 
 int UHFGetDestIp(unsigned char* ipbuf, unsigned char* postbuf) {
-    uhf::Reply r;
-    return uhf::get_address(uhf::kSubGetDestIp, ipbuf, postbuf, r);
+    Reply r;
+    return get_address(kSubGetDestIp, ipbuf, postbuf, r);
 }
 
-int UHFSetSoftReset(void) { return uhf::plain_command(uhf::kCmdSoftReset); }
+int UHFSetSoftReset(void) { return plain_command(kCmdSoftReset); }
 
-int UHFSetDefaultMode(void) { return uhf::plain_command(uhf::kCmdDefaultMode); }
+int UHFSetDefaultMode(void) { return plain_command(kCmdDefaultMode); }

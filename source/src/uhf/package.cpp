@@ -1,7 +1,7 @@
 // The package frame: Common_Package_Send and Common_Package_Rev, and the
 // pieces they share with the configuration and plain-frame calls.
-#include "log.h"
 #include "uhf/package.h"
+#include "log.h"
 
 #include <string.h>
 
@@ -77,15 +77,15 @@ int recv_package(uint8_t* type, Reply& out, size_t cap) {
     return 0;
 }
 
-void flush_selected_queues() {
-    discard_input(cur_index, true);
-}
+void flush_selected_queues() { discard_input(cur_index, true); }
 
 }  // namespace uhf
 
+using namespace uhf;
+
 int Common_Package_Send(uint8_t head, uint8_t type, uint8_t version, uint16_t dlen, uint8_t* dbuf) {
-    uhf::RequestBuf<uhf::kSendBuf> frame;
-    uhf::build_package(frame, head, type, version, dlen, dbuf);
+    RequestBuf<kSendBuf> frame;
+    build_package(frame, head, type, version, dlen, dbuf);
     UHF_REFUSE_IF(!frame.ok());
     // Any non-zero transport result, an error included, counts as sent.
     return send_bytes(frame.data(), static_cast<uint16_t>(frame.size()), cur_index) != 0 ? 0 : -1;
@@ -93,8 +93,8 @@ int Common_Package_Send(uint8_t head, uint8_t type, uint8_t version, uint16_t dl
 
 int Common_Package_Rev(uint8_t* type, uint16_t* datalen, uint8_t* databuf) {
     UHF_REFUSE_IF(type == nullptr || datalen == nullptr || databuf == nullptr);
-    uhf::Reply reply;
-    int r = uhf::recv_package(type, reply, uhf::kCollectMax);
+    Reply reply;
+    int r = recv_package(type, reply, kCollectMax);
     if (r != 0) return r;
     *datalen = reply.size();
     reply.copy(databuf, 0, reply.size());

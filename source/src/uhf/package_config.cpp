@@ -2,14 +2,14 @@
 // bytes, work modes), partition reads and writes, pass-through and the
 // upgrade-information package. Each is one package request (head 0xAA,
 // version 2) and one reply; the frame layer's non-zero results pass through.
-#include "log.h"
 #include "UHF.h"
+#include "log.h"
 #include "uhf/package.h"
+
+using namespace uhf;
 
 // Work-mode entries last sent; fixes the size of parameter type 3.
 uint8_t N = 0;
-
-using namespace uhf;
 
 namespace {
 
@@ -36,6 +36,12 @@ enum : uint8_t {
     kGetPara = 0x04,
     kGetAccess = 0x05,
     kSetWorkMode = 0x06,
+};
+
+// Pass-through targets: the two PSAM slots.
+enum : uint8_t {
+    kPsam1 = 0x10,
+    kPsam2 = 0x11,
 };
 
 // Reply buffers of the calls: replies with more data are refused.
@@ -72,13 +78,13 @@ int setter_result(uint8_t rtype, const Reply& reply, uint8_t sub) {
 // return nothing.
 long para_size(uint16_t paratype) {
     switch (paratype) {
-    case 0: return 12;
-    case 1: return 8;
-    case 2: return 1;
-    case 3: return static_cast<long>(N) * kWorkModeEntry + 1;
-    case 4: return 0;
-    case 5: return 4;
-    default: return -1;
+        case 0: return 12;
+        case 1: return 8;
+        case 2: return 1;
+        case 3: return static_cast<long>(N) * kWorkModeEntry + 1;
+        case 4: return 0;
+        case 5: return 4;
+        default: return -1;
     }
 }
 
@@ -210,7 +216,7 @@ int Request_WriteSpecialPart(uint16_t datalen, uint8_t* databuf) {
 int Trans_Psam(uint8_t psam_num, uint16_t len, uint8_t* buf) {
     UHF_REFUSE_IF(psam_num != 1 && psam_num != 2);
     RequestBuf<kBigBuf> req;
-    req.u8(psam_num == 1 ? 0x10 : 0x11).bytes(buf, len);
+    req.u8(psam_num == 1 ? kPsam1 : kPsam2).bytes(buf, len);
     uint8_t rtype = 0;
     Reply reply;
     int r = package_call(kPassThrough, req, rtype, reply, kPassReply);

@@ -3,8 +3,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "log.h"
 #include "UHF.h"
+#include "log.h"
 #include "uhf/package.h"
 
 using namespace uhf;
@@ -25,9 +25,8 @@ bool send_plain(const uint8_t* body, uint16_t n, int tindex) {
 
 // Collect a reply from the selected link, 10 ms between polls.
 void collect_reply(Reply& out) {
-    *out.raw_len() = static_cast<uint16_t>(
-        collect([](uint8_t* p, uint16_t n) { return recv_bytes(p, n, cur_index); }, out.raw(), kCollectMax,
-                kPlainPause));
+    *out.raw_len() = static_cast<uint16_t>(collect([](uint8_t* p, uint16_t n) { return recv_bytes(p, n, cur_index); },
+                                                   out.raw(), kCollectMax, kPlainPause));
 }
 
 // The reply to a body with command cmd: A5 02, body byte 0 = 01, the
@@ -58,10 +57,29 @@ int set_config(uint8_t* buf) {
 }
 
 int set_inventory_sper(uint8_t flag) {
-    const uint8_t body[45] = {0x01, 0x14, 0x00, 0x2D, 0x00, 0x00, 0x02, 0x12, 0x00, 0x27, 0x01, 0x02,
-                              0x13, 0x00, 0x22, 0x00, 0x01, 0x01, 0x02, 0x14, 0x00, 0x05, 0x01, 0x02,
-                              0x16, 0x00, 0x09, 0x01, 0x00, 0x00, 0x00, 0xC8, 0x02, 0x8A, 0x00, 0x0D,
-                              0x00, uint8_t(flag ? 0x01 : 0x00), 0x00, 0x00, 0x65, 0x00, 0x00, 0x00, 0x80};
+    const uint8_t body[45] = {0x01, 0x14,
+                              0x00, 0x2D,
+                              0x00, 0x00,
+                              0x02, 0x12,
+                              0x00, 0x27,
+                              0x01, 0x02,
+                              0x13, 0x00,
+                              0x22, 0x00,
+                              0x01, 0x01,
+                              0x02, 0x14,
+                              0x00, 0x05,
+                              0x01, 0x02,
+                              0x16, 0x00,
+                              0x09, 0x01,
+                              0x00, 0x00,
+                              0x00, 0xC8,
+                              0x02, 0x8A,
+                              0x00, 0x0D,
+                              0x00, uint8_t(flag ? 0x01 : 0x00),
+                              0x00, 0x00,
+                              0x65, 0x00,
+                              0x00, 0x00,
+                              0x80};
     flush_selected_queues();
     // Written to the first link but answered on the selected one, as readers
     // wired for this call expect.

@@ -3,36 +3,49 @@
 #include "log.h"
 #include "uhf/command.h"
 
+using namespace uhf;
+
 namespace {
 
+enum : uint8_t {
+    kCmdSetPower = 0x10,
+    kCmdGetPower = 0x12,
+    kCmdSetAntennas = 0x28,
+    kCmdGetAntennas = 0x2A,
+    kCmdSetRegion = 0x2C,
+    kCmdGetRegion = 0x2E,
+    kCmdSetAntennaTime = 0x4A,
+    kCmdGetAntennaTime = 0x4C,
+};
+
 // None of these requests is longer than 6 bytes.
-using Req = uhf::RequestBuf<8>;
+using Req = RequestBuf<8>;
 
 // Power travels in 0.01 dBm; the host reads it back in whole dBm.
 uint8_t whole_dbm(uint16_t centi) { return static_cast<uint8_t>(centi / 100); }
 
 // The power query accepts status 0x00 as well as 0x01.
-bool query_powers(uhf::Reply& r, size_t min_len) {
-    return uhf::transact(0x12, r) == 0 && (r.is(0, 0x00) || r.is(0, 0x01)) && r.has(min_len);
+bool query_powers(Reply& r, size_t min_len) {
+    return transact(kCmdGetPower, r) == 0 && (r.is(0, 0x00) || r.is(0, 0x01)) && r.has(min_len);
 }
 
 }  // namespace
 
 int UHFSetPower(uint8_t save, uint8_t uPower) {
     if (uPower == 0 || uPower > 30) {
-        UHF_LOG(uhf::kLogFunction, "UHFSetPower: %d dBm is outside 1..30\n", uPower);
+        UHF_LOG(kLogFunction, "UHFSetPower: %d dBm is outside 1..30\n", uPower);
         return -1;
     }
     uint16_t centi = static_cast<uint16_t>(uPower * 100);
     Req req;
     // Antenna 1, read and write power alike: UHFSetAntennaPower is the general form.
     req.u8(save ? 0x02 : 0x00).u8(0x01).u16(centi).u16(centi);
-    return uhf::set(0x10, req);
+    return set(kCmdSetPower, req);
 }
 
 int UHFGetPower(uint8_t* uPower) {
     UHF_REFUSE_IF(uPower == nullptr);
-    uhf::Reply r;
+    Reply r;
     if (!query_powers(r, 4)) return -1;
     *uPower = whole_dbm(r.be16(2));
     return 0;
@@ -41,12 +54,12 @@ int UHFGetPower(uint8_t* uPower) {
 int UHFSetAntennaPower(uint8_t saveflag, uint8_t num, uint16_t read_power, uint16_t write_power) {
     Req req;
     req.u8(saveflag ? 0x02 : 0x00).u8(num).u16(read_power).u16(write_power);
-    return uhf::set(0x10, req);
+    return set(kCmdSetPower, req);
 }
 
 int UHFGetAntennaPower(uint8_t* ppower, uint16_t* nReturned) {
     UHF_REFUSE_IF(ppower == nullptr || nReturned == nullptr);
-    uhf::Reply r;
+    Reply r;
     if (!query_powers(r, 6)) return -1;
     uint16_t n = 0;
     // 5-byte records from data[1]; a trailing partial record is ignored.
@@ -63,29 +76,29 @@ int UHFSetANT(unsigned char saveflag, unsigned char* buf) {
     UHF_REFUSE_IF(buf == nullptr);
     Req req;
     req.u8(saveflag).u8(buf[0]).u8(buf[1]);
-    return uhf::set(0x28, req);
+    return set(kCmdSetAntennas, req);
 }
 
 int UHFGetANT(unsigned char* buf) {
     UHF_REFUSE_IF(buf == nullptr);
-    uhf::Reply r;
+    Reply r;
     // The mask comes without a status byte.
-    if (uhf::transact(0x2A, r) != 0 || !r.copy(buf, 0, 2)) return -1;
+    if (transact(kCmdGetAntennas, r) != 0 || !r.copy(buf, 0, 2)) return -1;
     return 0;
 }
 
 int UHFSetANTWorkTime(unsigned char antnum, unsigned char saveflag, unsigned int WorkTime) {
     Req req;
     req.u8(saveflag << 4 | antnum).u16(WorkTime & 0xFFFF);
-    return uhf::set(0x4A, req);
+    return set(kCmdSetAntennaTime, req);
 }
 
 int UHFGetANTWorkTime(unsigned char antnum, unsigned int* WorkTime) {
     UHF_REFUSE_IF(WorkTime == nullptr);
     Req req;
     req.u8(antnum).u8(0x00);
-    uhf::Reply r;
-    if (uhf::query(0x4C, req, r, 4) != 0) return -1;
+    Reply r;
+    if (query(kCmdGetAntennaTime, req, r, 4) != 0) return -1;
     *WorkTime = r.be16(2);
     return 0;
 }
@@ -93,13 +106,13 @@ int UHFGetANTWorkTime(unsigned char antnum, unsigned int* WorkTime) {
 int UHFSetRegion(uint8_t save, uint8_t region) {
     Req req;
     req.u8(save ? 0x01 : 0x00).u8(region);
-    return uhf::set(0x2C, req);
+    return set(kCmdSetRegion, req);
 }
 
 int UHFGetRegion(uint8_t* region) {
     UHF_REFUSE_IF(region == nullptr);
-    uhf::Reply r;
-    if (uhf::query(0x2E, r, 2) != 0) return -1;
+    Reply r;
+    if (query(kCmdGetRegion, r, 2) != 0) return -1;
     *region = r[1];
     return 0;
 }

@@ -9,6 +9,15 @@ using namespace uhf;
 
 namespace {
 
+enum : uint8_t {
+    kCmdReadData = 0x84,
+    kCmdWriteData = 0x86,
+    kCmdSetQt = 0x97,
+    kCmdGetQt = 0x99,
+    kCmdReadQt = 0x9B,
+    kCmdWriteQt = 0x9D,
+};
+
 constexpr size_t kFilterFamilyBuf = 100;
 constexpr size_t kUiiFamilyBuf = 4096;
 const uint8_t kNoPassword[4] = {};
@@ -76,21 +85,21 @@ int send_accepted(uint8_t cmd, const Request& req) {
 
 }  // namespace
 
-int UHFSetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
-             unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData) {
+int UHFSetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr, unsigned int FilterLen,
+             unsigned char* FilterData, unsigned char QTData) {
     RequestBuf<kFilterFamilyBuf> req;
     UHF_REFUSE_IF(!start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData));
     req.u8(QTData);
-    return send_accepted(0x97, req);
+    return send_accepted(kCmdSetQt, req);
 }
 
-int UHFGetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
-             unsigned int FilterLen, unsigned char* FilterData, unsigned char* QTData) {
+int UHFGetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr, unsigned int FilterLen,
+             unsigned char* FilterData, unsigned char* QTData) {
     RequestBuf<kFilterFamilyBuf> req;
     if (QTData == nullptr || !start_access(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData))
         return -1;
     Reply reply;
-    if (exchange_checked(0x99, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
+    if (exchange_checked(kCmdGetQt, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
     *QTData = reply[1];
     return 0;
 }
@@ -103,7 +112,7 @@ int UHFReadQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int
         !qt_request(req, u_accessPwd, FilterBank, FilterStartaddr, FilterLen, FilterData, QTData, uBank, uPtr, uCnt))
         return -1;
     Reply reply;
-    if (exchange_checked(0x9B, req, reply, tag_done) != 0) return -1;
+    if (exchange_checked(kCmdReadQt, req, reply, tag_done) != 0) return -1;
     // The byte count is kept to 8 bits: 200 words report (and copy) 144 bytes.
     auto n = static_cast<uint8_t>(reply.be16(2) * 2u);
     if (!reply.has(4) || !reply.copy(uReadDatabuf, 4, n)) return -1;
@@ -119,14 +128,14 @@ int UHFWriteQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned in
         return -1;
     req.bytes(uDatabuf, 2u * uCnt);
     Reply reply;
-    return exchange_checked(0x9D, req, reply, tag_done);
+    return exchange_checked(kCmdWriteQt, req, reply, tag_done);
 }
 
 int UHF_SetQTPara(uint8_t uPara) {
     RequestBuf<kUiiFamilyBuf> req;
     UHF_REFUSE_IF(!para_request(req));
     req.u8(uPara != 0 ? 0x00 : 0x02);  // inverse mapping: bit 1 set means "0"
-    return send_accepted(0x97, req);
+    return send_accepted(kCmdSetQt, req);
 }
 
 int UHF_GetQTPara(uint8_t* uPara) {
@@ -134,7 +143,7 @@ int UHF_GetQTPara(uint8_t* uPara) {
     RequestBuf<kUiiFamilyBuf> req;
     UHF_REFUSE_IF(!para_request(req));
     Reply reply;
-    if (exchange_checked(0x99, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
+    if (exchange_checked(kCmdGetQt, req, reply, [](const Reply& r) { return accepted(r) && r.has(2); }) != 0) return -1;
     *uPara = (reply[1] & 0x02) ? 0 : 1;
     return 0;
 }
@@ -143,16 +152,16 @@ int UHF_ReadQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, u
     UHF_REFUSE_IF(uUii == nullptr || uReadData == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
     uii_request(req, uAccessPwd, uUii, uii_length(uUii[0]), uBank, uPtr, uCnt);
-    return read_words(0x84, req, uReadData);  // the plain read code, by design
+    return read_words(kCmdReadData, req, uReadData);  // the plain read code, by design
 }
 
-int UHF_ReadQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uReadData,
-                         uint8_t* uUii, uint8_t* uLenUii) {
+int UHF_ReadQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uReadData, uint8_t* uUii,
+                         uint8_t* uLenUii) {
     // Checked up front: the inventory would otherwise go out before the bad argument is seen.
     UHF_REFUSE_IF(uAccessPwd == nullptr || uReadData == nullptr || uUii == nullptr || uLenUii == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
     UHF_REFUSE_IF(!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii));
-    return read_words(0x9B, req, uReadData);
+    return read_words(kCmdReadQt, req, uReadData);
 }
 
 int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
@@ -160,15 +169,14 @@ int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt,
     RequestBuf<kUiiFamilyBuf> req;
     if (uReadData == nullptr || !qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt))
         return -1;
-    return read_words(0x9B, req, uReadData);
+    return read_words(kCmdReadQt, req, uReadData);
 }
 
-int UHF_WriteQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uUii,
-                    uint8_t* uWriteData) {
+int UHF_WriteQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uUii, uint8_t* uWriteData) {
     UHF_REFUSE_IF(uUii == nullptr);
     RequestBuf<kUiiFamilyBuf> req;
     uii_request(req, uAccessPwd, uUii, uii_length(uUii[0]), uBank, uPtr, uCnt).bytes(uWriteData, 2u * uCnt);
-    return send_accepted(0x86, req);  // the plain write code, by design
+    return send_accepted(kCmdWriteData, req);  // the plain write code, by design
 }
 
 int UHF_WriteQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uWriteData,
@@ -178,7 +186,7 @@ int UHF_WriteQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t 
     RequestBuf<kUiiFamilyBuf> req;
     UHF_REFUSE_IF(!single_request(req, uAccessPwd, uBank, uPtr, uCnt, uUii, uLenUii));
     req.bytes(uWriteData, 2u * uCnt);
-    return send_accepted(0x9D, req);
+    return send_accepted(kCmdWriteQt, req);
 }
 
 int UHF_WriteQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
@@ -186,5 +194,5 @@ int UHF_WriteQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt
     RequestBuf<kUiiFamilyBuf> req;
     UHF_REFUSE_IF(!qt_request(req, uAccessPwd, ufBank, ufPtr, ufCnt, ufData, 0x00, uBank, uPtr, uCnt));
     req.bytes(uWriteData, 2u * uCnt);
-    return send_accepted(0x9D, req);
+    return send_accepted(kCmdWriteQt, req);
 }

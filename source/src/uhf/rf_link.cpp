@@ -6,31 +6,46 @@
 #include "uhf/command.h"
 #include "uhf/gen2_block.h"
 
+using namespace uhf;
+
 namespace {
 
-using Req = uhf::RequestBuf<16>;
+enum : uint8_t {
+    kCmdSetHopping = 0x14,
+    kCmdGetHopping = 0x16,
+    kCmdSetParam = 0x18,
+    kCmdGetParam = 0x1A,
+    kCmdSetGen2 = 0x20,
+    kCmdSetCw = 0x24,
+    kCmdGetCw = 0x26,
+    kCmdRfLink = 0x52,
+    kCmdGetRfLink = 0x54,
+    kCmdProtocolConfig = 0xC0,
+};
+
+using Req = RequestBuf<16>;
 
 // The Gen2 settings that go with each RF link preset.
-constexpr uhf::Gen2Params kGen2Mode3 = {0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3};
-constexpr uhf::Gen2Params kGen2Mode0To2 = {0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3};
+constexpr Gen2Params kGen2Mode3 = {0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3};
+constexpr Gen2Params kGen2Mode0To2 = {0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3};
 
 // Second step of a preset. Its own outcome is not what counts: when it fails
 // the result comes from the preset's reply still in r (the status 0x01
 // already checked), so an accepted preset reports success.
-int apply_preset_gen2(const uhf::Gen2Params& g, uhf::Reply& r) {
+int apply_preset_gen2(const Gen2Params& g, Reply& r) {
     uint8_t block[4];
-    uhf::gen2_pack(g, block);
+    gen2_pack(g, block);
     Req req;
     req.bytes(block, 4).u32(0);
-    if (uhf::transact(0x20, req, r) == 0) return 0;
-    return r.is(0, uhf::kAccepted) ? 0 : -1;
+    if (transact(kCmdSetGen2, req, r) == 0) return 0;
+    return r.is(0, kAccepted) ? 0 : -1;
 }
 
 // 0x54 query shared by both getters; the mode is data[2].
-int query_rf_link(uhf::Reply& r) {
+int query_rf_link(Reply& r) {
     Req req;
     req.u8(0x00).u8(0x00);
-    return uhf::query(0x54, req, r, 3);
+    return query(kCmdGetRfLink, req, r, 3);
 }
 
 }  // namespace
@@ -38,24 +53,24 @@ int query_rf_link(uhf::Reply& r) {
 int UHFSetJumpFrequency(unsigned char nums, unsigned int* Freqbuf) {
     UHF_REFUSE_IF(nums > 0 && Freqbuf == nullptr);
     // 255 bytes hold the count and 84 frequencies; more poisons the request.
-    uhf::RequestBuf<255> req;
+    RequestBuf<255> req;
     req.u8(nums);
     for (unsigned i = 0; i < nums && req.ok(); i++) req.u24(Freqbuf[i]);
-    if (!req.ok()) UHF_LOG(uhf::kLogFunction, "UHFSetJumpFrequency: %d frequencies do not fit\n", nums);
-    return uhf::set(0x14, req);
+    if (!req.ok()) UHF_LOG(kLogFunction, "UHFSetJumpFrequency: %d frequencies do not fit\n", nums);
+    return set(kCmdSetHopping, req);
 }
 
 int UHF_Frequency_Hopping_Setting(uint16_t Frequency) {
     Req req;
     req.u8(0x01).u8(0x00).u16(Frequency);
-    return uhf::set(0x14, req);
+    return set(kCmdSetHopping, req);
 }
 
 int UHFGetJumpFrequency(unsigned int* Freqbuf) {
     UHF_REFUSE_IF(Freqbuf == nullptr);
-    uhf::Reply r;
+    Reply r;
     // No status byte: the count comes first, then 3 bytes per frequency.
-    if (uhf::transact(0x16, r) != 0 || !r.has(1)) return -1;
+    if (transact(kCmdGetHopping, r) != 0 || !r.has(1)) return -1;
     unsigned n = r[0];
     if (!r.has(1 + 3 * n)) return -1;
     Freqbuf[0] = n;
@@ -66,12 +81,12 @@ int UHFGetJumpFrequency(unsigned int* Freqbuf) {
 int UHFSetRFLink(unsigned char saveflag, unsigned char mode) {
     Req req;
     req.u8(0x00).u8(saveflag).u8(mode);
-    return uhf::set(0x52, req);
+    return set(kCmdRfLink, req);
 }
 
 int UHFGetRFLink(unsigned char* uMode) {
     UHF_REFUSE_IF(uMode == nullptr);
-    uhf::Reply r;
+    Reply r;
     if (query_rf_link(r) != 0) return -1;
     *uMode = r[2];
     return 0;
@@ -79,19 +94,19 @@ int UHFGetRFLink(unsigned char* uMode) {
 
 int UHF_Set_RFLink(uint8_t mode) {
     if (mode > 3) {
-        UHF_LOG(uhf::kLogFunction, "UHF_Set_RFLink: mode %d is outside 0..3\n", mode);
+        UHF_LOG(kLogFunction, "UHF_Set_RFLink: mode %d is outside 0..3\n", mode);
         return -1;
     }
     Req req;
     req.u8(0x00).u8(0x01).u8(mode);  // a preset is always saved
-    uhf::Reply r;
-    if (uhf::query(0x52, req, r, 1) != 0) return -1;
+    Reply r;
+    if (query(kCmdRfLink, req, r, 1) != 0) return -1;
     return apply_preset_gen2(mode == 3 ? kGen2Mode3 : kGen2Mode0To2, r);
 }
 
 int UHF_Get_RFLink(uint8_t* mode) {
     UHF_REFUSE_IF(mode == nullptr);
-    uhf::Reply r;
+    Reply r;
     if (query_rf_link(r) != 0) return -1;
     *mode = r[2];
     if (*mode != 3) return 0;
@@ -102,36 +117,36 @@ int UHF_Get_RFLink(uint8_t* mode) {
 int UHFSetCW(unsigned char flag) {
     Req req;
     req.u8(flag);
-    return uhf::set(0x24, req);
+    return set(kCmdSetCw, req);
 }
 
 int UHFGetCW(unsigned char* flag) {
     UHF_REFUSE_IF(flag == nullptr);
-    uhf::Reply r;
-    if (uhf::transact(0x26, r) != 0 || !r.copy(flag, 0, 1)) return -1;  // no status byte
+    Reply r;
+    if (transact(kCmdGetCw, r) != 0 || !r.copy(flag, 0, 1)) return -1;  // no status byte
     return 0;
 }
 
 int UHF_Set_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
     Req req;
     req.u8(type).bytes(IDbuf, 4).bytes(pszData, 4);
-    return uhf::set(0x18, req);
+    return set(kCmdSetParam, req);
 }
 
 int UHF_Get_Param(uint8_t type, uint8_t* IDbuf, uint8_t* pszData) {
     UHF_REFUSE_IF(pszData == nullptr);
     Req req;
     req.u8(type).bytes(IDbuf, 4);
-    uhf::Reply r;
+    Reply r;
     // The value follows the status and 4 echoed bytes.
-    if (uhf::query(0x1A, req, r, 9) != 0) return -1;
+    if (query(kCmdGetParam, req, r, 9) != 0) return -1;
     return r.copy(pszData, 5, 4) ? 0 : -1;
 }
 
 int Vexa_Protocol_Configuration(uint8_t value) {
     Req req;
     req.u8(value).u8(0x00);
-    return uhf::set(0xC0, req);
+    return set(kCmdProtocolConfig, req);
 }
 
 int RmuGetPaStatus(void) {

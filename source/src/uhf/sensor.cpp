@@ -89,7 +89,7 @@ uint16_t uhf::temp_to_code10(float temp) {
     return static_cast<uint16_t>((quarter & 0x3) | ((value * 4) & 0x3FC));
 }
 
-uint16_t convert10BitValue(float temp) { return uhf::temp_to_code10(temp); }
+uint16_t convert10BitValue(float temp) { return temp_to_code10(temp); }
 
 float uhf::code10_to_temp(uint16_t code) {
     code &= 0x3FF;
@@ -114,8 +114,8 @@ int UHFStartLogging(unsigned char mask_bank, unsigned short mask_addr, unsigned 
     return logging_result(transact(kLogging, req, reply), reply);
 }
 
-int UHFStopLogging(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len,
-                   unsigned char* mask_data, unsigned long password) {
+int UHFStopLogging(unsigned char mask_bank, unsigned short mask_addr, unsigned short mask_len, unsigned char* mask_data,
+                   unsigned long password) {
     (void)password;  // part of the signature, never sent
     RequestBuf<kLoggingBuf> req;
     logging_head(req, kStopLog, mask_bank, mask_addr, mask_len, mask_data);
@@ -212,7 +212,6 @@ int UHFWriteCalibrationData(unsigned char* epc, unsigned char antNum, unsigned c
     RequestBuf<kSmallBuf> req;
     sensor_head(req, kWriteCalibration, epc, antNum, powerValue).bytes(data, 8);
     Reply reply;
-    if (transact(kSensorCode, req, reply) != 0 || !reply.has(2) || !reply.is(0, 0x01) || !reply.is(1, 0x00))
-        return -1;
+    if (transact(kSensorCode, req, reply) != 0 || !reply.has(2) || !reply.is(0, 0x01) || !reply.is(1, 0x00)) return -1;
     return 0;
 }

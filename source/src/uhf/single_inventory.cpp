@@ -9,10 +9,21 @@ uint8_t bankflag = 0;
 
 namespace uhf {
 
+namespace {
+
+enum : uint8_t {
+    kCmdInventoryBank = 0x30,
+    kCmdInventoryOnce = 0x80,
+    kCmdCrypto = 0xB0,
+    kCmdBatch = 0xEB,
+};
+
+}  // namespace
+
 int inventory_once(Reply& reply) {
     RequestBuf<2> req;
-    req.u8(0x00).u8(0x64);
-    return transact(0x80, req, reply);
+    req.u8(0x00).u8(0x64);  // reader-chosen antenna, 100 ms
+    return transact(kCmdInventoryOnce, req, reply);
 }
 
 namespace {
@@ -88,7 +99,7 @@ int UHF_GetTagsData(uint8_t* uUii) {
     constexpr size_t kBatchBuf = 512;
     UHF_REFUSE_IF(uUii == nullptr);
     Reply reply;
-    if (transact(0xEB, reply) != 0 || reply.size() > kBatchBuf) return -1;
+    if (transact(kCmdBatch, reply) != 0 || reply.size() > kBatchBuf) return -1;
     if (reply.size() == 2) return 0;  // "no tags": the buffer is left alone
     reply.copy(uUii, 0, reply.size());
     return reply.size();
@@ -98,7 +109,7 @@ int UHF_Inventory_Bank(uint8_t* uAccessPwd, uint8_t uBank, uint8_t uPtr, uint8_t
     RequestBuf<9> req;
     req.bytes(uAccessPwd, 4).u8(uBank).u16(uPtr).u16(uCnt);
     Reply reply;
-    if (exchange_checked(0x30, req, reply, accepted) != 0) return -1;
+    if (exchange_checked(kCmdInventoryBank, req, reply, accepted) != 0) return -1;
     bankflag = uBank;
     return 0;
 }
@@ -108,7 +119,7 @@ int CryptoTransmit(const uint8_t* pin, uint16_t inLen, uint8_t* pout, uint16_t* 
     RequestBuf<kFrameData> req;
     req.bytes(pin, inLen);
     Reply reply;
-    if (transact(0xB0, req, reply, wait_recv_ms) != 0) {
+    if (transact(kCmdCrypto, req, reply, wait_recv_ms) != 0) {
         *outLen = 0;
         return -2;
     }
