@@ -99,21 +99,6 @@ TEST(CliConnection, OptionsWinOverTheEnvironment) {
     EXPECT_EQ(r.code, 0) << r.err;
 }
 
-TEST(CliConnection, LinksListsEveryReaderInTheLibrarysTable) {
-    Result r = uhfctl({"--sim", "--sim", "links", "--format", "json"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    Json list(cJSON_Parse(r.out.c_str()));
-    ASSERT_TRUE(cJSON_IsArray(list.get())) << r.out;
-    ASSERT_EQ(cJSON_GetArraySize(list.get()), 2);
-    for (int i = 0; i < 2; i++) {
-        const cJSON* link = cJSON_GetArrayItem(list.get(), i);
-        EXPECT_EQ(num(link, "id"), i);
-        EXPECT_EQ(str(link, "type"), "NETWORK");
-        EXPECT_EQ(str(link, "ip"), "127.0.0.1");
-        EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(link, "connected")));
-    }
-}
-
 TEST(CliConnection, SerialOverPseudoTerminal) {
     SimProcess sim({"--pty", "--random-tags", "3", "--seed", "5"}, "pty ");
     ASSERT_FALSE(sim.where().empty());

@@ -12,16 +12,6 @@ using namespace clitest;
 
 namespace {
 
-std::string words_hex(const std::vector<uint16_t>& words) {
-    std::string s;
-    char b[5];
-    for (uint16_t w : words) {
-        snprintf(b, sizeof b, "%04X", w);
-        s += b;
-    }
-    return s;
-}
-
 std::set<std::string> epcs_of(const std::vector<Json>& lines) {
     std::set<std::string> s;
     for (const auto& j : lines) s.insert(str(j.get(), "epc"));
@@ -64,21 +54,6 @@ TEST(CliInventorySim, JsonLinesCarryEverySimulatedEpcFromUhfsim) {
     }
     // uhfsim makes its field for 4 antennas unless told otherwise.
     EXPECT_EQ(epcs_of(lines), uhftest::field_epcs(uhfsim::TagField::random(7, 9, 4)));
-}
-
-TEST_F(CliInventory, TidColumnFollowsTheReadersInventoryMode) {
-    server.reset();
-    opts.engine.state.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
-    server = std::make_unique<uhfsim::TcpServer>(opts);
-    ASSERT_TRUE(server->start());
-    Result r = uhfctl({"--tcp", "127.0.0.1:" + std::to_string(server->port()), "inventory", "--format", "json",
-                    "--count", "20"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    std::map<std::string, std::string> tid_by_epc;
-    for (const auto& t : opts.tags.tags()) tid_by_epc[*uhftest::field_epcs(uhfsim::TagField({t})).begin()] = words_hex(t.tid);
-    auto lines = json_lines(r.out);
-    ASSERT_EQ(lines.size(), 20u);
-    for (const auto& j : lines) EXPECT_EQ(str(j.get(), "data"), tid_by_epc[str(j.get(), "epc")]);
 }
 
 TEST_F(CliInventory, CountStopsAfterThatManyReadsAndTheReaderIsStopped) {
@@ -166,37 +141,6 @@ TEST(CliInventorySim, SeveralReadersAreToldApart) {
     }
     EXPECT_EQ(from_a, uhftest::field_epcs(a.tags));
     EXPECT_EQ(from_b, uhftest::field_epcs(b.tags));
-}
-
-TEST(CliInventorySim, InProcessVirtualReaderWithOptions) {
-    Result r = uhfctl({"--sim", "--sim-tags", "5", "--sim-rate", "500", "inventory", "--format", "json", "--unique",
-                    "--duration", "1"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    auto lines = json_lines(r.out);
-    EXPECT_EQ(lines.size(), 5u);
-    EXPECT_EQ(epcs_of(lines).size(), 5u);
-}
-
-// On a terminal the table is redrawn in place and the last frame stays.
-TEST(CliInventorySim, LiveTableOnATerminal) {
-    int master = -1;
-    ExecArgs exec_args(UHFCTL_PATH, {"--sim", "--sim-tags", "4", "inventory", "--duration", "1"}, {"UHF_READER"});
-    winsize ws{};
-    ws.ws_row = 30;
-    ws.ws_col = 120;
-    pid_t pid = forkpty(&master, nullptr, nullptr, &ws);
-    ASSERT_GE(pid, 0);
-    if (pid == 0) exec_args.exec();
-    std::string screen;
-    char buf[4096];
-    for (ssize_t n; (n = read(master, buf, sizeof buf)) > 0;) screen.append(buf, static_cast<size_t>(n));
-    int status = 0;
-    waitpid(pid, &status, 0);
-    close(master);
-    EXPECT_EQ(exit_code(status), 0) << screen;
-    EXPECT_NE(screen.find("\x1b[H\x1b[2J"), std::string::npos);
-    EXPECT_NE(screen.find("Ctrl-C stops"), std::string::npos);
-    EXPECT_NE(screen.find("4 unique tags"), std::string::npos) << screen;
 }
 
 }  // namespace

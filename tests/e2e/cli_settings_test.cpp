@@ -10,70 +10,6 @@ using namespace clitest;
 
 namespace {
 
-// `info --format json` reports what the reader holds, not defaults.
-TEST(CliInfo, JsonShowsTheSimulatorsSettings) {
-    auto o = uhftest::sim_options(2);
-    auto& st = o.engine.state;
-    st.identity.software_version = {3, 14, 1};
-    st.identity.device_id = 0x0A0B0C0D;
-    st.identity.module_name = "BENCH-7";
-    st.temperature_centi = -250;
-    st.current.beep_mode = 2;
-    st.current.outputs = {1, 0};
-    st.current.own.ip = {192, 0, 2, 10};
-    st.current.own.port = {0x13, 0x88};
-    st.current.antennas[1].read_power = 2200;
-    st.current.antenna_mask = 0x0006;
-    st.current.region = 2;
-    st.current.hop_table = {865700, 866300};
-    st.current.fast_id = true;
-    st.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
-    st.current.gen2 = {0x01, 0x40, 0xFD, 0x63};  // session 2
-    uhfsim::TcpServer sim(o);
-    ASSERT_TRUE(sim.start());
-    std::string where = "127.0.0.1:" + std::to_string(sim.port());
-
-    Result r = uhfctl({"--tcp", where, "info", "--format", "json"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    Json info(cJSON_Parse(r.out.c_str()));
-    ASSERT_NE(info, nullptr) << r.out;
-    const cJSON* j = info.get();
-    EXPECT_EQ(str(j, "reader"), "tcp " + where);
-    EXPECT_EQ(str(j, "hardware"), "V1.2.0");
-    EXPECT_EQ(str(j, "software"), "V3.14.1");
-    EXPECT_EQ(str(j, "module"), "V3.1.7,BENCH-7");
-    EXPECT_EQ(str(j, "device-id"), "0A0B0C0D");
-    EXPECT_EQ(num(j, "temperature"), -2);
-    EXPECT_EQ(num(j, "voltage"), 3300);
-    EXPECT_EQ(num(j, "beep"), 2);
-    const cJSON* outputs = cJSON_GetObjectItem(j, "outputs");
-    EXPECT_EQ(num(outputs, "1"), 1);
-    EXPECT_EQ(num(outputs, "2"), 0);
-    const cJSON* ip = cJSON_GetObjectItem(j, "ip");
-    EXPECT_EQ(str(ip, "ip"), "192.0.2.10");
-    EXPECT_EQ(num(ip, "port"), 5000);
-    EXPECT_EQ(str(ip, "gateway"), "192.168.1.1");
-
-    const cJSON* power = cJSON_GetObjectItem(j, "power");
-    ASSERT_EQ(cJSON_GetArraySize(power), 4);
-    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "antenna"), 2);
-    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "read"), 22);
-    EXPECT_EQ(num(cJSON_GetArrayItem(power, 1), "write"), 30);
-    const cJSON* ants = cJSON_GetObjectItem(j, "antennas");
-    ASSERT_EQ(cJSON_GetArraySize(ants), 2);
-    EXPECT_EQ(cJSON_GetArrayItem(ants, 0)->valueint, 2);
-    EXPECT_EQ(cJSON_GetArrayItem(ants, 1)->valueint, 3);
-    EXPECT_EQ(num(j, "region"), 2);
-    const cJSON* freqs = cJSON_GetObjectItem(j, "frequencies");
-    ASSERT_EQ(cJSON_GetArraySize(freqs), 2);
-    EXPECT_EQ(cJSON_GetArrayItem(freqs, 1)->valueint, 866300);
-    EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(j, "fastid")));
-    EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(j, "tagfocus")));
-    EXPECT_EQ(str(cJSON_GetObjectItem(j, "mode"), "mode"), "epc+tid");
-    EXPECT_EQ(num(cJSON_GetObjectItem(j, "gen2"), "session"), 2);
-    EXPECT_EQ(num(cJSON_GetObjectItem(j, "gen2"), "q"), 1);
-}
-
 TEST(CliInfo, TextHasOneLinePerItem) {
     Result r = uhfctl({"--sim", "info"});
     ASSERT_EQ(r.code, 0) << r.err;
@@ -160,57 +96,6 @@ INSTANTIATE_TEST_SUITE_P(
                   }},
         RoundTrip{"work_mode", {"work-mode", "2"}, " 2\n", [](const auto& s) { return s.current.work_mode == 2; }}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(CliSettings, FactoryResetBringsDefaultsBack) {
-    ASSERT_EQ(ctl({"set", "beep", "7"}).code, 0);
-    Result f = ctl({"factory-reset"});
-    ASSERT_EQ(f.code, 0) << f.err;
-    Result g = ctl({"get", "beep", "--format", "json"});
-    Json j(cJSON_Parse(g.out.c_str()));
-    EXPECT_EQ(num(j.get(), "beep"), uhfsim::Settings{}.beep_mode);
-}
-
-// Saved settings survive the restart; unsaved ones fall back.
-TEST_F(CliSettings, SavedPowerSurvivesAReset) {
-    ASSERT_EQ(ctl({"set", "power", "25", "--save"}).code, 0);
-    ASSERT_EQ(ctl({"set", "power", "2=20"}).code, 0);
-    ASSERT_EQ(ctl({"reset"}).code, 0);
-    Result g = ctl({"get", "power", "--format", "json"});
-    ASSERT_EQ(g.code, 0) << g.err;
-    Json j(cJSON_Parse(g.out.c_str()));
-    const cJSON* list = cJSON_GetObjectItem(j.get(), "power");
-    ASSERT_EQ(cJSON_GetArraySize(list), 4);
-    for (int i = 0; i < 4; i++) {
-        EXPECT_EQ(num(cJSON_GetArrayItem(list, i), "antenna"), i + 1);
-        EXPECT_EQ(num(cJSON_GetArrayItem(list, i), "read"), 25);
-    }
-}
-
-// A filter leaves only matching tags in the inventory.
-TEST_F(CliSettings, FilterNarrowsTheInventory) {
-    auto epcs = uhftest::field_epcs(uhftest::sim_options(2).tags);
-    ASSERT_EQ(epcs.size(), 2u);
-    std::string first = *epcs.begin();
-    ASSERT_NE(first.substr(0, 4), std::next(epcs.begin())->substr(0, 4));
-    Result f = ctl({"set", "filter", "epc", "0", first.substr(0, 4)});
-    ASSERT_EQ(f.code, 0) << f.err;
-    Result inv = ctl({"inventory", "--format", "json", "--unique", "--duration", "1"});
-    ASSERT_EQ(inv.code, 0) << inv.err;
-    auto lines = json_lines(inv.out);
-    ASSERT_EQ(lines.size(), 1u) << inv.out;
-    EXPECT_EQ(str(lines[0].get(), "epc"), first);
-
-    ASSERT_EQ(ctl({"set", "filter", "off"}).code, 0);
-    inv = ctl({"inventory", "--format", "json", "--unique", "--duration", "1"});
-    EXPECT_EQ(json_lines(inv.out).size(), 2u);
-}
-
-TEST_F(CliSettings, ResetRestartsTheReader) {
-    Result r = ctl({"reset"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("restarting"), std::string::npos);
-    EXPECT_EQ(pty->stats().requests[0x68], 1u);
-}
 
 TEST(CliSettingsFailure, RefusedSetExitsOne) {
     auto o = uhftest::sim_options(2);

@@ -84,82 +84,11 @@ TEST_F(CliTags, WriteThenReadBack) {
     EXPECT_EQ(tag(0).user[1], 0xCAFE);
 }
 
-// 40 words do not fit the plain write's request: they go as a block write.
-TEST_F(CliTags, LongWriteGoesAsABlockWrite) {
-    std::string words;
-    char word[5];
-    for (int i = 0; i < 40; i++) {
-        snprintf(word, sizeof word, "A5%02X", i);
-        words += word;
-    }
-    Result w = ctl({"write", "user", "0", words, "--epc", kEpcB});
-    ASSERT_EQ(w.code, 0) << w.err;
-    EXPECT_EQ(read({"user", "0", "40", "--epc", kEpcB}), words + "\n");
-    EXPECT_EQ(pty->stats().requests[0x93], 1u);
-    EXPECT_EQ(pty->stats().requests[0x86], 0u);
-}
-
-TEST_F(CliTags, EraseZeroesWords) {
-    ASSERT_EQ(ctl({"erase", "user", "0", "2", "--epc", kEpcA, "-p", "12345678"}).code, 0);
-    EXPECT_EQ(read({"user", "0", "3", "--epc", kEpcA}), "000000004455\n");
-}
-
-TEST_F(CliTags, LockedAreaNeedsThePassword) {
-    Result l = ctl({"lock", "user", "lock", "--epc", kEpcA, "-p", "12345678"});
-    ASSERT_EQ(l.code, 0) << l.err;
-    EXPECT_EQ(tag(0).lock_bits & 0x3, 0x2);
-    EXPECT_EQ(ctl({"write", "user", "0", "1111", "--epc", kEpcA}).code, 1);
-    EXPECT_EQ(ctl({"write", "user", "0", "1111", "--epc", kEpcA, "-p", "12345678"}).code, 0);
-    EXPECT_EQ(ctl({"lock", "user", "unlock", "--epc", kEpcA, "-p", "00000001"}).code, 1);
-}
-
 TEST_F(CliTags, LockPayloadCoversSeveralAreas) {
     Result l = ctl({"lock", "access", "permalock", "epc", "lock", "--epc", kEpcA, "-p", "12345678"});
     ASSERT_EQ(l.code, 0) << l.err;
     EXPECT_NE(l.out.find("payload 03C0E0"), std::string::npos) << l.out;
     EXPECT_EQ(tag(0).lock_bits, 0x00E0);
-}
-
-TEST_F(CliTags, KillTakesTheKillPassword) {
-    EXPECT_EQ(ctl({"kill", "--epc", kEpcA, "-p", "12345678"}).code, 1);
-    EXPECT_FALSE(tag(0).killed);
-    Result k = ctl({"kill", "--epc", kEpcA, "-p", "0BADCAFE"});
-    ASSERT_EQ(k.code, 0) << k.err;
-    EXPECT_TRUE(tag(0).killed);
-    Result inv = ctl({"inventory", "--format", "json", "--unique", "--duration", "1"});
-    auto lines = json_lines(inv.out);
-    ASSERT_EQ(lines.size(), 1u) << inv.out;
-    EXPECT_EQ(str(lines[0].get(), "epc"), kEpcB);
-}
-
-TEST_F(CliTags, PermalockedBlocksRefuseWrites) {
-    Result p = ctl({"permalock", "0", "C000", "--epc", kEpcA, "-p", "12345678"});
-    ASSERT_EQ(p.code, 0) << p.err;
-    EXPECT_EQ(p.out, "permalocked blocks: C000\n");
-    EXPECT_EQ(ctl({"write", "user", "1", "1234", "--epc", kEpcA, "-p", "12345678"}).code, 1);
-    EXPECT_EQ(ctl({"write", "user", "2", "1234", "--epc", kEpcA, "-p", "12345678"}).code, 0);
-    // Reading the lock bits needs the secured state too.
-    Result r = ctl({"permalock", "0", "--read", "1", "--epc", kEpcA, "-p", "12345678"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out, "permalocked blocks: C000\n");
-}
-
-TEST_F(CliTags, SingleShotInventoryGivesOneTag) {
-    Result r = ctl({"inventory", "--once", "--format", "json"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    auto lines = json_lines(r.out);
-    ASSERT_EQ(lines.size(), 1u);
-    std::string epc = str(lines[0].get(), "epc");
-    EXPECT_TRUE(epc == kEpcA || epc == kEpcB) << epc;
-}
-
-TEST(CliTagsEmptyField, SingleShotWithNoTagExitsOne) {
-    uhfsim::SimOptions o;
-    uhfsim::TcpServer sim(o);
-    ASSERT_TRUE(sim.start());
-    Result r = uhfctl({"--tcp", "127.0.0.1:" + std::to_string(sim.port()), "inventory", "--once"});
-    EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("no tag answered"), std::string::npos) << r.err;
 }
 
 }  // namespace

@@ -72,32 +72,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "at most 20 readers"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// Every subcommand documents itself with examples.
-class CliHelp : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(CliHelp, ShowsExamplesAndExitsZero) {
-    std::vector<std::string> args;
-    std::istringstream words(GetParam());
-    for (std::string w; words >> w;) args.push_back(w);
-    args.push_back("--help");
-    Result r = uhfctl(args);
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("Example"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("Usage:"), std::string::npos) << r.out;
-}
-
-INSTANTIATE_TEST_SUITE_P(Subcommands, CliHelp,
-                         ::testing::Values("", "demo", "inventory", "info", "read", "write", "erase", "lock", "kill",
-                                           "permalock", "sensor", "sensor log", "sensor log start", "sensor log stop",
-                                           "sensor log status", "sensor log read", "sensor voltage", "sensor temp",
-                                           "get", "set", "reset", "factory-reset", "upgrade", "links", "raw"),
-                         [](const auto& info) {
-                             std::string n = info.param.empty() ? "tool" : info.param;
-                             for (auto& c : n)
-                                 if (c == '-' || c == ' ') c = '_';
-                             return n;
-                         });
-
 TEST(CliHelpText, ToolHelpListsExitCodesAndTheEnvironmentVariable) {
     Result r = uhfctl({"--help"});
     EXPECT_NE(r.out.find("0 ok, 1 the reader reported a failure, 2 usage, 3 connection"), std::string::npos);

@@ -33,11 +33,6 @@ struct Report {
     bool operator==(const Report&) const = default;
 };
 
-std::ostream& operator<<(std::ostream& os, const Report& r) {
-    return os << "uii " << ::testing::PrintToString(r.uii) << " data " << ::testing::PrintToString(r.data) << " rssi "
-              << r.rssi << " ant " << int(r.antenna);
-}
-
 class ConfigE2E : public SimTcpTest {
 protected:
     uhfsim::SimOptions options() override {
@@ -231,19 +226,6 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
     EXPECT_EQ(reader_state().current.protocol_config, 7);
 }
 
-// The reader's own refusals (its rules are pinned in the simulator's tests)
-// reach the caller as -1 and change nothing.
-TEST_F(ConfigE2E, TheReaderRefusesWhatItCannotDo) {
-    unsigned etsi[1] = {865700};
-    EXPECT_EQ(UHFSetJumpFrequency(1, etsi), -1);                          // outside the FCC band
-    EXPECT_EQ(UHFSetGen2(0, 0, 0, 1, 8, 9, 4, 1, 2, 1, 1, 1, 0, 3), -1);  // MinQ above MaxQ
-    EXPECT_EQ(UHFSetRegion(0, 0), -1);
-    EXPECT_EQ(bytes(UHFGetRegion)(), one(0, 1));
-    unsigned table[256] = {};
-    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
-    EXPECT_EQ(table[0], 50u);
-}
-
 TEST_F(ConfigE2E, SoftResetKeepsSavedSettingsAndUnsavedOnesFallBack) {
     for (const SaveRow& row : kSaveRows) {
         for (bool save : {false, true}) {
@@ -257,82 +239,3 @@ TEST_F(ConfigE2E, SoftResetKeepsSavedSettingsAndUnsavedOnesFallBack) {
     }
 }
 
-TEST_F(ConfigE2E, DefaultModeRestoresFactoryRfAndInventorySettings) {
-    for (const SaveRow& row : kSaveRows) ASSERT_EQ(row.set(true), 0) << row.name;
-    // Settings kept without a save byte.
-    unsigned freq[1] = {840125};  // region 4 is set by now
-    uint8_t para[6] = {1, 2, 3, 4, 5, 6};
-    uint8_t tid[2] = {0xE2, 0x80};
-    ASSERT_EQ(UHFSetJumpFrequency(1, freq), 0);
-    ASSERT_EQ(UHFSetGen2(0, 0, 0, 1, 2, 1, 7, 1, 2, 1, 1, 1, 0, 3), 0);
-    ASSERT_EQ(UHFSetFastID(1), 0);
-    ASSERT_EQ(UHFSetWorkMode(1), 0);
-    ASSERT_EQ(UHFSetWorkModePara(para), 0);
-    ASSERT_EQ(UHFSetProtocolType(2), 0);
-    ASSERT_EQ(UHFSetFilter(0, 2, 0, 2, tid), 0);
-
-    ASSERT_EQ(UHFSetDefaultMode(), 0);
-    ASSERT_EQ(UHFSetSoftReset(), 0);  // and factory settings are what is kept
-
-    for (const SaveRow& row : kSaveRows) EXPECT_EQ(row.get(), row.factory) << row.name;
-    unsigned table[256] = {};
-    ASSERT_EQ(UHFGetJumpFrequency(table), 0);
-    EXPECT_EQ(std::vector<unsigned>(table, table + 2), (std::vector<unsigned>{50, 902750}));
-    EXPECT_EQ(gen2_fields(), (std::vector<unsigned>{0, 0, 0, 0, 1, 4, 0, 15, 1, 2, 1, 1, 1, 0, 3}));
-    EXPECT_EQ(bytes(UHFGetFastID)(), one(0, 0));
-    EXPECT_EQ(bytes(UHFGetWorkMode)(), one(0, 0));
-    EXPECT_EQ(bytes<6>(UHFGetWorkModePara)(), (std::vector<unsigned>{0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(bytes(UHFGetProtocolType)(), one(0, 0));
-    // No filter: B, which has no TID, answers again.
-    const Report a1 = {kUiiA, {}, -500, 1}, b1 = {kUiiB, {}, -600, 1};
-    EXPECT_EQ(inventory(2), (std::vector<Report>{a1, b1}));
-}
-
-TEST_F(ConfigE2E, AmplifierStatusInBothCrcModes) {
-    struct Case {
-        const char* name;
-        bool crc;
-        uint8_t pa_status;
-        int result;
-    } cases[] = {
-        {"plain, healthy", false, 0, 0},
-        {"plain, fault", false, 2, -1},
-        {"CRC, healthy", true, 0, 0},
-        {"CRC, fault 0x55 (escaped on the wire)", true, 0x55, -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        server->for_each_reader([&](uhfsim::VirtualReader& r) { r.state().pa_status = c.pa_status; });
-        c.crc ? UHF_FlagCrcOn() : UHF_FlafCrcOff();
-        EXPECT_EQ(RmuGetPaStatus(), c.result);
-    }
-}
-
-TEST_F(ConfigE2E, SettingsShapeTheTagReports) {
-    struct Row {
-        const char* name;
-        std::function<void()> setup;
-        std::vector<Report> first_reports;  // plan order: antenna by antenna, tags in field order
-    };
-    const Report a1 = {kUiiA, {}, -500, 1}, b1 = {kUiiB, {}, -600, 1}, a2 = {kUiiA, {}, -550, 2};
-    const Row rows[] = {
-        {"factory: antenna 1, EPC only", [] {}, {a1, b1, a1}},
-        {"EPC+TID", [] { ASSERT_EQ(UHF_OPENMODE(), 0); },
-         {{kUiiA, kTidA, -500, 1}, {kUiiB, Bytes(12, 0), -600, 1}, {kUiiA, kTidA, -500, 1}}},
-        {"EPC+TID+USER from word 1",
-         [] { ASSERT_EQ(UHFSetEPCTIDUSERMode(0, 2, 1, 1), 0); },
-         {{kUiiA, kTidA + Bytes{0x56, 0x78}, -500, 1}, {kUiiB, Bytes(14, 0), -600, 1},
-          {kUiiA, kTidA + Bytes{0x56, 0x78}, -500, 1}}},
-        {"filter on the EPC keeps B", [] { uint8_t b[4] = {0xE2, 0, 0, 2}; ASSERT_EQ(UHFSetFilter(0, 1, 0, 4, b), 0); },
-         {b1, b1, b1}},
-        {"filter on the TID keeps A", [] { uint8_t t[2] = {0xE2, 0x80}; ASSERT_EQ(UHFSetFilter(0, 2, 0, 2, t), 0); },
-         {a1, a1, a1}},
-        {"both antennas", [] { uint8_t m[2] = {0x00, 0x03}; ASSERT_EQ(UHFSetANT(0, m), 0); }, {a1, b1, a2}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        start_reader();
-        row.setup();
-        EXPECT_EQ(inventory(3), row.first_reports);
-    }
-}

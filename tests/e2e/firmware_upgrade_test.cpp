@@ -62,18 +62,6 @@ TEST_F(FirmwareE2E, UpgradeIn64ByteBlocksReportsTheNewVersion) {
     EXPECT_EQ(software_version(), "V4.7.12");
 }
 
-TEST_F(FirmwareE2E, UpgradeInBlocksOfTheCallersSize) {
-    Bytes image = uhfsim::build_image({5, 0, 1}, payload(3000), false);
-    ASSERT_EQ(UHFJump2Boot(0), 0);
-    ASSERT_EQ(UHFStartUpd(), 0);
-    for (size_t at = 0; at < image.size(); at += 700) {
-        size_t n = std::min<size_t>(700, image.size() - at);
-        ASSERT_EQ(UHF_Upgrade(image.data() + at, static_cast<unsigned short>(n)), 0) << at;
-    }
-    ASSERT_EQ(UHFStopUpdate(), 0);
-    EXPECT_EQ(software_version(), "V5.0.1");
-}
-
 TEST_F(FirmwareE2E, BadImagesAreRefusedAndTheOldVersionStays) {
     const Bytes good = uhfsim::build_image({9, 9, 9}, payload(500));
     struct Case {
@@ -97,12 +85,3 @@ TEST_F(FirmwareE2E, BadImagesAreRefusedAndTheOldVersionStays) {
     EXPECT_EQ(software_version(), "V9.9.9");
 }
 
-TEST_F(FirmwareE2E, StepsOutOfOrderAreRefused) {
-    uint8_t block[64] = {};
-    EXPECT_EQ(UHFStartUpd(), -1) << "not in the boot loader";
-    EXPECT_EQ(UHFUpdating(block), -1) << "no update started";
-    ASSERT_EQ(UHFJump2Boot(3), 0);
-    EXPECT_EQ(UHFUpdating(block), -1) << "still no update started";
-    EXPECT_EQ(UHFJump2Boot(4), -2);
-    EXPECT_EQ(software_version(), "V2.10.4");
-}

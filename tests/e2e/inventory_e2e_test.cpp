@@ -43,59 +43,6 @@ TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
     EXPECT_EQ(seen, field_epcs(o.tags));
 }
 
-TEST_F(InventoryE2E, ReportsLeftAfterStopStayFetchable) {
-    start(sim_options(50, 400));
-    ASSERT_EQ(UHFInventory(), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    ASSERT_EQ(UHFStopGet(), 0);
-    // Nothing was fetched while it ran: the reads wait in the queue.
-    uint8_t out[512];
-    int len = 0;
-    int count = 0;
-    while (UHF_GetReceived_EX(&len, out) == 0) count++;
-    EXPECT_GT(count, 10);
-}
-
-TEST_F(InventoryE2E, TidAndSensorItemsComeWithEachReport) {
-    auto o = sim_options(5, 400);
-    o.engine.state.current.inventory_mode = uhfsim::InventoryMode::EpcTid;
-    start(o);
-    ASSERT_EQ(UHFInventory(), 0);
-    auto got = collect_reports(5, 3000);
-    EXPECT_EQ(UHFStopGet(), 0);
-    ASSERT_FALSE(got.empty());
-    for (const auto& r : got) {
-        size_t L = r[0];
-        ASSERT_EQ(r[L + 1], 12) << "six TID words";
-        EXPECT_EQ(r.size(), L + 2 + 12 + 3);
-    }
-
-    o = sim_options(5, 400);
-    o.engine.state.current.sensor_inventory = true;
-    start(o);
-    ASSERT_EQ(UHFInventory(), 0);
-    uint8_t out[512] = {};
-    int len = 0;
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    while (UHFGetTagData(&len, out) != 0 && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    // Items: 01 id, 06 UII, then the sensor item.
-    size_t pos = 4 + 2 + out[5];
-    ASSERT_LT(pos, size_t(len));
-    EXPECT_EQ(out[pos], 0x0B);
-    EXPECT_EQ(out[pos + 1], 2);
-    EXPECT_EQ(UHFStopGet(), 0);
-}
-
-TEST_F(InventoryE2E, ReaderThatNeverAnswersTheStop) {
-    auto o = sim_options(3, 200);
-    o.faults.ignore_codes = {0x8C};
-    start(o);
-    ASSERT_EQ(UHFInventory(), 0);
-    EXPECT_EQ(UHFStopGet(), -1);
-    EXPECT_EQ(srv->stats().requests[0x8C], 3u);
-}
-
 TEST_F(InventoryE2E, ReaderClosingMidInventory) {
     auto o = sim_options(3, 400);
     o.faults.close_after = 20;

@@ -68,27 +68,6 @@ const Bytes kEpcBBytes(kEpcB, kEpcB + 12);
 
 }  // namespace
 
-TEST_F(TagAccess, ReadTidOfTheTagSelectedByItsEpc) {
-    EXPECT_EQ(read(kNoPwd, kEpcA, 2, 0, 6), kTidA);
-    auto tid_b = read(kNoPwd, kEpcB, 2, 0, 2);
-    EXPECT_EQ(tid_b, (Bytes{0xE2, 0x80, 0x11, 0x05}));
-
-    // Short filters compare only their bits: 12 bits of E20 pick A, 9 bits of 0x30 0x00 pick B.
-    uint8_t out[4];
-    uint8_t e20[2] = {0xE2, 0x0F};
-    ASSERT_EQ(UHFReadData(kNoPwd, 1, 0x20, 12, e20, 2, 2, 1, out), 0);
-    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0x20, 0x00}));
-    uint8_t b9[2] = {0x30, 0x7F};
-    ASSERT_EQ(UHFReadData(kNoPwd, 1, 0x20, 9, b9, 2, 1, 1, out), 0);
-    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0x11, 0x05}));
-
-    // No tag matches: an error reply, not a hang.
-    uint8_t nobody[12] = {0x01};
-    EXPECT_EQ(read(kNoPwd, nobody, 2, 0, 1), std::nullopt);
-    // Past the end of the bank.
-    EXPECT_EQ(read(kNoPwd, kEpcA, 2, 4, 3), std::nullopt);
-}
-
 TEST_F(TagAccess, WriteReadBackAndEraseUser) {
     ASSERT_EQ(write(kNoPwd, kEpcB, 3, 2, {0xCA, 0xFE, 0xBE, 0xEF}), 0);
     EXPECT_EQ(read(kNoPwd, kEpcB, 3, 1, 4), (Bytes{0x22, 0x33, 0xCA, 0xFE, 0xBE, 0xEF, 0x88, 0x99}));
@@ -155,44 +134,6 @@ TEST_F(TagAccess, KilledTagVanishesFromInventories) {
     }
 }
 
-TEST_F(TagAccess, BlockPermalockRoundTrip) {
-    uint8_t bits[2] = {0x00, 0x00};
-    ASSERT_EQ(UHFBlockPermalock(kAccessA, 1, 0x20, 96, kEpcA, 0, 3, 0, 1, bits), 0);
-    EXPECT_EQ(Bytes(bits, bits + 2), (Bytes{0x00, 0x00}));
-
-    uint8_t lock_first_two[2] = {0xC0, 0x00};
-    ASSERT_EQ(UHFBlockPermalock(kAccessA, 1, 0x20, 96, kEpcA, 1, 3, 0, 1, lock_first_two), 0);
-    EXPECT_EQ(Bytes(lock_first_two, lock_first_two + 2), (Bytes{0xC0, 0x00}));
-
-    uint8_t more[2] = {0x10, 0x00};  // block 3 as well: the bits add up
-    ASSERT_EQ(UHFBlockPermalock(kAccessA, 1, 0x20, 96, kEpcA, 1, 3, 0, 1, more), 0);
-    uint8_t now[2] = {};
-    ASSERT_EQ(UHFBlockPermalock(kAccessA, 1, 0x20, 96, kEpcA, 0, 3, 0, 1, now), 0);
-    EXPECT_EQ(Bytes(now, now + 2), (Bytes{0xD0, 0x00}));
-
-    // Locked blocks refuse writes even with the password; others take them.
-    EXPECT_EQ(write(kAccessA, kEpcA, 3, 1, {0x01, 0x02}), -1);
-    EXPECT_EQ(write(kAccessA, kEpcA, 3, 3, {0x01, 0x02}), -1);
-    EXPECT_EQ(write(kAccessA, kEpcA, 3, 2, {0x01, 0x02}), 0);
-    EXPECT_EQ(UHFBlockEraseData(kAccessA, 1, 0x20, 96, kEpcA, 3, 0, 1), -1);
-    // Blocks past the 8 USER words cannot be locked.
-    uint8_t past[2] = {0x00, 0x80};
-    EXPECT_EQ(UHFBlockPermalock(kAccessA, 1, 0x20, 96, kEpcA, 1, 3, 0, 1, past), -1);
-    EXPECT_EQ(past[1], 0x80);
-}
-
-TEST_F(TagAccess, AuthenticateAnswersFromChallengeAndKey) {
-    uint8_t challenge[3] = {0x10, 0x20, 0x30};
-    unsigned short n = 0;
-    uint8_t out[32];
-    // Each byte XOR the key id, a pad byte, then TID word 0.
-    ASSERT_EQ(UHFAuthenticate(0, 1, 0x20, kEpcA, 96, 0x05, 3, challenge, &n, out), 0);
-    EXPECT_EQ(Bytes(out, out + n), (Bytes{0x15, 0x25, 0x35, 0x00, 0xE2, 0x80}));
-    ASSERT_EQ(UHFAuthenticateCommon(0, 1, 0x20, kEpcA, 96, 0x0F, 2, challenge, &n, out), 0);
-    EXPECT_EQ(Bytes(out, out + n), (Bytes{0x00, 0x02, 0x1F, 0x2F, 0xE2, 0x80}));
-    EXPECT_EQ(UHFAuthenticate(0x11111111UL, 1, 0x20, kEpcA, 96, 0x05, 3, challenge, &n, out), -1);
-}
-
 namespace {
 
 // One tag in the field, so single-shot calls always find it.
@@ -212,80 +153,3 @@ const Bytes kRssiA = {0xFD, 0xDA};  // -55.0 dBm
 
 }  // namespace
 
-TEST_F(OneTag, SingleInventoryInItsThreeForms) {
-    uint8_t len = 0, out[300];
-    ASSERT_EQ(UHFInventorySingle(&len, out), 0);
-    EXPECT_EQ(Bytes(out, out + len), kUiiA);
-
-    // No bank region yet: no data.
-    ASSERT_EQ(UHF_InventorySingle_R2000(&len, out), 0);
-    EXPECT_EQ(Bytes(out, out + 18), Bytes{14} + kUiiA + Bytes{0} + kRssiA);
-
-    // Reports now carry TID words 1..2.
-    uint8_t pwd[4] = {};
-    ASSERT_EQ(UHF_Inventory_Bank(pwd, 2, 1, 2), 0);
-    EXPECT_EQ(bankflag, 2);
-
-    ASSERT_EQ(UHF_InventorySingleEPCTIDUSER(&len, out), 0);
-    Bytes tid12 = {0x11, 0x60, 0x20, 0x00};
-    EXPECT_EQ(Bytes(out, out + len), Bytes{14} + kUiiA + Bytes{4} + tid12 + kRssiA + Bytes{0x01});
-
-    ASSERT_EQ(UHF_InventorySingle_R2000(&len, out), 0);
-    EXPECT_EQ(len, 1 + 14 + 1 + 4 + 2);
-    EXPECT_EQ(Bytes(out, out + len), Bytes{14} + kUiiA + Bytes{4} + tid12 + kRssiA);
-
-    ASSERT_EQ(UHFInventorySingle(&len, out), 0);
-    EXPECT_EQ(Bytes(out, out + len), kUiiA);
-
-    // The batch form carries the same report.
-    int n = UHF_GetTagsData(out);
-    ASSERT_EQ(n, 2 + 14 + 4 + 3);
-    EXPECT_EQ(Bytes(out, out + n), (Bytes{1, 21} + kUiiA + tid12 + kRssiA + Bytes{0x01}));
-}
-
-TEST_F(OneTag, QtControlAndBothViews) {
-    uint8_t qt = 0xFF, para = 0xFF;
-    ASSERT_EQ(UHFGetQT(kNoPwd, 1, 0x20, 96, kEpcA, &qt), 0);
-    EXPECT_EQ(qt, 0x00);
-    ASSERT_EQ(UHF_GetQTPara(&para), 0);
-    EXPECT_EQ(para, 1);
-
-    // Private view: the whole TID; the public view shows two words of it.
-    uint8_t out[64], n = 0;
-    ASSERT_EQ(UHFReadQT(kNoPwd, 1, 0x20, 96, kEpcA, 0x00, 2, 0, 6, out, &n), 0);
-    EXPECT_EQ(Bytes(out, out + n), kTidA);
-    EXPECT_EQ(UHFReadQT(kNoPwd, 1, 0x20, 96, kEpcA, 0x02, 2, 0, 6, out, &n), -1);
-    ASSERT_EQ(UHFReadQT(kNoPwd, 1, 0x20, 96, kEpcA, 0x02, 2, 0, 2, out, &n), 0);
-    EXPECT_EQ(Bytes(out, out + n), Bytes(kTidA.begin(), kTidA.begin() + 4));
-
-    // Switch the tag to its public view (the inverse mapping: 0 means public).
-    ASSERT_EQ(UHF_SetQTPara(0), 0);
-    ASSERT_EQ(UHF_GetQTPara(&para), 0);
-    EXPECT_EQ(para, 0);
-    uint8_t len = 0, uii[64];
-    ASSERT_EQ(UHFInventorySingle(&len, uii), 0);
-    EXPECT_EQ(Bytes(uii, uii + len), (Bytes{0x10, 0x00, 0xAA, 0xBB, 0xCC, 0xDD}));
-    // The private EPC no longer selects it; the public one does.
-    EXPECT_EQ(UHFGetQT(kNoPwd, 1, 0x20, 96, kEpcA, &qt), -1);
-    uint8_t public_epc[4] = {0xAA, 0xBB, 0xCC, 0xDD};
-    ASSERT_EQ(UHFGetQT(kNoPwd, 1, 0x20, 32, public_epc, &qt), 0);
-    EXPECT_EQ(qt, 0x02);
-
-    // Plain reads see the public memory (no USER); QT reads name their view.
-    uint8_t words[4];
-    EXPECT_EQ(UHFReadData(kNoPwd, 1, 0x20, 32, public_epc, 3, 0, 1, words), -1);
-    uint8_t found_uii[64], found_len = 0;
-    ASSERT_EQ(UHF_ReadQTDataSingle(kNoPwd, 3, 1, 2, words, found_uii, &found_len), 0);
-    EXPECT_EQ(Bytes(words, words + 4), (Bytes{0x22, 0x33, 0x44, 0x55}));
-    EXPECT_EQ(Bytes(found_uii, found_uii + found_len), (Bytes{0x10, 0x00, 0xAA, 0xBB, 0xCC, 0xDD}));
-    ASSERT_EQ(UHF_ReadQTData_Ex(kNoPwd, 1, 0x20, 32, public_epc, 1, 2, 6, out), 0);
-    EXPECT_EQ(Bytes(out, out + 12), kEpcABytes);
-
-    // A write through the private view lands in private memory.
-    uint8_t data[2] = {0x5A, 0xA5};
-    ASSERT_EQ(UHF_WriteQTDataSingle(kNoPwd, 3, 0, 1, data, found_uii, &found_len), 0);
-    ASSERT_EQ(UHF_SetQTPara(1), 0);
-    uint8_t back[2];
-    ASSERT_EQ(UHFReadData(kNoPwd, 1, 0x20, 96, kEpcA, 3, 0, 1, back), 0);
-    EXPECT_EQ(Bytes(back, back + 2), (Bytes{0x5A, 0xA5}));
-}

@@ -37,46 +37,6 @@ const Bytes kPowerDefaults = {0x01, 0x01, 0x0B, 0xB8, 0x0B, 0xB8, 0x02, 0x0B, 0x
 
 }  // namespace
 
-// Refusals, boundaries and odd replies; plain set/get pairs are in the next table.
-TEST(SimConfig, HandlersAnswerAsAModuleDoes) {
-  struct Row {
-    const char* what;
-    uint8_t code;
-    Bytes data;
-    Reply expect;
-  };
-  const Row rows[] = {
-      {"hopping table, band edges of FCC", 0x14, Bytes{2} + freq(902750) + freq(927250), {0x15, {0x01}}},
-      {"hopping table outside FCC", 0x14, Bytes{1} + freq(865700), {0x15, {0x00}}},
-      {"hopping table, count disagrees", 0x14, Bytes{2} + freq(902750), {0x15, {0x00}}},
-      {"hopping table, empty", 0x14, {0x00}, {0x15, {0x00}}},
-      {"RF link 3", 0x52, {0x00, 0x01, 0x03}, {0x53, {0x01}}},
-      {"RF link 4", 0x52, {0x00, 0x01, 0x04}, {0x53, {0x00}}},
-      {"CW 2", 0x24, {0x02}, {0x25, {0x00}}},
-      {"parameter, short", 0x18, {0x02, 1, 2, 3, 4, 9, 8, 7}, {0x19, {0x00}}},
-      {"protocol configuration", 0xC0, {0x05, 0x00}, {0xC1, {0x01}}},
-      {"Gen2 preset form", 0x20, {0x01, 0x40, 0xFD, 0x53, 0, 0, 0, 0}, {0x21, {0x01}}},
-      {"Gen2, MinQ above MaxQ", 0x20, {0x01, 0x44, 0x3D, 0x53}, {0x21, {0x00}}},
-      {"Gen2, StartQ above MaxQ", 0x20, {0x01, 0x80, 0x4D, 0x53}, {0x21, {0x00}}},
-      {"FastID 2", 0x5C, {0x02, 0x00}, {0x5D, {0x00}}},
-      {"report mode 3", 0x70, {0x00, 0x03}, {0x71, {0x00}}},
-      {"filter on EPC", 0x6E, {0x00, 0x01, 0x00, 0x20, 0x00, 0x10, 0xE2, 0x00}, {0x6F, {0x01}}},
-      {"filter, mask length disagrees", 0x6E, {0x00, 0x01, 0x00, 0x20, 0x00, 0x11, 0xE2, 0x00}, {0x6F, {0x00}}},
-      {"filter, bank 4", 0x6E, {0x00, 0x04, 0x00, 0x00, 0x00, 0x00}, {0x6F, {0x00}}},
-      {"dual/single 2", 0x6A, {0x00, 0x02}, {0x6B, {0x00}}},
-      {"work mode 2", 0xA1, {0x05, 0x02}, {0xA2, {0x01}}},
-      {"work mode 3", 0xA1, {0x05, 0x03}, {0xA2, {0x00}}},
-      {"work mode parameters, short", 0xA1, {0x0B, 1, 2, 3}, {0xA2, {0x00}}},
-      {"protocol type: status second", 0x06, {0x00, 0x01}, {0x07, {0x00, 0x01}}},
-      {"protocol type 9 refused", 0x06, {0x00, 0x09}, {0x07, {0x00, 0x00}}},
-  };
-  for (const auto& r : rows) {
-    Bench b(field_ab(), quiet(100));
-    b.send(frame(r.code, r.data));
-    EXPECT_EQ(b.take(), std::vector<Reply>{r.expect}) << r.what;
-  }
-}
-
 TEST(SimConfig, DefaultsSetThenGetAndWhatAPowerCycleKeeps) {
   struct Row {
     const char* what;
@@ -194,32 +154,3 @@ TEST(SimConfig, ReportModesSensorFastIdFilterAndPowerShapeInventory) {
   }
 }
 
-TEST(SimConfig, AmplifierStatusOverTheEscapedFrame) {
-  auto with_crc = [](Bytes body) {
-    const uint16_t c = uhfsim::gen2_crc16(body);  // pinned to golden values in sim_tag_field_test.cpp
-    return body + Bytes{uint8_t(c >> 8), uint8_t(c)};
-  };
-  Bytes bad_crc = escaped(with_crc({0x04, 0x80}));
-  bad_crc[3] ^= 1;
-  struct Row {
-    const char* what;
-    uint8_t pa_status;
-    Bytes request;
-    Bytes reply;
-  };
-  const Row rows[] = {
-      {"plain, healthy", 0, {0xAA, 0x02, 0x00, 0x55}, {0xAA, 0x03, 0x00, 0x00, 0x55}},
-      {"plain, fault", 3, {0xAA, 0x02, 0x00, 0x55}, {0xAA, 0x03, 0x00, 0x03, 0x55}},
-      {"plain, status that needs escaping", 0x55, {0xAA, 0x02, 0x00, 0x55}, {0xAA, 0x03, 0x00, 0xFF, 0x55, 0x55}},
-      {"CRC, healthy", 0, escaped(with_crc({0x04, 0x80})), escaped(with_crc({0x05, 0x80, 0x00}))},
-      {"CRC, fault", 1, escaped(with_crc({0x04, 0x80})), escaped(with_crc({0x05, 0x80, 0x01}))},
-      {"CRC, bad check", 0, bad_crc, {}},
-      {"another escaped command", 0, {0xAA, 0x02, 0x11, 0x55}, {}},
-  };
-  for (const auto& r : rows) {
-    Bench b(field_ab(), quiet(100));
-    b.reader.state().pa_status = r.pa_status;
-    b.send(r.request);
-    EXPECT_EQ(b.out, r.reply) << r.what;
-  }
-}

@@ -93,14 +93,6 @@ TEST(SimFaults, DropAndCorruptHitTheirShare) {
   }
 }
 
-TEST(SimFaults, SplitWritesOneBytePerWrite) {
-  FaultOptions f;
-  f.split_bytes = true;
-  const Wire w = run(f, 2);
-  for (const auto& x : w.writes) EXPECT_EQ(x.size(), 1u);
-  EXPECT_EQ(w.all(), kReply + kReply);
-}
-
 TEST(SimFaults, GarbageGoesBeforeEachReplyAndNeverLooksLikeAFrameStart) {
   FaultOptions f;
   f.garbage_bytes = 7;
@@ -114,18 +106,6 @@ TEST(SimFaults, GarbageGoesBeforeEachReplyAndNeverLooksLikeAFrameStart) {
       EXPECT_NE(x[i], 0xAA);
     }
   }
-}
-
-// close_after is shown over a real socket in SimTcp.HangsUpAfterTheConfiguredReplyCount.
-TEST(SimFaults, SameSeedSameMisbehaviour) {
-  FaultOptions f;
-  f.drop_ratio = 0.3;
-  f.corrupt_ratio = 0.3;
-  f.seed = 11;
-  EXPECT_EQ(run(f, 300).writes, run(f, 300).writes);
-  FaultOptions g = f;
-  g.seed = 12;
-  EXPECT_NE(run(f, 300).writes, run(g, 300).writes);
 }
 
 TEST(SimFaults, SessionAppliesFaultsToEngineReplies) {

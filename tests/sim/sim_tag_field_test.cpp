@@ -127,26 +127,3 @@ TEST(SimTagField, RejectsBadFilesWithAReason) {
   EXPECT_NE(err.find("cannot open"), std::string::npos);
 }
 
-TEST(SimTagField, RandomFieldIsReproducibleAndWellFormed) {
-  const TagField a = TagField::random(50, 7, 4);
-  const TagField b = TagField::random(50, 7, 4);
-  const TagField c = TagField::random(50, 8, 4);
-  ASSERT_EQ(a.size(), 50u);
-  size_t differ = 0, on_ant2 = 0;
-  for (size_t i = 0; i < a.size(); ++i) {
-    const Tag& t = a.tags()[i];
-    EXPECT_EQ(t.epc(), b.tags()[i].epc());
-    EXPECT_EQ(t.rssi, b.tags()[i].rssi);
-    differ += t.epc() != c.tags()[i].epc();
-    EXPECT_EQ(t.pc(), 0x3000);
-    EXPECT_EQ(t.stored_crc(), uhfsim::gen2_crc16(t.uii()));
-    EXPECT_EQ(t.tid[0], 0xE280);
-    ASSERT_TRUE(t.rssi[0].has_value()) << "every random tag is seen by antenna 1";
-    for (const auto& r : t.rssi) EXPECT_TRUE(!r || (*r <= uhfsim::kRssiMax && *r >= uhfsim::kRssiMin));
-    EXPECT_FALSE(t.rssi[4].has_value()) << "only the first 4 antennas";
-    on_ant2 += t.rssi[1].has_value();
-  }
-  EXPECT_GT(differ, 45u);
-  EXPECT_GT(on_ant2, 0u);
-  EXPECT_LT(on_ant2, 50u);
-}

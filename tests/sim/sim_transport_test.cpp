@@ -173,27 +173,6 @@ TEST(SimTcp, StreamsUntilStoppedThenConfirmsAndStopsCleanlyWithAClient) {
   EXPECT_TRUE(eof);
 }
 
-TEST(SimTcp, HangsUpAfterTheConfiguredReplyCount) {
-  auto opts = field_of(1);
-  opts.faults.close_after = 2;
-  uhfsim::TcpServer srv(opts);
-  ASSERT_TRUE(srv.start());
-  Fd c(connect_to(srv.port()));
-  for (int i = 0; i < 3; ++i) send_all(c.fd, frame(0x2E));
-  bool eof = false;
-  const Bytes got = read_until(c.fd, [](const Bytes&) { return false; }, &eof);
-  EXPECT_TRUE(eof);
-  EXPECT_EQ(unframe(got), (std::vector<Reply>{{0x2F, {0x01, 0x01}}, {0x2F, {0x01, 0x01}}}));
-}
-
-TEST(SimTcp, RefusesABadListenAddress) {
-  SimOptions o;
-  o.host = "not-an-address";
-  uhfsim::TcpServer srv(o);
-  EXPECT_FALSE(srv.start());
-  EXPECT_FALSE(srv.error().empty());
-}
-
 TEST(SimPty, AnswersOverTheSlaveSideAtTheLineRate) {
   auto opts = field_of(2);
   opts.baud = 9600;  // 960 bytes/s
@@ -218,30 +197,4 @@ TEST(SimPty, AnswersOverTheSlaveSideAtTheLineRate) {
   EXPECT_EQ(read_until(s.fd, frames(10)).size(), 10u * 29u);
   // A lower bound only: a busy machine can make this slower, never faster.
   EXPECT_GE(std::chrono::steady_clock::now() - start, 250ms) << "290 bytes at 960 bytes/s take about 0.3 s";
-}
-TEST(SimInProc, DrivesTheReaderWithATestClock) {
-  uhfsim::TimePoint now{std::chrono::seconds(10)};
-  auto opts = field_of(4);
-  opts.engine.read_rate = 400;
-  opts.faults.delay_ms = 20;
-  uhfsim::InProcLink link(opts, [&now] { return now; });
-  link.write(frame(0x82, {0x00, 0x00}));
-  Bytes wire;
-  for (int step = 0; step < 100; ++step) {  // a transport polling every 10 ms
-    now += 10ms;
-    const Bytes b = link.read_all();
-    wire.insert(wire.end(), b.begin(), b.end());
-  }
-  const auto got = unframe(wire);
-  ASSERT_TRUE(got);
-  // Reads of the last 20 ms are still held back by the delay.
-  EXPECT_EQ(got->size(), 392u);
-  link.write(frame(0x8C));
-  EXPECT_TRUE(link.read_all().empty());
-  now += 20ms;
-  const auto rest = unframe(link.read_all());
-  ASSERT_TRUE(rest);
-  ASSERT_EQ(rest->size(), 9u);
-  EXPECT_EQ(rest->back(), (Reply{0x8D, {0x01}}));
-  EXPECT_EQ(link.stats().tag_reports, 400u);
 }

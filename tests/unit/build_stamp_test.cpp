@@ -34,25 +34,3 @@ TEST(BuildStamp, ParsesCompilerDateAndTime) {
     }
 }
 
-TEST(BuildStamp, ExportedCallGivesAPlausibleBuildTime) {
-    char out[32];
-    memset(out, 0x7E, sizeof out);
-    ASSERT_EQ(UHFGetVersionCode(out), 1);
-    ASSERT_EQ(strlen(out), 19u);
-    EXPECT_EQ(out[20], 0x7E);
-    std::string stamp(out);
-
-    // A real calendar time (month 1-12, a day that exists in that month, a
-    // valid clock time) that is not in the future. strptime knows nothing of
-    // the library's month table, so a wrong mapping shows here too.
-    tm t{};
-    ASSERT_NE(strptime(out, "%Y-%m-%d %H:%M:%S", &t), nullptr) << stamp;
-    tm check = t;
-    time_t when = timegm(&check);
-    EXPECT_EQ(check.tm_mday, t.tm_mday) << "day does not exist in that month: " << stamp;
-    EXPECT_EQ(check.tm_mon, t.tm_mon) << stamp;
-    EXPECT_LE(when, time(nullptr) + 24 * 3600) << "build stamp in the future: " << stamp;
-    EXPECT_GE(t.tm_year + 1900, 2024) << stamp;
-
-    EXPECT_EQ(UHFGetVersionCode(nullptr), -1);
-}

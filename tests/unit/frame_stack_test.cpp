@@ -25,19 +25,6 @@ TEST(FrameStack, EmptyFullAndOrder) {
     EXPECT_EQ(Fetch_UhfStack(out, &len), -1);
 }
 
-TEST(FrameStack, FramesLargerThanASlotAreRefused) {
-    Init_UhfStack();
-    uint8_t big[81] = {0xAA};
-    Insert_UhfStack(big, 81);
-    Insert_UhfStack(nullptr, 3);
-    uint8_t out[80];
-    uint8_t len = 0;
-    EXPECT_EQ(Fetch_UhfStack(out, &len), -1);
-    Insert_UhfStack(big, 80);
-    EXPECT_EQ(Fetch_UhfStack(out, &len), 0);
-    EXPECT_EQ(len, 80);
-}
-
 TEST(Ebv, BothDirections) {
     struct Case {
         int value;

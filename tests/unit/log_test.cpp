@@ -14,12 +14,6 @@ protected:
     void TearDown() override { print_debug_log = 0; }
 };
 
-std::string dump(const unsigned char* p, unsigned n) {
-    testing::internal::CaptureStdout();
-    display_buffer_hex(p, n);
-    return testing::internal::GetCapturedStdout();
-}
-
 }  // namespace
 
 TEST_F(Log, OpenAndCloseSetTheDocumentedBits) {
@@ -53,32 +47,3 @@ TEST_F(Log, ClosingMasterKeepsCategoriesAndDropsHighBits) {
     EXPECT_EQ(print_debug_log, 0x80000008UL);
 }
 
-static std::string printed(const char* fmt, const char* arg) {
-    testing::internal::CaptureStdout();
-    my_printf(fmt, arg);
-    return testing::internal::GetCapturedStdout();
-}
-
-TEST_F(Log, MyPrintfNeedsTheMasterBitStampsAndCuts) {
-    openLog(TRANSFER_LOG);
-    const unsigned char b[] = {1, 2, 3};
-    EXPECT_EQ(dump(b, 3), "");
-    EXPECT_EQ(printed("hello %s", "5"), "");
-
-    openLog(ENABLE_LOG);
-    // The message's own newline stays, and one more follows it.
-    const std::string out = printed("value %s\n", "42");
-    EXPECT_TRUE(std::regex_match(out, std::regex(R"(\d\d:\d\d:\d\d:\d\d\d value 42\n\n)"))) << out;
-    EXPECT_EQ(printed("%s", std::string(5000, 'x').c_str()).size(), 13 + 1023 + 1u);  // stamp, 1023 chars, newline
-}
-
-TEST_F(Log, HexDumpRows) {
-    openLog(ENABLE_LOG);
-    unsigned char b[17];
-    for (int i = 0; i < 17; i++) b[i] = static_cast<unsigned char>(0x41 + i);
-    b[1] = 0x00;
-    std::string row1 = "\n  00000000  41 00 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50  A.CDEFGHIJKLMNOP";
-    std::string row2 = "\n  00000010  51 " + std::string(15 * 3, ' ') + " Q";
-    EXPECT_EQ(dump(b, 17), row1 + row2 + "\n");
-    EXPECT_EQ(dump(b, 0), "\n");
-}

@@ -36,23 +36,6 @@ TEST(PackageFrame, BuildMixesByteOrdersAndChecksFromTheTypeByte) {
     EXPECT_EQ(package(1, 3, nullptr), (Bytes{0xA5, 0x03, 0x00, 0x08, 0xAA, 0x12, 0x03, 0x00, 0x12 ^ 0x03, 0x03}));
 }
 
-TEST(PackageFrame, BuildRefusesWhatDoesNotFitTheBuffer) {
-    Bytes data(1015, 0);
-    uhf::RequestBuf<1024> r;
-    uhf::build_package(r, 0xAA, 6, 2, 1014, data.data());
-    EXPECT_TRUE(r.ok());
-    uhf::RequestBuf<1024> big;
-    uhf::build_package(big, 0xAA, 6, 2, 1015, data.data());
-    EXPECT_FALSE(big.ok());
-}
-
-TEST(PackageFrame, PlainFrame) {
-    const uint8_t body[] = {0x01, 0x2A, 0x00, 0x03};
-    uhf::RequestBuf<16> r;
-    uhf::build_plain(r, body, sizeof body);
-    EXPECT_EQ(bytes_of(r), (Bytes{0xA5, 0x02, 0x00, 0x04, 0x01, 0x2A, 0x00, 0x03, 0x03}));
-}
-
 TEST(PackageFrame, ParseOutcomes) {
     const Bytes good = {0xA5, 0x03, 0x00, 0x07, 0xAB, 0x25, 0x02, 0x00, 0x10, 0x20, 0x35, 0x03};
     struct Case {

@@ -20,22 +20,6 @@ TEST(Request, BigEndianFields) {
     EXPECT_EQ(bytes_of(r), (std::vector<uint8_t>{0xFF, 0x12, 0x34, 0xCD, 0xEF, 0x12, 1, 2, 3, 4}));
 }
 
-TEST(Request, FilterSendsCeilOfBitLengthMaskBytes) {
-    const uint8_t mask[4] = {0xA1, 0xB2, 0xC3, 0xD4};
-    struct Case {
-        unsigned bits;
-        size_t mask_bytes;
-    } cases[] = {{0, 0}, {1, 1}, {8, 1}, {9, 2}, {16, 2}, {17, 3}};
-    for (const Case& c : cases) {
-        RequestBuf<32> r;
-        r.filter(1, 0x20, c.bits, mask);
-        ASSERT_TRUE(r.ok()) << c.bits;
-        std::vector<uint8_t> want = {1, 0x00, 0x20, uint8_t(c.bits >> 8), uint8_t(c.bits)};
-        want.insert(want.end(), mask, mask + c.mask_bytes);
-        EXPECT_EQ(bytes_of(r), want) << c.bits;
-    }
-}
-
 TEST(Request, OverflowPoisonsTheWholeRequest) {
     RequestBuf<4> r;
     r.u16(1).u16(2);

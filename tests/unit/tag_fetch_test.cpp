@@ -89,28 +89,6 @@ TEST_F(Fetch, TagDataItems) {
     }
 }
 
-TEST_F(Fetch, RssiOutsideTheWindowIsRefusedAndConsumed) {
-    struct Case {
-        Bytes rssi;
-        bool ok;
-    } cases[] = {{{0xFF, 0x06}, true},   // -250
-                 {{0xFF, 0x07}, false},  // -249
-                 {{0xFB, 0x50}, true},   // -1200
-                 {{0xFB, 0x4F}, false}};  // -1201
-    for (const Case& c : cases) {
-        queue(kUii + c.rssi + Bytes{1});
-        queue(kUii + c.rssi + Bytes{1});
-        queue(kUii + c.rssi + Bytes{1});
-        int want = c.ok ? 0 : -1;
-        ex(want);
-        tlv(want);
-        uint8_t out[96];
-        int n = 0;
-        EXPECT_EQ(UHF_GetTempTagReceived(&n, out), c.ok ? 0 : -1);
-        EXPECT_EQ(ex(-1), Bytes{});  // all three consumed
-    }
-}
-
 // The last 17 bytes of the report are copied even when the report is shorter:
 // they then begin in the record's link id and mode bytes. Only a report too
 // short for that (under 14 bytes) is refused.
@@ -140,23 +118,6 @@ TEST_F(Fetch, TempTagLayout) {
     int n = 0;
     uint8_t out[96];
     EXPECT_EQ(UHF_GetTempTagReceived(&n, out), -1);  // empty
-}
-
-TEST_F(Fetch, NullPointersAndShortReports) {
-    int n = 5;
-    uint8_t out[512];
-    queue(kUii + kRssi + Bytes{1});
-    EXPECT_EQ(UHFGetTagData(nullptr, out), 0);
-    EXPECT_EQ(UHFGetTagData(&n, nullptr), 0);
-    EXPECT_EQ(UHF_GetReceived_EX(nullptr, out), -1);
-    EXPECT_EQ(UHF_GetTempTagReceived(&n, nullptr), -1);
-    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}));  // still queued
-
-    // A PC claiming a longer EPC than the report holds.
-    queue(Bytes{0xF8, 0x00, 0x01, 0x02} + kRssi + Bytes{1});
-    EXPECT_EQ(ex(-1), Bytes{});
-    queue(Bytes{0xF8, 0x00, 0x01, 0x02} + kRssi + Bytes{1});
-    EXPECT_EQ(tlv(-1), Bytes{});
 }
 
 TEST_F(Fetch, BatchesAreSplitIntoRecordsAndNeverReadPastTheirEnd) {

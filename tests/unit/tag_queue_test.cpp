@@ -48,44 +48,6 @@ Bytes take(uint16_t capacity = 300) {
     return out;
 }
 
-TEST_F(TagQueue, RefusedReportsLeaveTheQueueUntouched) {
-    const Bytes zero_start{0x00, 0x00, 0x30, 0x00, 0x11};
-    const Bytes long_report = report(257, 3);
-    const Bytes one_zero{0x00};
-    struct Case {
-        const char* name;
-        const uint8_t* data;
-        uint16_t len;
-    } cases[] = {
-        {"starts 00 00", zero_start.data(), static_cast<uint16_t>(zero_start.size())},
-        {"257 bytes", long_report.data(), 257},
-        {"empty", zero_start.data() + 2, 0},
-        {"single zero byte", one_zero.data(), 1},
-        {"null data", nullptr, 12},
-    };
-    // A record already queued must survive every refusal.
-    const Bytes kept = report(10, 9);
-    ASSERT_EQ(addTagData(NORMAL_INVENTORY, kept.data(), 10, 7), 13);
-    const unsigned long add_before = add_tag_index;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(addTagData(NORMAL_INVENTORY, c.data, c.len, 1), 0);
-        EXPECT_EQ(add_tag_index, add_before);
-        EXPECT_EQ(drop_tag_index, 0u);
-    }
-    EXPECT_EQ(take(), expected_record(7, NORMAL_INVENTORY, kept));
-    EXPECT_TRUE(ring_is_zero());
-}
-
-TEST_F(TagQueue, RecordLayoutInTheRing) {
-    const Bytes rep{0x30, 0x00, 0xE2, 0x00, 0x12, 0x34, 0xFF, 0x9C, 0x01};
-    ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), 9, 0x1234), 12);
-    const Bytes ring(tag_buf, tag_buf + 14);
-    const Bytes want{12, 0x12, 0x34, 0x02, 0x30, 0x00, 0xE2, 0x00, 0x12, 0x34, 0xFF, 0x9C, 0x01, 0x00};
-    EXPECT_EQ(ring, want);
-    EXPECT_EQ(add_tag_index, 13u);
-}
-
 TEST_F(TagQueue, RecordsComeBackInOrderWithIdAndMode) {
     struct Item {
         INVENTORY_MODE mode;
@@ -152,21 +114,6 @@ TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
     }
 }
 
-TEST_F(TagQueue, ProducerCatchingUpFlushesEverything) {
-    const Bytes rep = report(200, 1);
-    int stored = 0;
-    while (addTagData(NORMAL_INVENTORY, rep.data(), 200, 1) == 203) stored++;
-    // 262144 / 204 bytes per record: the refusal comes once the ring is full.
-    EXPECT_EQ(stored, static_cast<int>(TAG_BUF_SIZE / 204));
-    EXPECT_EQ(add_tag_index, 0u);
-    EXPECT_EQ(drop_tag_index, 0u);
-    EXPECT_TRUE(ring_is_zero());
-    EXPECT_EQ(take(), Bytes{});
-    // The queue works again afterwards.
-    EXPECT_EQ(addTagData(NORMAL_INVENTORY, rep.data(), 200, 1), 203);
-    EXPECT_EQ(take(), expected_record(1, NORMAL_INVENTORY, rep));
-}
-
 // The new record may not reach the oldest unread one: its size byte, the
 // record and one spare byte (add + size + 1, inclusive) must all lie before
 // drop_tag_index.
@@ -193,34 +140,6 @@ TEST_F(TagQueue, FullnessBoundaryAgainstTheOldestRecord) {
             EXPECT_EQ(drop_tag_index, 0u);
         }
     }
-}
-
-TEST_F(TagQueue, OccupiedByteAtTheAddIndexMeansFull) {
-    const Bytes first = report(8, 1);
-    ASSERT_EQ(addTagData(NORMAL_INVENTORY, first.data(), 8, 1), 11);
-    // A stale byte at the write position: the space is taken.
-    tag_buf[add_tag_index] = 0x01;
-    EXPECT_EQ(addTagData(NORMAL_INVENTORY, first.data(), 8, 1), 0);
-    EXPECT_TRUE(ring_is_zero());
-    EXPECT_EQ(take(), Bytes{});
-}
-
-TEST_F(TagQueue, TooSmallConsumerBufferLeavesTheRecordAtTheHead) {
-    const Bytes rep = report(20, 6);
-    ASSERT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), 20, 42), 23);
-    EXPECT_EQ(getTagData(nullptr, 100), 0);
-    for (uint16_t capacity : {0, 22, 22}) {
-        SCOPED_TRACE(capacity);
-        Bytes out(32, 0xCC);
-        EXPECT_EQ(getTagData(out.data(), capacity), 0);
-        EXPECT_EQ(out, Bytes(32, 0xCC));
-        EXPECT_EQ(drop_tag_index, 0u);
-        EXPECT_EQ(tag_buf[0], 23);
-    }
-    EXPECT_EQ(take(23), expected_record(42, SENSOR_INVENTORY, rep));
-    Bytes out(16, 0xCC);  // empty queue: nothing given, nothing written
-    EXPECT_EQ(getTagData(out.data(), 16), 0);
-    EXPECT_EQ(out, Bytes(16, 0xCC));
 }
 
 TEST(TagQueueIsContain, CircularHalfOpenInterval) {

@@ -34,53 +34,6 @@ class UsbOpen_ : public UsbTest {};
 
 }  // namespace
 
-TEST_F(UsbOpen_, DeviceListShapes) {
-    for (const auto& c : kOpenCases) {
-        SCOPED_TRACE(c.name);
-        shut_down();
-        fakehid::reset();
-        fakehid::set_devices(c.devices);
-        fakehid::fail_open(c.open_fails);
-
-        EXPECT_EQ(usbOpen(), c.result);
-        EXPECT_STREQ(cur_usb_path, c.path);
-        auto n = fakehid::counters();
-        EXPECT_EQ(n.lists_live, 0) << "device list not freed";
-        EXPECT_EQ(n.devices_live, c.result == 0 ? 1 : 0);
-        EXPECT_EQ(handle != nullptr, c.result == 0);
-        EXPECT_EQ(usb_running, c.result == 0 ? 1 : 0);
-        EXPECT_EQ(uhf::usb_receive_threads(), c.result == 0 ? 1 : 0);
-    }
-}
-
-TEST_F(UsbOpen_, HidInitOnlyOnceUntilClose) {
-    fakehid::set_devices({kReader});
-    EXPECT_EQ(getUsbDeviceLinked(), 1);
-    EXPECT_EQ(usb_initial, 1);
-    ASSERT_EQ(usbOpen(), 0);
-    EXPECT_EQ(fakehid::counters().init, 1);
-    usbClose();
-    EXPECT_EQ(usb_initial, 0);
-    EXPECT_EQ(fakehid::counters().exit, 1);
-    ASSERT_EQ(usbOpen(), 0);
-    EXPECT_EQ(fakehid::counters().init, 2);
-}
-
-TEST_F(UsbOpen_, DeviceLinkedReportsPresenceOnly) {
-    struct Case {
-        std::vector<Entry> devices;
-        int linked;
-    };
-    const Case cases[] = {{{}, 0}, {{kReader}, 1}, {{{"x", 6}}, 1}};
-    for (const auto& c : cases) {
-        fakehid::set_devices(c.devices);
-        EXPECT_EQ(UsbDeviceLinked(), c.linked);
-    }
-    auto n = fakehid::counters();
-    EXPECT_EQ(n.open, 0) << "presence check must not open anything";
-    EXPECT_EQ(n.lists_live, 0);
-}
-
 TEST_F(UsbOpen_, WrapperTakesASlotStopsTheReaderAndClosesQuietly) {
     static int calls;
     calls = 0;
@@ -149,12 +102,3 @@ TEST_F(UsbOpen_, NotOpenAndBadArgumentResults) {
     EXPECT_TRUE(fakehid::written().empty());
 }
 
-// The suite runs against the fake: neither hidapi nor libusb may be loaded.
-TEST(UsbDouble, RealLibrariesAreNotLoaded) {
-    std::ifstream maps("/proc/self/maps");
-    std::string line;
-    while (std::getline(maps, line)) {
-        EXPECT_EQ(line.find("libhidapi"), std::string::npos) << line;
-        EXPECT_EQ(line.find("libusb-1.0"), std::string::npos) << line;
-    }
-}

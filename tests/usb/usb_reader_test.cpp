@@ -105,19 +105,6 @@ TEST_F(UsbReader, SingleShotInventoryReachesReplyAndCallback) {
     EXPECT_TRUE(pthread_equal(d[0].thread, thread_id)) << "runs on the receive thread";
 }
 
-// 20 tags in one 0xEC batch: a 369-byte frame over six input reports.
-TEST_F(UsbReader, ABatchLongerThanAReportArrivesWhole) {
-    uint8_t rx[512];
-    const int n = UHF_GetTagsData(rx);
-    ASSERT_EQ(n, static_cast<int>(1 + kTags * 18));
-    EXPECT_EQ(rx[0], kTags);
-    for (size_t i = 0; i < kTags; i++) {
-        const uint8_t* rec = rx + 1 + i * 18;
-        EXPECT_EQ(rec[0], 17);
-        EXPECT_TRUE(is_tag_uii(Bytes(rec + 1, rec + 15))) << "record " << i;
-    }
-}
-
 // A request of 129 bytes goes out as three reports; the reader, reading them
 // as one byte stream, applies all 24 records.
 TEST_F(UsbReader, ARequestLongerThanTwoReports) {

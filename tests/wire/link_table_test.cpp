@@ -151,15 +151,6 @@ TEST_F(Links, CloseAllLeavesSelectionAtTheLastClosedSlot) {
     EXPECT_EQ(LinkGetSelected(), 2);
 }
 
-TEST_F(Links, DisconnectCallbackNeedsAConnectedSelectedSlot) {
-    EXPECT_EQ(SetDisconnectCallback(on_disconnect), -1);
-    open_n(1);
-    EXPECT_EQ(SetDisconnectCallback(on_disconnect), 0);
-    EXPECT_EQ(my_terminals[0].disconnect_callback, &on_disconnect);
-    ClosePort();  // release wipes the callback with the slot
-    EXPECT_EQ(my_terminals[0].disconnect_callback, nullptr);
-}
-
 TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
     EXPECT_EQ(link_info(), "[]");
     open_n(2);
@@ -186,42 +177,6 @@ TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
         EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(item, "working")));
     }
     cJSON_Delete(root);
-}
-
-TEST_F(Links, LinkListShowsSerialAndUsbShapes) {
-    my_terminals[4].device_info.trans_type = TYPE_SERIAL_PORT;
-    strcpy(my_terminals[4].device_info.port_path, "/dev/ttyUSB0");
-    my_terminals[7].device_info.trans_type = TYPE_USB;
-    std::string text = link_info();
-    cJSON* root = cJSON_Parse(text.c_str());
-    ASSERT_NE(root, nullptr);
-    cJSON* serial = cJSON_GetArrayItem(root, 0);
-    EXPECT_EQ(cJSON_GetObjectItem(serial, "id")->valueint, 4);
-    EXPECT_STREQ(cJSON_GetObjectItem(serial, "type")->valuestring, "SERIAL PORT");
-    EXPECT_STREQ(cJSON_GetObjectItem(serial, "serial_port")->valuestring, "/dev/ttyUSB0");
-    EXPECT_EQ(cJSON_GetObjectItem(serial, "ip"), nullptr);
-    EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(serial, "connected")));
-    cJSON* usb = cJSON_GetArrayItem(root, 1);
-    EXPECT_STREQ(cJSON_GetObjectItem(usb, "type")->valuestring, "USB");
-    EXPECT_EQ(cJSON_GetObjectItem(usb, "serial_port"), nullptr);
-    cJSON_Delete(root);
-    memset(&my_terminals[4], 0, sizeof(ST_Terminal));
-    memset(&my_terminals[7], 0, sizeof(ST_Terminal));
-}
-
-TEST_F(Links, LinkListIsCutToFit) {
-    open_n(1);
-    std::string full = link_info();
-    char small[11];
-    memset(small, 'z', sizeof small);
-    EXPECT_EQ(LinkGetInfo(small, 10), 10);
-    EXPECT_EQ(std::string(small), full.substr(0, 9));
-    EXPECT_EQ(small[10], 'z');  // nothing past len
-    EXPECT_EQ(LinkGetInfo(small, 0), 0);
-    EXPECT_EQ(LinkGetInfo(small, -5), 0);
-    std::vector<char> exact(full.size() + 1);
-    EXPECT_EQ(LinkGetInfo(exact.data(), int(exact.size())), int(exact.size()));
-    EXPECT_EQ(std::string(exact.data()), full);
 }
 
 TEST_F(Links, IdleTimes) {
