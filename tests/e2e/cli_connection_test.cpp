@@ -61,34 +61,8 @@ TEST(CliConnection, NoUsbReaderExitsThree) {
     EXPECT_NE(r.err.find("no USB reader (HID 2047:0301) is plugged in"), std::string::npos) << r.err;
 }
 
-TEST(CliConnection, SecondReaderFailingClosesTheFirstAndExitsThree) {
-    uhfsim::SimOptions o;
-    o.tags = uhfsim::TagField::random(2, 3);
-    uhfsim::TcpServer good(o);
-    ASSERT_TRUE(good.start());
-    LoopbackSocket refused(false);
-    Result r = uhfctl({"--tcp", "127.0.0.1:" + std::to_string(good.port()), "--tcp",
-                    "127.0.0.1:" + std::to_string(refused.port), "info"});
-    EXPECT_EQ(r.code, 3);
-    EXPECT_EQ(r.out, "");  // all or nothing: no info printed for the first reader
-}
-
 // UHF_READER forms that name the same reader as --tcp does.
 class CliReaderEnv : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(CliReaderEnv, NamesTheReader) {
-    uhfsim::SimOptions o;
-    o.tags = uhfsim::TagField::random(2, 3);
-    o.host = "127.0.0.1";
-    uhfsim::TcpServer sim(o);
-    ASSERT_TRUE(sim.start());
-    std::string env = GetParam();
-    auto at = env.find("PORT");
-    env.replace(at, 4, std::to_string(sim.port()));
-    Result r = uhfctl({"get", "device-id"}, {env});
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("device-id"), std::string::npos) << r.out;
-}
 
 INSTANTIATE_TEST_SUITE_P(Forms, CliReaderEnv,
                          ::testing::Values("UHF_READER=tcp:127.0.0.1:PORT", "UHF_READER=tcp:localhost:PORT",
@@ -111,3 +85,17 @@ TEST(CliConnection, SerialOverPseudoTerminal) {
 }
 
 }  // namespace
+
+TEST_P(CliReaderEnv, NamesTheReader) {
+    uhfsim::SimOptions o;
+    o.tags = uhfsim::TagField::random(2, 3);
+    o.host = "127.0.0.1";
+    uhfsim::TcpServer sim(o);
+    ASSERT_TRUE(sim.start());
+    std::string env = GetParam();
+    auto at = env.find("PORT");
+    env.replace(at, 4, std::to_string(sim.port()));
+    Result r = uhfctl({"get", "device-id"}, {env});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("device-id"), std::string::npos) << r.out;
+}

@@ -1,6 +1,6 @@
 // Reader configuration end to end: the library's commands against the
-// virtual reader over TCP. Setting and reading back, what a soft reset
-// keeps, what default mode restores, and what settings change in tag reports.
+// virtual reader over TCP: setting and reading back, and what a soft reset
+// keeps.
 #include <array>
 #include <chrono>
 #include <memory>
@@ -20,18 +20,6 @@ uhfsim::TagField field_ab() {
        "rssi":{"1":-50.0,"2":-55.0}},
       {"epc":"E200 0002 0000 0000 0000 00B2","rssi":{"1":-60.0}}]})");
 }
-
-const Bytes kUiiA = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0x00, 0xA1};
-const Bytes kUiiB = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x02, 0, 0, 0, 0, 0, 0, 0x00, 0xB2};
-const Bytes kTidA = {0xE2, 0x80, 0x11, 0x60, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0xA1};
-
-// One tag report as UHF_GetReceived_EX hands it out.
-struct Report {
-    Bytes uii, data;
-    int16_t rssi;
-    uint8_t antenna;
-    bool operator==(const Report&) const = default;
-};
 
 class ConfigE2E : public SimTcpTest {
 protected:
@@ -64,39 +52,6 @@ protected:
         uhfsim::ReaderState s;
         server->for_each_reader([&](uhfsim::VirtualReader& r) { s = r.state(); });
         return s;
-    }
-
-    // Runs a continuous inventory until `count` reports are in (or a generous
-    // bound passes, which fails the caller's comparison), then stops it.
-    std::vector<Report> inventory(size_t count) {
-        std::vector<Report> out;
-        uint8_t stale[512];
-        int stale_len = 0;
-        // The receive thread empties the queue only once it runs; reports
-        // left from an earlier run must not be taken for this one's.
-        while (UHF_GetReceived_EX(&stale_len, stale) == 0) {
-        }
-        EXPECT_EQ(UHFInventory(), 0);
-        auto give_up = std::chrono::steady_clock::now() + 10s;
-        while (out.size() < count && std::chrono::steady_clock::now() < give_up) {
-            uint8_t buf[512];
-            int len = 0;
-            if (UHF_GetReceived_EX(&len, buf) != 0) {
-                std::this_thread::sleep_for(5ms);
-                continue;
-            }
-            Report r;
-            size_t uii_len = buf[0];
-            r.uii.assign(buf + 1, buf + 1 + uii_len);
-            size_t data_len = buf[1 + uii_len];
-            const uint8_t* d = buf + 2 + uii_len;
-            r.data.assign(d, d + data_len);
-            r.rssi = int16_t(d[data_len] << 8 | d[data_len + 1]);
-            r.antenna = d[data_len + 2];
-            out.push_back(r);
-        }
-        EXPECT_EQ(UHFStopGet(), 0);
-        return out;
     }
 };
 

@@ -1,8 +1,6 @@
 // Sensor tags, the packaged protocol and the detection thread through the
 // library against the virtual reader.
 #include <chrono>
-#include <map>
-#include <thread>
 
 #include "sim_link.h"
 
@@ -13,7 +11,6 @@ namespace {
 
 const Bytes kSensorEpc = {0xE2, 0x00, 0x00, 0x17, 0x22, 0x0A};
 const Bytes kPlainEpc = {0x30, 0x00, 0x00, 0x00, 0x00, 0x01};
-const Bytes kEscapeEpc = {0xFF, 0x55, 0xAA, 0x01};  // every byte the escaped form escapes
 
 uhfsim::Tag make_tag(const Bytes& epc, int16_t rssi) {
     uhfsim::Tag t;
@@ -29,7 +26,7 @@ uhfsim::SimOptions sensor_options() {
     sensor.sensor->centi_celsius = 2375;
     sensor.sensor->code = 0x0947;
     sensor.sensor->battery_mv = 2800;
-    o.tags = uhfsim::TagField({make_tag(kPlainEpc, -600), sensor, make_tag(kEscapeEpc, -650)});
+    o.tags = uhfsim::TagField({make_tag(kPlainEpc, -600), sensor});
     o.engine.read_rate = 20;
     o.engine.rssi_jitter = 0;
     return o;
@@ -45,8 +42,6 @@ protected:
     // Mask over the EPC of the sensor tag: bank 1 from bit 0x20.
     unsigned short mask_bits = static_cast<unsigned short>(kSensorEpc.size() * 8);
 };
-
-using PackagedE2E = SensorE2E;
 
 }  // namespace
 
@@ -77,55 +72,3 @@ TEST_F(SensorE2E, LoggingRunReadBackAsTemperatures) {
     Bytes plain = kPlainEpc;
     EXPECT_EQ(UHFStartLogging(1, 0x20, mask_bits, plain.data(), 0.0f, 60.0f, 0, 60), 0x0A);
 }
-
-// ---- the detection thread on a pseudo-terminal ---------------------------------
-
-namespace {
-
-class DetectE2E : public ::testing::Test {
-protected:
-    void SetUp() override {
-        reset_links();
-        server = std::make_unique<uhfsim::PtyServer>(sensor_options());
-        ASSERT_TRUE(server->start()) << server->error();
-        ASSERT_EQ(ComOpen(server->slave_path().c_str()), 0);
-    }
-    void TearDown() override {
-        Stop_DectThread();
-        UHF_FlagCrcOn();
-        reset_links();
-        server.reset();
-    }
-    void stream(bool on, bool crc) {
-        server->for_each_reader([&](uhfsim::VirtualReader& r) {
-            r.settings().escaped_reports = {on, crc};
-            if (on)
-                r.start_inventory();
-            else
-                r.stop_inventory();
-        });
-    }
-    // Frames fetched until every tag was seen (at most 10 s), by EPC.
-    std::map<Bytes, Bytes> collect(size_t epc_at, size_t tags) {
-        std::map<Bytes, Bytes> seen;
-        auto end = std::chrono::steady_clock::now() + 10s;
-        while (seen.size() < tags && std::chrono::steady_clock::now() < end) {
-            uint8_t buf[80];
-            uint8_t len = 0;
-            if (Fetch_UhfStack(buf, &len) != 0) {
-                std::this_thread::sleep_for(5ms);
-                continue;
-            }
-            Bytes f(buf, buf + len);
-            EXPECT_GE(len, epc_at + 2);
-            if (len < epc_at + 2) continue;
-            size_t words = (f[epc_at - 2] >> 3);  // PC's length field
-            seen[Bytes(f.begin() + long(epc_at), f.begin() + long(epc_at + 2 * words))] = f;
-        }
-        return seen;
-    }
-    std::unique_ptr<uhfsim::PtyServer> server;
-};
-
-}  // namespace
-

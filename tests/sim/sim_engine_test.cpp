@@ -87,19 +87,6 @@ TEST(SimEngine, StreamsExactlyTheRateOverSimulatedTime) {
   }
 }
 
-TEST(SimEngine, DeadlineTellsTransportsWhenTheNextReadIsDue) {
-  Bench b(TagField::random(3, 1), quiet(200));
-  EXPECT_FALSE(b.reader.next_deadline());
-  b.send(kStart);
-  ASSERT_TRUE(b.reader.next_deadline());
-  EXPECT_EQ(*b.reader.next_deadline(), b.now + 5ms);
-  b.advance(4ms);
-  EXPECT_TRUE(b.out.empty());
-  b.advance(1ms);
-  EXPECT_EQ(b.take().size(), 1u);
-  EXPECT_EQ(*b.reader.next_deadline(), b.now + 5ms);
-}
-
 TEST(SimEngine, StopEndsTheStreamUnlessIgnored) {
   for (bool ignored : {false, true}) {
     auto opts = quiet(300);
@@ -122,32 +109,5 @@ TEST(SimEngine, StopEndsTheStreamUnlessIgnored) {
       EXPECT_EQ(got, (std::vector<Reply>{{0x8D, {0x01}}}));
     }
   }
-}
-
-TEST(SimEngine, BufferedDeliveryHandsReadsOutInBatches) {
-  auto opts = quiet(100);
-  opts.delivery = uhfsim::ReportDelivery::Buffered;
-  Bench b(two_tags(), opts);
-  b.send(kStart);
-  b.advance(30ms);  // three reads of A on antenna 1
-  EXPECT_TRUE(b.out.empty()) << "buffered reads are not streamed";
-  b.send(frame(0xEB));
-  const Bytes entry = Bytes{0x11} + kA1;
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0xEC, Bytes{0x03} + entry + entry + entry}}));
-  b.send(frame(0xEB));  // drained, inventory still running
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0xEC, {0x00, 0x00}}}));
-}
-
-TEST(SimEngine, HalfFrameIsDroppedAfterAQuietSpell) {
-  Bench b;
-  b.send({0xA5, 0x5A, 0x00, 0x40, 0x2E});  // promises 64 bytes, never sends them
-  b.send(frame(0x2E));
-  EXPECT_TRUE(b.out.empty());
-  ASSERT_TRUE(b.reader.next_deadline());
-  b.advance(99ms);
-  EXPECT_TRUE(b.out.empty());
-  b.advance(1ms);
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x2F, {0x01, 0x01}}}));
-  EXPECT_FALSE(b.reader.next_deadline());
 }
 

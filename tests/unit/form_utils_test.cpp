@@ -68,22 +68,6 @@ TEST(SearchPack, EveryTruncationFindsNothing) {
     EXPECT_EQ(searchPack(kGolden.data(), -1), -1);
 }
 
-TEST(SearchPack, LongestFrameAndLengthFieldInTheCheck) {
-    // Length 4096 is the upper bound; the length bytes are part of the XOR.
-    Bytes data(4096 - 8);
-    for (size_t i = 0; i < data.size(); i++) data[i] = static_cast<uint8_t>(i * 13);
-    const Bytes big = uhftest::frame(0xE1, data);
-    ASSERT_EQ(big.size(), 4096u);
-    EXPECT_EQ(searchPack(big.data(), 4096), 0);
-    EXPECT_EQ(searchPack(big.data(), 4095), -1);
-
-    // A check computed over command and data alone is wrong.
-    Bytes f = uhftest::frame(0x83, {1, 2, 3, 4, 5});
-    ASSERT_EQ(searchPack(f.data(), static_cast<int>(f.size())), 0);
-    f[f.size() - 3] ^= f[2] ^ f[3];
-    EXPECT_EQ(searchPack(f.data(), static_cast<int>(f.size())), -1);
-}
-
 // ---- CallReceviedEvent -----------------------------------------------------
 
 struct Cell {
@@ -156,38 +140,6 @@ TEST_F(DataEvents, SingleReportCells) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(deliver(c.cmd, c.content), std::vector<Call>{c.want});
-    }
-}
-
-TEST_F(DataEvents, BatchCellsOnePerRecord) {
-    enum { PC = CELL_UHF_PC, RSSI = CELL_UHF_RSSI, EPC = CELL_UHF_EPC };
-    // count 2; a 4-byte record (PC + RSSI only) and an 8-byte one.
-    const Bytes two{0x02, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x08, 0x30, 0x00, 0xE2, 0x00, 0x11, 0x22, 0xFF, 0x90};
-    const std::vector<Call> two_calls{{{PC, 2, 2}, {RSSI, 2, 4}}, {{PC, 2, 7}, {RSSI, 2, 13}, {EPC, 4, 9}}};
-    for (uint8_t cmd : {0xE1, 0xE8, 0xEA, 0xEC}) {
-        SCOPED_TRACE(static_cast<int>(cmd));
-        EXPECT_EQ(deliver(cmd, two), two_calls);
-    }
-
-    struct Case {
-        const char* name;
-        Bytes content;
-        std::vector<Call> want;
-    } cases[] = {
-        {"five-byte record has a one-byte EPC", {0x01, 0x05, 0x30, 0x00, 0x77, 0xFF, 0x9C},
-         {{{PC, 2, 2}, {RSSI, 2, 5}, {EPC, 1, 4}}}},
-        {"content of 6 bytes is too short", {0x01, 0x04, 0x30, 0x00, 0xFF, 0x9C}, {}},
-        {"count beyond the content stops at its end", cat(Bytes{0x09}, Bytes(two.begin() + 1, two.end())),
-         two_calls},
-        {"record running past the content", {0x02, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x20, 0x30, 0x00},
-         {{{PC, 2, 2}, {RSSI, 2, 4}}}},
-        {"record too short for a PC is skipped", {0x02, 0x01, 0x55, 0x04, 0x30, 0x00, 0xFF, 0x9C},
-         {{{PC, 2, 4}, {RSSI, 2, 6}}}},
-        {"zero records", {0x00, 0x04, 0x30, 0x00, 0xFF, 0x9C, 0x00}, {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(deliver(0xE1, c.content), c.want);
     }
 }
 

@@ -80,33 +80,3 @@ TEST(PackageFrame, ParseOutcomes) {
     }
 }
 
-TEST(PackageFrame, CollectStopsAtTheFirstQuietPollAfterDataAndAtItsCapacity) {
-    struct Case {
-        const char* name;
-        std::vector<int> reads;  // bytes per poll, 0 = nothing
-        size_t cap;
-        size_t kept;
-        int polls;
-    } cases[] = {
-        {"pieces then quiet", {0, 0, 3, 4, 0, 5}, 100, 7, 5},
-        {"never anything", {}, 100, 0, 500},
-        {"passes the capacity", {60, 60, 60}, 100, 100, 2},
-        {"exactly the capacity, then more", {50, 50, 7}, 100, 100, 3},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        int polls = 0;
-        uint8_t next = 0;
-        auto read = [&](uint8_t* p, uint16_t n) {
-            int k = polls < int(c.reads.size()) ? c.reads[size_t(polls)] : 0;
-            polls++;
-            for (int i = 0; i < k && i < n; i++) p[i] = next++;
-            return k;
-        };
-        Bytes out(c.cap + 8, 0xEE);
-        EXPECT_EQ(uhf::collect(read, out.data(), c.cap, 0), c.kept);
-        EXPECT_EQ(polls, c.polls);
-        for (size_t i = 0; i < c.kept; i++) ASSERT_EQ(out[i], uint8_t(i));
-        EXPECT_EQ(out[c.cap], 0xEE);  // nothing written past the capacity
-    }
-}

@@ -114,34 +114,6 @@ TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
     }
 }
 
-// The new record may not reach the oldest unread one: its size byte, the
-// record and one spare byte (add + size + 1, inclusive) must all lie before
-// drop_tag_index.
-TEST_F(TagQueue, FullnessBoundaryAgainstTheOldestRecord) {
-    const Bytes rep = report(17, 2);  // size 20
-    struct Case {
-        unsigned long add;
-        unsigned long drop;
-        bool accepted;
-    } cases[] = {
-        {1000, 1000 + 21, false},
-        {1000, 1000 + 22, true},
-        {TAG_BUF_SIZE - 5, 16, false},  // window wraps: end = 16
-        {TAG_BUF_SIZE - 5, 17, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.add << " " << c.drop);
-        flushTagBuf();
-        add_tag_index = c.add;
-        drop_tag_index = c.drop;
-        EXPECT_EQ(addTagData(NORMAL_INVENTORY, rep.data(), 17, 3), c.accepted ? 20 : 0);
-        if (!c.accepted) {
-            EXPECT_EQ(add_tag_index, 0u);
-            EXPECT_EQ(drop_tag_index, 0u);
-        }
-    }
-}
-
 TEST(TagQueueIsContain, CircularHalfOpenInterval) {
     struct Case {
         unsigned long from, end, index;

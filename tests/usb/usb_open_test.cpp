@@ -68,37 +68,3 @@ TEST_F(UsbOpen_, WrapperFailureLeavesNoLink) {
     EXPECT_TRUE(fakehid::written().empty());
 }
 
-TEST_F(UsbOpen_, OpenTwiceLeavesNoReceiveThread) {
-    fakehid::set_devices({kReader});
-    ASSERT_EQ(usbOpen(), 0);
-    ASSERT_EQ(uhf::usb_receive_threads(), 1);
-    ASSERT_EQ(usbOpen(), 0);
-    // The first thread was stopped and joined; the second starts with the
-    // run flag already cleared and ends at once.
-    EXPECT_TRUE(no_receive_thread());
-    EXPECT_EQ(usb_running, 0);
-    EXPECT_NE(handle, nullptr);
-    EXPECT_EQ(fakehid::counters().devices_live, 1) << "the device opened first is closed";
-    fakehid::push_report(report_of(uhftest::frame(0x13, {0x01})));
-    uint8_t buf[16];
-    EXPECT_EQ(usbRecv(buf, sizeof buf), 0) << "nobody reads the device any more";
-}
-
-TEST_F(UsbOpen_, NotOpenAndBadArgumentResults) {
-    uint8_t buf[128] = {};
-    EXPECT_EQ(usbSend(buf, 10), -1);
-    EXPECT_EQ(usbRecv(buf, sizeof buf), -3);
-    EXPECT_EQ(usbRecvSingle(buf, sizeof buf), -1);
-    EXPECT_EQ(fakehid::counters().reads, 0);
-
-    // Open, bad arguments touch nothing.
-    fakehid::set_devices({kReader});
-    ASSERT_EQ(usbOpen(), 0);
-    EXPECT_EQ(usbSend(nullptr, 10), -1);
-    EXPECT_EQ(usbSend(buf, 0), 0);
-    EXPECT_EQ(usbRecv(nullptr, 10), -1);
-    EXPECT_EQ(usbRecvSingle(nullptr, 64), 0);
-    EXPECT_EQ(usbRecvSingle(buf, 63), 0);
-    EXPECT_TRUE(fakehid::written().empty());
-}
-

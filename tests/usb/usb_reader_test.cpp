@@ -105,33 +105,6 @@ TEST_F(UsbReader, SingleShotInventoryReachesReplyAndCallback) {
     EXPECT_TRUE(pthread_equal(d[0].thread, thread_id)) << "runs on the receive thread";
 }
 
-// A request of 129 bytes goes out as three reports; the reader, reading them
-// as one byte stream, applies all 24 records.
-TEST_F(UsbReader, ARequestLongerThanTwoReports) {
-    Bytes set{0x00};
-    for (uint8_t i = 0; i < 24; i++) {
-        uint8_t ant = static_cast<uint8_t>(1 + i % 4);
-        uint16_t power = static_cast<uint16_t>(2000 + i * 10);
-        set.insert(set.end(), {ant, uint8_t(power >> 8), uint8_t(power), uint8_t(power >> 8), uint8_t(power)});
-    }
-    const size_t before = fakehid::written().size();
-    uint8_t rx[2048];
-    uint16_t n = 0;
-    ASSERT_EQ(Vexa_SendAndRecv(0x10, set.data(), static_cast<uint16_t>(set.size()), rx, &n), 0);
-    EXPECT_EQ(fakehid::written().size() - before, 3u);
-    EXPECT_EQ(Bytes(rx, rx + n), Bytes{0x01});
-
-    ASSERT_EQ(Vexa_SendAndRecv(0x12, nullptr, 0, rx, &n), 0);
-    ASSERT_GE(n, 21);
-    // The last record per antenna wins: i = 20..23 for antennas 1..4.
-    for (int a = 0; a < 4; a++) {
-        uint16_t want = static_cast<uint16_t>(2000 + (20 + a) * 10);
-        const uint8_t* r = rx + 1 + a * 5;
-        EXPECT_EQ(r[0], a + 1);
-        EXPECT_EQ(r[1] << 8 | r[2], want);
-    }
-}
-
 TEST_F(UsbReader, ContinuousInventoryPollsBatches) {
     setOnDataReceived(collect);
     ASSERT_EQ(UHFInventory(), 0);

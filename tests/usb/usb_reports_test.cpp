@@ -113,20 +113,6 @@ TEST_F(UsbReports, APartFrameIsNotHandedOver) {
     EXPECT_EQ(next_frame(), big);
 }
 
-// 4042 bytes without a frame leave less than a report of room: the receive
-// thread reads nothing more, and stays so, until a frame turns up in what it
-// holds. That is the transport's behaviour and is kept.
-TEST_F(UsbReports, AlmostFullBufferWithoutAFrameStopsReading) {
-    for (int i = 0; i < 63; i++) fakehid::push_report(Bytes(64, 0x11));
-    fakehid::push_report(Bytes(10, 0x11));
-    fakehid::push_report(report_of(frame(0x13, {0x01})));
-    ASSERT_TRUE(eventually([] { return fakehid::reports_queued() == 1; }));
-    uint8_t buf[64];
-    EXPECT_EQ(usbRecv(buf, sizeof buf), 0);
-    EXPECT_EQ(usbRecv(buf, sizeof buf), 0);
-    EXPECT_EQ(fakehid::reports_queued(), 1u);
-}
-
 namespace {
 
 std::atomic<int> g_disconnect_arg{0};

@@ -46,19 +46,6 @@ protected:
 
 }  // namespace
 
-TEST_F(DetectThread, CollectsCrcModeFrames) {
-    UHF_FlagCrcOn();
-    ASSERT_EQ(Creat_DectThread(), 0);
-    const Bytes sentinel = {0xAA, 0x03, 0xA6, 0x00, 0x55};
-    pty.write_master(Bytes{0xAA, 0x06, 0x91, 0x00, 0xFF, 0xFF, 0x12, 0x34, 0x55}  // escaped FF inside
-                     + Bytes{0xAA, 0x04, 0x11, 0x00, 0x01, 0x55}                  // non-CRC kind: not stored
-                     + Bytes{0xAA, 0x04, 0x91, 0x01, 0x01, 0x55}                  // status 1: not stored
-                     + sentinel);
-    EXPECT_EQ(fetch_until(sentinel), (std::vector<Bytes>{{0xAA, 0x06, 0x91, 0x00, 0xFF, 0x12, 0x34, 0x55}, sentinel}));
-    EXPECT_EQ(Stop_DectThread(), 0);
-    EXPECT_EQ(Stop_DectThread(), -1);
-}
-
 TEST_F(DetectThread, CollectsFramesWithoutCrcAcrossReads) {
     UHF_FlafCrcOff();
     ASSERT_EQ(Creat_DectThread(), 0);
@@ -74,14 +61,3 @@ TEST_F(DetectThread, CollectsFramesWithoutCrcAcrossReads) {
     EXPECT_EQ(fetch_until(sentinel), (std::vector<Bytes>{stored, sentinel}));
 }
 
-TEST_F(DetectThread, RestartKeepsOneThreadAndCollectsAgain) {
-    ASSERT_EQ(Creat_DectThread(), 0);
-    ASSERT_EQ(Creat_DectThread(), 0);  // stops the first one before starting
-    const Bytes frame = {0xAA, 0x03, 0x91, 0x00, 0x55};
-    pty.write_master(frame);
-    EXPECT_EQ(fetch_until(frame), std::vector<Bytes>{frame});
-    EXPECT_EQ(Stop_DectThread(), 0);
-    ASSERT_EQ(Creat_DectThread(), 0);
-    pty.write_master(frame);
-    EXPECT_EQ(fetch_until(frame), std::vector<Bytes>{frame});
-}

@@ -104,21 +104,6 @@ TEST_F(Gen2Commands, FastIdAndTagFocus) {
     });
 }
 
-TEST_F(Gen2Commands, SetOnlyWhenChanged) {
-    check_steps({
-        {"FastID already on: one query", [] { return Outcome{R2000_Set_FastID(1), {}}; },
-         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x01})}}, {0, {}}},
-        {"FastID off, set on", [] { return Outcome{R2000_Set_FastID(1), {}}; },
-         {{0x5E, {0x00, 0x00}, answer(0x5E, {0x01, 0x00})}, {0x5C, {0x01, 0x00}, answer(0x5C, {0x01})}}, {0, {}}},
-        {"FastID flag 2", [] { return Outcome{R2000_Set_FastID(2), {}}; }, {}, {-1, {}}},
-        {"TagFocus already off: one query", [] { return Outcome{R2000_Set_TagFocus(0), {}}; },
-         {{0x62, {0x00, 0x00}, answer(0x62, {0x01, 0x00})}}, {0, {}}},
-        {"TagFocus off, set on", [] { return Outcome{R2000_Set_TagFocus(1), {}}; },
-         {{0x62, {0x00, 0x00}, answer(0x62, {0x01, 0x00})}, {0x60, {0x01, 0x00}, answer(0x60, {0x01})}}, {0, {}}},
-        {"TagFocus flag 2", [] { return Outcome{R2000_Set_TagFocus(2), {}}; }, {}, {-1, {}}},
-    });
-}
-
 TEST_F(Gen2Commands, EpcTidUserMode) {
     check_steps({
         {"EPC+TID+USER", [] { return Outcome{UHFSetEPCTIDUSERMode(7, 2, 0x10, 4), {}}; },

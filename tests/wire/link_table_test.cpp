@@ -107,16 +107,6 @@ TEST_F(Links, RefusedArgumentsTakeNoSlot) {
     EXPECT_EQ(my_terminals[1].device_info.trans_type, TYPE_INVALID);
 }
 
-TEST_F(Links, SelectRejectsEmptyAndOutOfRangeSlots) {
-    open_n(2);
-    for (int bad : {-1, -100, 2, 19, 20, 1000}) {
-        EXPECT_EQ(LinkSelect(bad), -1) << bad;
-        EXPECT_EQ(LinkGetSelected(), 1);
-    }
-    EXPECT_EQ(LinkSelect(0), 0);
-    EXPECT_EQ(LinkGetSelected(), 0);
-}
-
 TEST_F(Links, TcpDisconnectReleasesTheSlotTheNextLinkWouldTake) {
     open_n(2);
     TCPDisconnect();  // slot 2 is free: nothing closes
@@ -139,16 +129,6 @@ TEST_F(Links, ClosePortReleasesTheSelectedLink) {
     EXPECT_EQ(my_terminals[1].device_info.trans_type, TYPE_INVALID);
     EXPECT_EQ(my_terminals[0].connected, 1);
     EXPECT_EQ(my_terminals[2].connected, 1);
-}
-
-TEST_F(Links, CloseAllLeavesSelectionAtTheLastClosedSlot) {
-    open_n(3);
-    ASSERT_EQ(LinkSelect(0), 0);
-    LinkCloseAll();
-    EXPECT_EQ(LinkGetSelected(), 2);
-    for (int i = 0; i < 20; i++) EXPECT_EQ(my_terminals[i].device_info.trans_type, TYPE_INVALID);
-    LinkCloseAll();  // nothing connected: selection unchanged
-    EXPECT_EQ(LinkGetSelected(), 2);
 }
 
 TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
@@ -179,15 +159,3 @@ TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
     cJSON_Delete(root);
 }
 
-TEST_F(Links, IdleTimes) {
-    EXPECT_EQ(UHF_GetIdleMs(), 4294967295UL);
-    EXPECT_EQ(UHF_GetIdleMsById(0), 0UL);
-    open_n(2);
-    EXPECT_EQ(UHF_GetIdleMs(), 4294967295UL);
-    // The receive time is never set, so a known id reports "now" in ms.
-    long long now = getTimestamp();
-    unsigned long idle = UHF_GetIdleMsById(1);
-    EXPECT_LE(static_cast<unsigned long>(now) - 5000, idle);
-    EXPECT_LE(idle, static_cast<unsigned long>(now) + 5000);
-    EXPECT_EQ(UHF_GetIdleMsById(7), 0UL);
-}

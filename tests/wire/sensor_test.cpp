@@ -95,29 +95,6 @@ TEST_F(Sensor, StartAndStopPassTheReadersErrorCodeBack) {
     }
 }
 
-TEST_F(Sensor, OperatingModeAndVoltageReplies) {
-    struct Case {
-        Bytes data;
-        int mode;      // UHFCheckOpMode
-        int vresult;   // UHFReadTagVoltage
-        float volts;
-    } cases[] = {
-        {{0x05, 0xFF, 0xFE}, 0xFFFE, -1, 0},
-        {{0x06, 0x0C, 0xCD}, -1, 0, 1.00006104f},
-        {{0x06, 0xFF, 0xFF}, -1, 0, 65535 * 2.5f / 8192},
-        {{0x05, 0x01}, -1, -1, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.data));
-        reader.reply_frame(0xA4, c.data);
-        EXPECT_EQ(UHFCheckOpMode(1, 0, 0, nullptr), c.mode);
-        reader.reply_frame(0xA4, c.data);
-        float v = -7.0f;
-        EXPECT_EQ(UHFReadTagVoltage(1, 0, 0, nullptr, &v), c.vresult);
-        EXPECT_FLOAT_EQ(v, c.vresult == 0 ? c.volts : -7.0f);
-    }
-}
-
 TEST_F(Sensor, ReadingsAreLittleEndianRecords) {
     const Bytes head3 = {0x07, 0x01, 0x2C, 0x03};  // 300 held, 3 returned
     const Bytes records = {0x66, 0x00, 0xAA, 0xBB,   // 25.5
@@ -149,59 +126,6 @@ TEST_F(Sensor, ReadingsAreLittleEndianRecords) {
         for (size_t i = 0; i < c.temps.size(); i++) EXPECT_FLOAT_EQ(t[i], c.temps[i]) << i;
         EXPECT_EQ(t[c.temps.size()], 99.0f);  // nothing past the readings
     }
-}
-
-TEST_F(Sensor, DeactivateAndDwell) {
-    uint8_t pwd[4] = {0x11, 0x22, 0x33, 0x44};
-    reader.reply_frame(0xB1, {0x01});
-    EXPECT_EQ(UHFDeactivate(0xABCD, pwd, 1, 0x0120, 9, kMask), 0);
-    EXPECT_EQ(last_request(0xB0),
-              (Bytes{0xAB, 0xCD, 0x11, 0x22, 0x33, 0x44, 0x01, 0x01, 0x20, 0x00, 0x09, 0xE2, 0x80}));
-    reader.reply_frame(0xB3, {0x01, 0x77});
-    EXPECT_EQ(UHFDwell(0x01020304, 0xA0B0C0D0), 0);
-    EXPECT_EQ(last_request(0xB2), (Bytes{0x01, 0x02, 0x03, 0x04, 0xA0, 0xB0, 0xC0, 0xD0}));
-
-    struct Case {
-        Bytes data;
-        int result;
-    } cases[] = {{{0x01}, 0}, {{0x00, 0x01}, -1}};
-    for (const Case& c : cases) {
-        reader.reply_frame(0xB1, c.data);
-        EXPECT_EQ(UHFDeactivate(1, pwd, 1, 0, 0, nullptr), c.result);
-        reader.reply_frame(0xB3, c.data);
-        EXPECT_EQ(UHFDwell(1, 2), c.result);
-    }
-}
-
-TEST_F(Sensor, SensorCodeFamilyRequests) {
-    uint8_t epc[16];
-    for (int i = 0; i < 16; i++) epc[i] = uint8_t(0xE0 + i);
-    uint8_t power[2] = {0x0B, 0xB8};
-    uint8_t data[96];
-    using Read = std::function<int()>;
-    struct Case {
-        const char* name;
-        Read call;
-        uint8_t sub;
-    } cases[] = {
-        {"sensor code", [&] { return UHFGetSensorCode(epc, 2, power, data); }, 0x01},
-        {"calibration", [&] { return UHFGetCalibrationData(epc, 2, power, data); }, 0x02},
-        {"calibration EX mode 9", [&] { return UHFGetCalibrationDataEX(9, epc, 2, power, data); }, 0x09},
-        {"on-chip RSSI", [&] { return UHFGetOnChipRSSI(epc, 2, power, data); }, 0x03},
-        {"temperature code", [&] { return UHFGetTempertureCode(epc, 2, power, data); }, 0x04},
-        {"RSSI and temperature", [&] { return UHFGetOnChipRSSIAndTempCode(epc, 2, power, data); }, 0x05},
-    };
-    const Bytes tail = Bytes(epc, epc + 16) + Bytes{0x02, 0x0B, 0xB8};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        reader.reply_frame(0x7D, {0x01, 0x00, 0x00, 0x01, 0x12, 0x34});
-        EXPECT_EQ(c.call(), 2);
-        EXPECT_EQ(last_request(0x7C), Bytes{c.sub} + tail);
-    }
-    uint8_t cal[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    reader.reply_frame(0x7D, {0x01, 0x00});
-    EXPECT_EQ(UHFWriteCalibrationData(epc, 2, power, cal), 0);
-    EXPECT_EQ(last_request(0x7C), Bytes{0x06} + tail + Bytes(cal, cal + 8));  // 28 bytes
 }
 
 TEST_F(Sensor, SensorCodeReplies) {

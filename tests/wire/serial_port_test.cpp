@@ -35,38 +35,6 @@ TEST(SerialPort, OpenAtEveryRateAndRefuseOthers) {
     EXPECT_EQ(SerialPort_Open(nullptr, 9600), -1);
 }
 
-// A pseudo-terminal keeps its own character size and parity (the kernel
-// ignores those for ptys) but honours stop bits, so the test checks stop bits
-// directly and that the report printed matches what the driver kept.
-TEST(SerialPort, OpenExAppliesStopBitsAndReportsWhatTheDriverKept) {
-    Pty pty;
-    struct Case {
-        int databits, stopbits, parity;
-        bool cstopb;
-    } cases[] = {{8, 1, 0, false}, {7, 2, 1, true}, {8, 1, 2, false}, {6, 2, 0, true},
-                 {9, 3, 7, true}};  // unknown stop bits leave the previous setting
-    print_debug_log = 0;
-    openLog(ENABLE_LOG);
-    openLog(SERIAL_LOG);
-    for (const Case& c : cases) {
-        testing::internal::CaptureStdout();
-        int fd = SerialPort_Open_Ex(mut(pty.path()), 19200, c.databits, c.stopbits, c.parity);
-        std::string out = testing::internal::GetCapturedStdout();
-        ASSERT_GE(fd, 0);
-        termios t;
-        ASSERT_EQ(tcgetattr(fd, &t), 0);
-        EXPECT_EQ((t.c_cflag & CSTOPB) != 0, c.cstopb) << c.stopbits;
-        bool parity_on = t.c_cflag & PARENB;
-        EXPECT_NE(out.find(parity_on ? "checking open \n" : "checking close\n"), std::string::npos) << out;
-        EXPECT_NE(out.find((t.c_cflag & PARODD) ? "odd check\n" : "even check\n"), std::string::npos) << out;
-        close(fd);
-    }
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(SerialPort_Open_Ex(mut(pty.path()), 460800, 8, 1, 0), -1);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("This baudrate is not support........."), std::string::npos);
-    print_debug_log = 0;
-}
-
 TEST(SerialPort, ReadsNeverBlockAndNoPortIsZero) {
     Pty pty;
     int fd = SerialPort_Open(mut(pty.path()), 115200);
@@ -91,20 +59,6 @@ protected:
     void TearDown() override { reset_links(); }
     Pty pty;
 };
-
-TEST_F(SerialLink, ComOpenSettlesThenSendsStopInventory) {
-    auto t0 = std::chrono::steady_clock::now();
-    ASSERT_EQ(ComOpen(pty.path().c_str()), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(300));
-    EXPECT_EQ(pty.read_master(1000), (Bytes{0xA5, 0x5A, 0x00, 0x08, 0x8C, 0x84, 0x0D, 0x0A}));
-    EXPECT_EQ(UHFIsOpen, 1);
-    EXPECT_EQ(UHF_MODULE_TYPE, 2);
-    EXPECT_EQ(my_terminals[0].device_info.trans_type, TYPE_SERIAL_PORT);
-    EXPECT_EQ(my_terminals[0].device_info.baud, 115200);
-    ClosePort();
-    EXPECT_EQ(UHFIsOpen, 0);
-    EXPECT_EQ(my_terminals[0].device_info.trans_type, TYPE_INVALID);
-}
 
 TEST_F(SerialLink, FailedOpenReturnsMinusOneAndFreesTheSlot) {
     EXPECT_EQ(ComOpenWithBaud(pty.path().c_str(), 1800), -1);

@@ -107,37 +107,3 @@ TEST_F(TagSecurity, PermalockCopiesTheLockBitsBack) {
     }
 }
 
-TEST_F(TagSecurity, AuthenticateRequest) {
-    uint8_t msg[3] = {0xAA, 0xBB, 0xCC};
-    unsigned short n = 0;
-    // The password comes from the value's low 32 bits, most significant first.
-    EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
-                  [&] { return UHFAuthenticate(0xFFFFFFFF01020304UL, 2, 0x0010, mask, 12, 0x05, 3, msg, &n, out); }),
-              0);
-    EXPECT_EQ(sent_data, (Bytes{0x01, 0x02, 0x03, 0x04, 0x02, 0x00, 0x10, 0x00, 0x0C, 0xE2, 0x00, 0x04, 0x05, 0xAA,
-                                  0xBB, 0xCC}));
-    // No message: the count byte is 1, then the key id alone.
-    EXPECT_EQ(run(0x8F, Bytes{0x01, 0x00, 0x00, 0x01, 0x12, 0x34},
-                  [&] { return UHFAuthenticate(0, 1, 0, mask, 0, 0x09, 0, nullptr, &n, out); }),
-              0);
-    EXPECT_EQ(sent_data, (Bytes{0, 0, 0, 0, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x09}));
-}
-
-TEST_F(TagSecurity, AuthenticateReplies) {
-    expect_authenticate(UHFAuthenticate, {
-        {"two words", {0x01, 0x00, 0x00, 0x02, 1, 2, 3, 4}, 0, 4, {1, 2, 3, 4}},
-        {"count 0", {0x01, 0x00, 0x00, 0x00}, -2, 0, {}},
-        {"count beyond the reply", {0x01, 0x00, 0x00, 0x05, 1, 2, 3, 4}, -2, 10, {}},
-        {"two bytes", {0x01, 0x00}, -1, 0xBEEF, {}},
-        {"tag error", {0x01, 0x01, 0x00, 0x01, 1, 2}, -1, 0xBEEF, {}},
-    });
-}
-
-TEST_F(TagSecurity, AuthenticateCommonHandsBackEverythingAfterTheStatus) {
-    expect_authenticate(UHFAuthenticateCommon, {
-        {"response", {0x01, 0x00, 0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}, 0, 6, {0x00, 0x02, 0xAB, 0xCD, 0xEF, 0x01}},
-        {"count 0 is not judged", {0x01, 0x00, 0x00, 0x00}, 0, 2, {0x00, 0x00}},
-        {"refused: length cleared", {0x00, 0x00, 0x00}, -1, 0, {}},
-    });
-}
-

@@ -91,28 +91,4 @@ TEST_F(TransExchange, FailedRepliesAndTheirCodes) {
     }
 }
 
-TEST_F(TransExchange, SilenceAndBadArguments) {
-    ST_TransPackage send = package(0x01, 0x0001, 0x0002, {});
-    ST_TransPackage recv{};
-    EXPECT_EQ(handleTransData(&send, &recv), -2);  // nothing waiting on the link
-    const size_t sent = received_at_least(wire_frame(Bytes(7)).size()).size();
-
-    EXPECT_EQ(handleTransData(nullptr, &recv), -1);
-    EXPECT_EQ(handleTransData(&send, nullptr), -1);
-    send.len = 513;
-    EXPECT_EQ(handleTransData(&send, &recv), -1);
-    // None of the refused calls put anything on the wire.
-    send.len = 0;
-    reply_ready(wire_frame(Bytes(7)));
-    EXPECT_EQ(handleTransData(&send, &recv), 0);
-    EXPECT_EQ(received_at_least(2 * sent).size(), 2 * sent);
-}
-
-TEST(TransExchangeNoLink, SendOnAFreeSlotFails) {
-    reset_links();
-    ST_TransPackage send{};
-    ST_TransPackage recv{};
-    EXPECT_EQ(handleTransData(&send, &recv), -1);
-}
-
 }  // namespace
