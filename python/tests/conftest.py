@@ -1,0 +1,39 @@
+"""uhfsim on a free loopback port and the library of the build under test."""
+import json
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("UHF_BUILD_DIR", ROOT / "build" / "dev"))
+TAGS = ROOT / "sim" / "examples" / "tags.json"
+os.environ.setdefault("UHFHOST_LIBRARY", str(BUILD / "source" / "libuhfhost.so.1"))
+sys.path.insert(0, str(ROOT / "python"))
+
+
+@pytest.fixture
+def sim():
+    """A running uhfsim; yields its 'tcp:HOST:PORT'."""
+    proc = subprocess.Popen([str(BUILD / "sim" / "uhfsim"), "--tcp", "127.0.0.1:0", "--tags", str(TAGS)],
+                            stdout=subprocess.PIPE, text=True)
+    line = proc.stdout.readline()
+    assert line.startswith("tcp "), line
+    yield "tcp:" + line.split()[1]
+    proc.terminate()
+    proc.wait(10)
+
+
+@pytest.fixture
+def reader(sim):
+    import uhfhost
+
+    with uhfhost.open(sim) as r:
+        yield r
+
+
+@pytest.fixture
+def field():
+    return [t["epc"].replace(" ", "").upper() for t in json.loads(TAGS.read_text())["tags"]]

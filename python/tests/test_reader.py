@@ -1,0 +1,94 @@
+import socket
+import threading
+import time
+
+import pytest
+
+import uhfhost
+from uhfhost import _lib
+from uhfhost._decls import DECLS
+from uhfhost._header import parse
+from conftest import ROOT
+
+
+def test_open_info_and_power_round_trip(reader):
+    info = reader.info()
+    assert info["software"].startswith("V") and info["power"] == 30 and info["region"] == "fcc"
+    reader.set_power(20, save=True)
+    assert reader.power == 20
+    reader.set_gen2(session=2, q=0)
+    assert reader.gen2()["session"] == 2
+
+
+def test_inventory_yields_every_epc_and_stops_the_reader_on_break(reader, field):
+    reader.set_antennas([1, 2])  # one tag answers on antenna 2 only
+    seen = set()
+    for tag in reader.inventory(duration=10):
+        assert tag.rssi < 0 and tag.antenna >= 1
+        seen.add(tag.epc)
+        if seen >= set(field):
+            break
+    assert seen == set(field)
+    time.sleep(0.3)  # the stop is confirmed: nothing queues up any more
+    buf, n = (_lib.ctypes.c_uint8 * 512)(), _lib.ctypes.c_int()
+    while _lib.lib().UHF_GetReceived_EX(_lib.ctypes.byref(n), buf) == 0:
+        pass
+    time.sleep(0.3)
+    assert _lib.lib().UHF_GetReceived_EX(_lib.ctypes.byref(n), buf) != 0
+    assert reader.power == 30  # and it answers commands
+
+
+def test_tag_write_read_and_lock(reader, field):
+    epc, pwd = field[0], "12345678"
+    reader.write("user", 0, "CAFE BEEF", epc=epc, password=pwd)
+    assert reader.read("user", 0, 2, epc=epc) == bytes.fromhex("CAFEBEEF")
+    reader.lock({"user": "lock"}, epc=epc, password=pwd)
+    with pytest.raises(uhfhost.UhfError) as e:
+        reader.write("user", 0, "0000", epc=epc)
+    assert e.value.operation == "UHFWriteData"
+    reader.write("user", 0, "0000", epc=epc, password=pwd)
+
+
+def test_bad_input_raises_before_any_byte_is_sent():
+    srv = socket.socket()
+    srv.bind(("127.0.0.1", 0))
+    srv.listen()
+    got = []
+
+    def serve():
+        conn, _ = srv.accept()
+        conn.settimeout(1.0)
+        try:
+            while data := conn.recv(4096):
+                got.append(data)
+        except OSError:
+            pass
+
+    t = threading.Thread(target=serve, daemon=True)
+    t.start()
+    with uhfhost.open(f"tcp:127.0.0.1:{srv.getsockname()[1]}") as r:
+        for bad in (lambda: r.set_power(31), lambda: r.set_region("mars"), lambda: r.set_gen2(q=2),
+                    lambda: r.set_antennas([0]), lambda: r.read("flash", 0, 1), lambda: r.write("user", 0, "ABC"),
+                    lambda: r.lock({"user": "seal"}), lambda: r.kill("00000001"),
+                    lambda: r.read("tid", 0, 1, epc="E2", filter=("tid", 0, 8, "E2")),
+                    lambda: next(r.inventory(duration=0))):
+            with pytest.raises(ValueError):
+                bad()
+        t.join(1.2)
+    assert got == []
+    srv.close()
+
+
+def test_unreachable_reader_fails_fast_with_the_address():
+    s = socket.socket()
+    s.bind(("127.0.0.1", 0))
+    port = s.getsockname()[1]
+    s.close()  # nothing listens there now
+    start = time.monotonic()
+    with pytest.raises(uhfhost.ReaderUnreachable, match=f"127.0.0.1:{port}"):
+        uhfhost.open(f"tcp:127.0.0.1:{port}")
+    assert time.monotonic() - start < 5
+
+
+def test_declarations_match_the_header():
+    assert parse(ROOT / "source" / "inc") == DECLS
