@@ -1,5 +1,5 @@
-// Naming readers (--tcp, --serial, --usb, --sim, UHF_READER) and opening
-// them, with a specific message and exit code 3 for each way it can fail.
+// The readers of one run (--tcp, --serial, --usb, --sim, UHF_READER), opened
+// all or none, with exit code 3 and a specific message for each failure.
 #pragma once
 
 #include <cstdint>
@@ -7,29 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "reader_link.h"
 #include "session.h"
 
 namespace uhfctl {
 
-constexpr int kDefaultTcpPort = 8888;
-constexpr int kDefaultBaud = 115200;
-
-struct Target {
-    enum Kind { Tcp, Serial, Usb, Sim } kind = Tcp;
-    std::string host;  // tcp
-    int port = kDefaultTcpPort;
-    std::string path;  // serial
-    int baud = kDefaultBaud;
-
-    std::string label() const;
-};
-
-// "HOST[:PORT]" of --tcp.
-bool parse_tcp(const std::string& text, Target& out, std::string& err);
-// "PATH[@BAUD]" of --serial.
-bool parse_serial(const std::string& text, Target& out, std::string& err);
-// One UHF_READER entry: tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim.
-bool parse_target(const std::string& text, Target& out, std::string& err);
+using uhftools::kDefaultBaud;
+using uhftools::kDefaultTcpPort;
+using uhftools::parse_serial;
+using uhftools::parse_target;
+using uhftools::parse_tcp;
+using uhftools::Target;
 
 struct ConnectOptions {
     std::vector<std::string> tcp;
@@ -41,7 +29,11 @@ struct ConnectOptions {
     unsigned sim_seed = 1;
 };
 
+}  // namespace uhfctl
+namespace uhftools {
 class SimReader;
+}  // namespace uhftools
+namespace uhfctl {
 
 // Owns the open links and the in-process virtual readers behind --sim.
 class Connections {
@@ -62,7 +54,7 @@ public:
     int open_one(const Target& t, const ConnectOptions& o, Reader& r, std::string& err);
 
 private:
-    std::vector<std::unique_ptr<SimReader>> sims_;
+    std::vector<std::unique_ptr<uhftools::SimReader>> sims_;
     bool opened_ = false;
 };
 

@@ -16,6 +16,7 @@
 #include "backoff.h"
 #include "commands.h"
 #include "format.h"
+#include "tag_json.h"
 
 namespace uhfctl {
 
@@ -145,15 +146,7 @@ void print_read(const Session& s, const Read& r, const std::string& reader, doub
     std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
     std::string pc = hex(r.uii.data(), 2);
     if (s.format == Format::Json) {
-        Json j(cJSON_CreateObject());
-        cJSON_AddNumberToObject(j.get(), "time", round3(t));
-        cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
-        cJSON_AddStringToObject(j.get(), "epc", epc.c_str());
-        cJSON_AddStringToObject(j.get(), "pc", pc.c_str());
-        if (!r.data.empty()) cJSON_AddStringToObject(j.get(), "data", hex(r.data).c_str());
-        cJSON_AddNumberToObject(j.get(), "rssi", r.rssi / 10.0);
-        cJSON_AddNumberToObject(j.get(), "antenna", r.antenna);
-        line_out(json_line(j.get()));
+        line_out(uhftools::tag_json({t, reader, epc, pc, hex(r.data), r.rssi, r.antenna}));
     } else {
         line_out(seconds3(t) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) + "," +
                  std::to_string(r.antenna));

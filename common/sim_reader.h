@@ -10,7 +10,7 @@ namespace uhfsim {
 class TcpServer;
 }
 
-namespace uhfctl {
+namespace uhftools {
 
 class SimReader {
 public:
@@ -26,4 +26,4 @@ private:
     size_t tags_;
 };
 
-}  // namespace uhfctl
+}  // namespace uhftools

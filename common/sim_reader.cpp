@@ -2,7 +2,7 @@
 
 #include "transport/servers.h"
 
-namespace uhfctl {
+namespace uhftools {
 
 SimReader::SimReader(unsigned tags, unsigned rate, unsigned seed) : tags_(tags) {
     uhfsim::SimOptions o;
@@ -30,4 +30,4 @@ bool SimReader::start(std::string& err) {
 
 uint16_t SimReader::port() const { return server_->port(); }
 
-}  // namespace uhfctl
+}  // namespace uhftools
