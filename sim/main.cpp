@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
       "uhfsim - a virtual UHF RFID reader module.\n"
       "Answers A5 5A command frames (power, antennas, region, work time, versions,\n"
       "device id, temperature, single/batch/continuous inventory) over TCP and/or a\n"
-      "pseudo-terminal. Ctrl-C stops it.\n\n"
+      "pseudo-terminal. Ctrl-C stops it; SIGHUP reloads --tags.\n\n"
       "Examples:\n"
       "  uhfsim --tcp 127.0.0.1:4001 --random-tags 20 --seed 7\n"
       "  uhfsim --pty --tags sim/examples/tags.json --rate 300 --verbose\n"
@@ -159,6 +159,7 @@ int main(int argc, char** argv) {
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGINT);
   sigaddset(&stop_signals, SIGTERM);
+  sigaddset(&stop_signals, SIGHUP);  // reloads --tags: tags enter and leave the field
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
   std::unique_ptr<TcpServer> tcp_server;
@@ -183,7 +184,19 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
 
   int sig = 0;
-  sigwait(&stop_signals, &sig);
+  while (sigwait(&stop_signals, &sig) == 0 && sig == SIGHUP) {
+    if (tags_file.empty()) continue;
+    std::string err;
+    auto field = TagField::load_file(tags_file, &err);
+    if (!field) {
+      std::cerr << "uhfsim: " << tags_file << ": " << err << " (field unchanged)\n";
+      continue;
+    }
+    for (ServerBase* server : {static_cast<ServerBase*>(tcp_server.get()), static_cast<ServerBase*>(pty_server.get())})
+      if (server) server->set_tags(*field);
+    std::printf("reloaded %zu tags\n", field->size());
+    std::fflush(stdout);
+  }
 
   EngineStats total;
   if (tcp_server) {

@@ -75,6 +75,15 @@ void ServerBase::set_read_rate(uint32_t rate) {
   wake();
 }
 
+void ServerBase::set_tags(const TagField& tags) {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    opts_.tags = tags;
+    for (Link* l : live_) l->session->reader().field() = tags;
+  }
+  wake();
+}
+
 void ServerBase::for_each_reader(const std::function<void(VirtualReader&)>& fn) {
   {
     std::lock_guard<std::mutex> lock(mu_);

@@ -34,6 +34,8 @@ class ServerBase {
   // Applies to live sessions and to those opened later.
   void set_faults(const FaultOptions& f);
   void set_read_rate(uint32_t reads_per_second);
+  // A new tag field: tags enter and leave the field of every reader.
+  void set_tags(const TagField& tags);
   // Runs `fn` on each live reader under the server's lock (settings, tags, power cycle...).
   void for_each_reader(const std::function<void(VirtualReader&)>& fn);
 
