@@ -1,0 +1,185 @@
+#include "config.h"
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "reader_link.h"
+
+namespace uhfd {
+
+using nlohmann::json;
+
+namespace {
+
+const std::set<std::string> kRegions = {"fcc", "etsi", "china-920", "china-840"};
+const std::set<std::string> kModes = {"epc", "epc+tid", "epc+tid+user"};
+
+// Reads j[key] into out when present; false with err when it has the wrong type.
+template <typename T>
+bool field(const json& j, const char* key, T& out, std::string& err, const std::string& where) {
+    if (!j.contains(key)) return true;
+    try {
+        out = j.at(key).get<T>();
+        return true;
+    } catch (const json::exception&) {
+        err = where + key + ": wrong type";
+        return false;
+    }
+}
+
+template <typename T>
+bool optional_field(const json& j, const char* key, std::optional<T>& out, std::string& err, const std::string& where) {
+    if (!j.contains(key)) return true;
+    T v{};
+    if (!field(j, key, v, err, where)) return false;
+    out = v;
+    return true;
+}
+
+bool settings_from(const json& j, ReaderSettings& s, std::string& err, const std::string& where) {
+    if (!j.is_object()) {
+        err = where + "settings must be an object";
+        return false;
+    }
+    static const std::set<std::string> known = {"power", "antennas", "region", "session", "target", "q", "mode"};
+    for (auto& [k, v] : j.items())
+        if (!known.count(k)) {
+            err = where + k + ": unknown setting (known: power, antennas, region, session, target, q, mode)";
+            return false;
+        }
+    return optional_field(j, "power", s.power, err, where) && optional_field(j, "antennas", s.antennas, err, where) &&
+           optional_field(j, "region", s.region, err, where) && optional_field(j, "session", s.session, err, where) &&
+           optional_field(j, "target", s.target, err, where) && optional_field(j, "q", s.q, err, where) &&
+           optional_field(j, "mode", s.mode, err, where) && check_settings(s, err);
+}
+
+}  // namespace
+
+bool check_settings(const ReaderSettings& s, std::string& err) {
+    auto bad = [&](const std::string& what) {
+        err = what;
+        return false;
+    };
+    if (s.power && (*s.power < 1 || *s.power > 30)) return bad("power must be 1..30 dBm");
+    if (s.antennas) {
+        if (s.antennas->empty()) return bad("antennas: give at least one");
+        for (int a : *s.antennas)
+            if (a < 1 || a > 16) return bad("antennas are numbered 1..16");
+    }
+    if (s.region && !kRegions.count(*s.region)) return bad("region must be fcc, etsi, china-920 or china-840");
+    if (s.session && (*s.session < 0 || *s.session > 3)) return bad("session must be 0..3");
+    if (s.target && (*s.target < 0 || *s.target > 1)) return bad("target must be 0 (A) or 1 (B)");
+    if (s.q && (*s.q < 0 || *s.q > 15)) return bad("q must be 0..15");
+    if (s.mode && !kModes.count(*s.mode)) return bad("mode must be epc, epc+tid or epc+tid+user");
+    return true;
+}
+
+bool parse_settings(const std::string& text, ReaderSettings& out, std::string& err) {
+    json j = json::parse(text, nullptr, false);
+    if (j.is_discarded()) {
+        err = "the body is not JSON";
+        return false;
+    }
+    ReaderSettings s;
+    if (!settings_from(j, s, err, "")) return false;
+    out = s;
+    return true;
+}
+
+bool parse_config(const std::string& text, Config& out, std::string& err) {
+    json j = json::parse(text, nullptr, false, true);
+    if (j.is_discarded() || !j.is_object()) {
+        err = "not a JSON object";
+        return false;
+    }
+    Config c;
+    const json readers = j.value("readers", json::array());
+    if (!readers.is_array()) {
+        err = "readers must be an array";
+        return false;
+    }
+    std::set<std::string> names;
+    for (size_t i = 0; i < readers.size(); i++) {
+        const json& r = readers[i];
+        std::string where = "readers[" + std::to_string(i) + "].";
+        ReaderConfig rc;
+        if (!r.is_object() || !field(r, "name", rc.name, err, where) || !field(r, "uri", rc.uri, err, where))
+            return err.empty() ? (err = where + " must be an object", false) : false;
+        if (rc.name.empty() || rc.name.find_first_of("/+#\" ") != std::string::npos) {
+            err = where + "name: give a name without spaces, quotes, '/', '+' or '#'";
+            return false;
+        }
+        if (!names.insert(rc.name).second) {
+            err = where + "name: " + rc.name + " is used twice";
+            return false;
+        }
+        uhftools::Target t;
+        std::string uri_err;
+        bool sim = rc.uri == "sim" || rc.uri.rfind("sim:", 0) == 0;
+        if (!sim && !uhftools::parse_target(rc.uri, t, uri_err)) {
+            err = where + "uri: " + uri_err;
+            return false;
+        }
+        if (r.contains("settings") && !settings_from(r["settings"], rc.settings, err, where + "settings."))
+            return false;
+        c.readers.push_back(rc);
+    }
+    if (j.contains("mqtt")) {
+        const json& m = j["mqtt"];
+        const std::string w = "mqtt.";
+        int batch_size = 50, queue_max = 10000;
+        if (!field(m, "host", c.mqtt.host, err, w) || !field(m, "port", c.mqtt.port, err, w) ||
+            !field(m, "prefix", c.mqtt.prefix, err, w) || !field(m, "qos", c.mqtt.qos, err, w) ||
+            !field(m, "user", c.mqtt.user, err, w) || !field(m, "password", c.mqtt.password, err, w) ||
+            !field(m, "cafile", c.mqtt.cafile, err, w) || !field(m, "batch_size", batch_size, err, w) ||
+            !field(m, "batch_ms", c.mqtt.batch_ms, err, w) || !field(m, "queue_max", queue_max, err, w))
+            return false;
+        if (c.mqtt.qos < 0 || c.mqtt.qos > 1) return (err = "mqtt.qos must be 0 or 1", false);
+        if (batch_size < 1 || queue_max < 1 || c.mqtt.batch_ms < 0)
+            return (err = "mqtt.batch_size and mqtt.queue_max must be above 0, mqtt.batch_ms not negative", false);
+        c.mqtt.batch_size = static_cast<size_t>(batch_size);
+        c.mqtt.queue_max = static_cast<size_t>(queue_max);
+    }
+    if (j.contains("http")) {
+        const json& h = j["http"];
+        if (!field(h, "bind", c.http_bind, err, "http.") || !field(h, "port", c.http_port, err, "http.") ||
+            !field(h, "token", c.token, err, "http."))
+            return false;
+    }
+    if (!field(j, "jsonl", c.jsonl, err, "")) return false;
+    if (j.contains("presence")) {
+        const json& p = j["presence"];
+        int max_tags = 10000;
+        if (!field(p, "depart_after", c.presence.depart_after, err, "presence.") ||
+            !optional_field(p, "rssi_floor", c.presence.rssi_floor, err, "presence.") ||
+            !field(p, "epc_prefix", c.presence.epc_prefix, err, "presence.") ||
+            !field(p, "max_tags", max_tags, err, "presence."))
+            return false;
+        if (c.presence.depart_after <= 0 || max_tags < 1)
+            return (err = "presence.depart_after and presence.max_tags must be above 0", false);
+        c.presence.max_tags = static_cast<size_t>(max_tags);
+    }
+    if (c.http_port < 0 || c.http_port > 65535 || c.mqtt.port < 1 || c.mqtt.port > 65535)
+        return (err = "ports must be 1..65535 (http.port 0: no HTTP)", false);
+    out = c;
+    return true;
+}
+
+bool load_config(const std::string& path, Config& out, std::string& err) {
+    std::ifstream in(path);
+    if (!in) {
+        err = path + ": cannot read it";
+        return false;
+    }
+    std::stringstream text;
+    text << in.rdbuf();
+    if (!parse_config(text.str(), out, err)) {
+        err = path + ": " + err;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace uhfd

@@ -1,0 +1,63 @@
+// uhfd's configuration: one JSON file, command-line overrides on top, and a
+// check that says what is wrong before anything starts.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace uhfd {
+
+// Applied at every connect; unset fields keep what the reader holds.
+struct ReaderSettings {
+    std::optional<int> power;  // dBm 1..30
+    std::optional<std::vector<int>> antennas;
+    std::optional<std::string> region;  // fcc, etsi, china-920, china-840
+    std::optional<int> session, target, q;
+    std::optional<std::string> mode;  // epc, epc+tid, epc+tid+user
+};
+
+struct ReaderConfig {
+    std::string name;
+    std::string uri;  // tcp:HOST[:PORT], serial:PATH[@BAUD], usb, sim[:TAGS]
+    ReaderSettings settings;
+};
+
+struct MqttConfig {
+    std::string host;  // empty: no MQTT output
+    int port = 1883;
+    std::string prefix = "uhfd";
+    int qos = 0;
+    std::string user, password;
+    std::string cafile;  // TLS when set
+    size_t batch_size = 50;
+    int batch_ms = 100;
+    size_t queue_max = 10000;  // messages held while the broker is away
+};
+
+struct PresenceConfig {
+    double depart_after = 5.0;
+    std::optional<double> rssi_floor;  // dBm
+    std::string epc_prefix;
+    size_t max_tags = 10000;
+};
+
+struct Config {
+    std::vector<ReaderConfig> readers;
+    MqttConfig mqtt;
+    std::string http_bind = "127.0.0.1";
+    int http_port = 8080;  // 0: no HTTP
+    std::string token;     // guards every write when set
+    std::string jsonl;     // "-" for standard output, a path, or empty
+    PresenceConfig presence;
+};
+
+// Parses a configuration document; false with err naming the field at fault.
+bool parse_config(const std::string& json_text, Config& out, std::string& err);
+bool load_config(const std::string& path, Config& out, std::string& err);
+// Settings from a JSON object (the REST API's body uses the same names).
+bool parse_settings(const std::string& json_text, ReaderSettings& out, std::string& err);
+// The checks every settings source goes through.
+bool check_settings(const ReaderSettings& s, std::string& err);
+
+}  // namespace uhfd

@@ -1,0 +1,136 @@
+// uhfd: a gateway for UHF RFID reader modules. It keeps each configured
+// reader inventorying (reconnecting the ones it loses), tracks which tags
+// are in the field, and hands reads and arrive/depart events to MQTT, an
+// HTTP API with a live stream and a web page, and JSON lines.
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "config.h"
+#include "events.h"
+#include "http_api.h"
+#include "mqtt_out.h"
+#include "supervisor.h"
+#include "version.h"
+
+using namespace uhfd;
+
+namespace {
+
+bool split_host_port(const std::string& text, std::string& host, int& port) {
+    auto colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        host = text;
+        return !host.empty();
+    }
+    host = text.substr(0, colon);
+    try {
+        port = std::stoi(text.substr(colon + 1));
+    } catch (const std::exception&) {
+        return false;
+    }
+    return port >= 0 && port <= 65535;
+}
+
+int usage(const std::string& what) {
+    std::cerr << "uhfd: " << what << " (uhfd --help)\n";
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"uhfd - a gateway for UHF RFID reader modules: tag reads and arrive/depart events to MQTT, a REST "
+                 "API with a live stream and a web page, and JSON lines; readers reconnect by themselves.\n\n"
+                 "Examples:\n"
+                 "  uhfd --sim                                   # one virtual reader, web page on http://127.0.0.1:8080\n"
+                 "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
+                 "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
+                 "  uhfd --check-config /etc/uhfd.json\n"};
+    std::string config_file, check_file, http, mqtt, prefix, token, jsonl;
+    bool sim = false;
+    double depart_after = 0;
+    app.add_option("-c,--config", config_file, "Configuration file (JSON; see docs/GATEWAY.md)");
+    app.add_option("--check-config", check_file, "Check a configuration file and exit: 0 when good, 2 with the reason");
+    app.add_flag("--sim", sim, "Add an in-process virtual reader named sim");
+    app.add_option("--http", http, "Serve HTTP on ADDR:PORT (default 127.0.0.1:8080; port 0: no HTTP)");
+    app.add_option("--mqtt", mqtt, "Publish to the broker at HOST[:PORT]");
+    app.add_option("--prefix", prefix, "MQTT topic prefix (default uhfd)");
+    app.add_option("--token", token, "Bearer token every HTTP write must carry");
+    app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
+    app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)");
+    app.set_version_flag("--version", uhftools::version_text("uhfd"));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+
+    Config c;
+    std::string err;
+    if (!check_file.empty()) {
+        if (!load_config(check_file, c, err)) return usage(err);
+        std::printf("%s: %zu readers, good\n", check_file.c_str(), c.readers.size());
+        return 0;
+    }
+    if (!config_file.empty() && !load_config(config_file, c, err)) return usage(err);
+    if (sim) c.readers.push_back({"sim", "sim", {}});
+    if (c.readers.empty()) return usage("no readers: give --config FILE or --sim");
+    if (!http.empty() && !split_host_port(http, c.http_bind, c.http_port)) return usage("--http takes ADDR:PORT");
+    if (!mqtt.empty() && !split_host_port(mqtt, c.mqtt.host, c.mqtt.port)) return usage("--mqtt takes HOST[:PORT]");
+    if (!prefix.empty()) c.mqtt.prefix = prefix;
+    if (!token.empty()) c.token = token;
+    if (!jsonl.empty()) c.jsonl = jsonl;
+    if (depart_after > 0) c.presence.depart_after = depart_after;
+
+    // The stop signals are taken here, by sigwait; every thread starts with them blocked.
+    sigset_t stop_signals;
+    sigemptyset(&stop_signals);
+    sigaddset(&stop_signals, SIGINT);
+    sigaddset(&stop_signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    Hub hub;
+    Presence presence(c.presence);
+    Supervisor sup(c, hub, presence);
+    std::vector<std::unique_ptr<MqttOut>> mqtt_out;
+    std::map<std::string, MqttOut*> by_reader;
+    if (!c.mqtt.host.empty()) {
+        for (const ReaderConfig& r : c.readers) {
+            mqtt_out.push_back(std::make_unique<MqttOut>(c.mqtt, r.name));
+            if (!mqtt_out.back()->start(err)) return usage(err);
+            by_reader[r.name] = mqtt_out.back().get();
+        }
+        hub.on_read([&](const Read& r) { by_reader[r.reader]->read(read_json(r)); });
+        hub.on_event([&](const Event& e) { by_reader[e.reader]->event(event_json(e)); });
+        sup.on_state = [&](const std::string& reader, LinkState s) { by_reader[reader]->status(state_name(s)); };
+    }
+    FILE* lines = nullptr;
+    if (!c.jsonl.empty()) {
+        lines = c.jsonl == "-" ? stdout : std::fopen(c.jsonl.c_str(), "a");
+        if (!lines) return usage("cannot write " + c.jsonl);
+        hub.on_read([lines](const Read& r) { std::fprintf(lines, "%s\n", read_json(r).c_str()); std::fflush(lines); });
+        hub.on_event([lines](const Event& e) { std::fprintf(lines, "%s\n", event_json(e).c_str()); std::fflush(lines); });
+    }
+    HttpApi api(c, sup, hub, presence, mqtt_out);
+    if (c.http_port != 0 || !http.empty()) {
+        if (c.http_port == 0 && !http.empty()) c.http_port = 0;
+        if (c.http_port != 0 && !api.start(err)) return usage(err);
+        if (c.http_port != 0) std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
+    }
+    sup.start();
+
+    int sig = 0;
+    sigwait(&stop_signals, &sig);
+    std::fprintf(stderr, "uhfd: stopping\n");
+    sup.stop();                                // every inventory stopped, every link closed
+    for (auto& m : mqtt_out) m->stop();        // "offline" on every status topic
+    api.stop();
+    if (lines && lines != stdout) std::fclose(lines);
+    return 0;
+}
