@@ -1,0 +1,93 @@
+import json
+import re
+import signal
+import subprocess
+import time
+
+from conftest import BUILD, EPCS, Proc, Subscriber, Uhfd, wait_for, write_tags
+
+
+def gateway(tmp_path, sim, broker=None, **extra):
+    config = {"readers": [{"name": "dock", "uri": f"tcp:127.0.0.1:{sim.port}", "settings": {"power": 25}}],
+              "presence": {"depart_after": 1.0}, **extra}
+    if broker:
+        config["mqtt"] = {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50,
+                          "queue_max": 20}
+    return Uhfd(tmp_path, config)
+
+
+def test_reads_and_presence_events_reach_the_broker(tmp_path, sim, broker):
+    sub = Subscriber(broker.port)
+    g = gateway(tmp_path, sim, broker)
+    wait_for(lambda: sub.epcs("t/dock/reads") >= set(EPCS), what="every EPC on the reads topic")
+    assert "running" in sub.on("t/dock/status")
+    arrivals = {json.loads(p)["epc"] for p in sub.on("t/dock/events") if '"arrive"' in p}
+    assert arrivals == set(EPCS)
+    write_tags(sim.tags, EPCS[:2])  # the third tag leaves the field
+    sim.p.send_signal(signal.SIGHUP)
+    wait_for(lambda: any('"depart"' in p and EPCS[2] in p for p in sub.on("t/dock/events")), what="a depart")
+    write_tags(sim.tags, EPCS)
+    sim.p.send_signal(signal.SIGHUP)
+    wait_for(lambda: sum('"arrive"' in p and EPCS[2] in p for p in sub.on("t/dock/events")) == 2, what="it again")
+    assert g.proc.stop() == 0  # SIGTERM: the reader stopped, then offline
+    assert sub.on("t/dock/status")[-2:] == ["stopped", "offline"]
+
+
+def test_a_lost_reader_is_reconnected_and_settings_reapplied(tmp_path, sim):
+    g = gateway(tmp_path, sim)
+    wait_for(lambda: g.json("/api/v1/readers")[0]["state"] == "running", what="running")
+    sim.stop()
+    wait_for(lambda: g.json("/api/v1/readers")[0]["state"] == "reconnecting", what="reconnecting")
+    again = Proc([BUILD / "sim" / "uhfsim", "--tcp", f"127.0.0.1:{sim.port}", "--tags", sim.tags], ready="tcp ")
+    try:
+        reader = wait_for(lambda: (r := g.json("/api/v1/readers")[0])["state"] == "running" and r, 40, "running again")
+        assert reader["reconnects"] == 1
+        assert g.json("/api/v1/readers/dock")["settings"]["power"] == 25
+        before = reader["reads"]
+        wait_for(lambda: g.json("/api/v1/readers")[0]["reads"] > before + 50, what="reads resuming")
+    finally:
+        again.stop()
+        g.proc.stop()
+
+
+def test_reads_queued_while_the_broker_is_away_arrive_and_drops_are_counted(tmp_path, sim, broker):
+    g = gateway(tmp_path, sim, broker)
+    sub = Subscriber(broker.port)
+    wait_for(lambda: sub.epcs("t/dock/reads"), what="reads")
+    broker.proc.stop()
+    metric = re.compile(r'^uhfd_mqtt_dropped_total\{reader="dock"\} (\d+)$', re.M)
+    wait_for(lambda: int(metric.search(g.request("GET", "/metrics")[1]).group(1)) > 0, what="drops")
+    broker.start()
+    sub = Subscriber(broker.port)
+    wait_for(lambda: len(sub.on("t/dock/reads")) >= 20, 40, "the queued batches")
+    assert "uhfd_mqtt_connected{reader=\"dock\"} 1" in g.request("GET", "/metrics")[1]
+    g.proc.stop()
+
+
+def test_rest_settings_bad_input_and_token(tmp_path, sim):
+    g = gateway(tmp_path, sim, http={"token": "s3cret"})
+    put = lambda body, token="s3cret": g.request("PUT", "/api/v1/readers/dock/settings", body, token)
+    assert put('{"power": 20, "session": 2}')[0] == 200
+    assert g.json("/api/v1/readers/dock")["settings"]["power"] == 20
+    for body in ('{"power": 31}', '{"power": "high"}', "{power", '{"colour": 1}', '{"power": 22, "q": 16}'):
+        status, text = put(body)
+        assert status == 400 and json.loads(text)["error"], body
+    assert put('{"power": 21}', token=None)[0] == 401
+    assert g.request("GET", "/api/v1/readers/nope")[0] == 404
+    assert g.request("POST", "/api/v1/readers/dock/inventory/stop", "", "s3cret")[0] == 200
+    assert g.json("/api/v1/readers/dock")["settings"]["power"] == 20  # nothing else applied
+    g.proc.stop()
+
+
+def test_stream_metrics_and_the_web_page(tmp_path):
+    g = Uhfd(tmp_path, {"readers": [{"name": "sim", "uri": "sim:5"}]})
+    with __import__("urllib.request").request.urlopen(g.url + "/api/v1/stream", timeout=10) as s:
+        lines = [s.readline().decode() for _ in range(2)]
+    assert lines[0] in ("event: read\n", "event: arrive\n") and json.loads(lines[1][6:])["epc"]
+    for line in g.request("GET", "/metrics")[1].splitlines():
+        assert re.fullmatch(r'# (HELP|TYPE) \w+ .+|\w+(\{(\w+="[^"]*",?)+\})? \d+(\.\d+)?', line), line
+    epcs = wait_for(lambda: {t["epc"] for t in g.json("/api/v1/tags")} if len(g.json("/api/v1/tags")) >= 5 else None)
+    dom = subprocess.run(["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--virtual-time-budget=4000",
+                          "--dump-dom", g.url + "/"], capture_output=True, text=True, timeout=60).stdout
+    assert epcs <= set(re.findall(r"<td>([0-9A-F]{24})</td>", dom))
+    g.proc.stop()
