@@ -36,12 +36,6 @@ TEST_F(Firmware, JumpToBootTargets) {
     for (uint8_t flag : {4, 0x80, 0xFF}) EXPECT_EQ(refused([&] { return UHFJump2Boot(flag); }), -2) << int(flag);
 }
 
-TEST_F(Firmware, StartUpdate) {
-    check_rows(0xC2, {
-        {"accepted", UHFStartUpd, {}, {0x01}, 0},
-    });
-}
-
 TEST_F(Firmware, UpdatingSendsExactly64Bytes) {
     Bytes image = counting(100);
     struct Case {

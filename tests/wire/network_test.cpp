@@ -19,13 +19,9 @@ const Bytes kMaskGate = {255, 255, 255, 0, 192, 168, 1, 1};
 
 TEST_F(Network, SetAddresses) {
     check_rows(0xA1, {
-        {"own address, long form", [] { return UHFSetIp(ip, port, mask, gate); }, Bytes{0x01} + kAddr + kMaskGate,
-         {0x01}, 0},
-        {"no mask: short form", [] { return UHFSetIp(ip, port, nullptr, gate); }, Bytes{0x01} + kAddr, {0x01}, 0},
         {"no gateway: short form", [] { return UHFSetIp(ip, port, mask, nullptr); }, Bytes{0x01} + kAddr, {0x01}, 0},
         {"own address answered with an echo", [] { return UHFSetIp(ip, port, nullptr, nullptr); },
          Bytes{0x01} + kAddr, {0x02}, -1},
-        {"destination", [] { return UHFSetDestIp(ip, port); }, Bytes{0x03} + kAddr, {0x01}, 0},
     });
     EXPECT_EQ(refused([] { return UHFSetIp(nullptr, port, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetIp(ip, nullptr, mask, gate); }), -1);
@@ -44,7 +40,6 @@ TEST_F(Network, GetOwnAddress) {
         Bytes addr;      // ip then port
         Bytes mask_gate;  // mask then gateway
     } cases[] = {
-        {"15 bytes: all four", Bytes{0x02} + addr + mg, 0, addr, mg},
         {"14 bytes: address and port only", Bytes{0x02} + addr + Bytes(mg.begin(), mg.end() - 1), 0, addr, none},
         {"7 bytes: address and port only", Bytes{0x02} + addr, 0, addr, none},
     };
@@ -59,14 +54,5 @@ TEST_F(Network, GetOwnAddress) {
         EXPECT_EQ(Bytes(out + 6, out + 14), c.mask_gate);
         EXPECT_EQ(Bytes(out + 14, out + 22), Bytes(8, 0xEE));
     }
-}
-
-TEST_F(Network, ResetCommands) {
-    check_rows(0x68, {
-        {"soft reset", UHFSetSoftReset, {}, {0x01}, 0},
-    });
-    check_rows(0x74, {
-        {"default mode", UHFSetDefaultMode, {}, {0x01}, 0},
-    });
 }
 

@@ -66,9 +66,7 @@ TEST_F(TagSecurity, RequestBytes) {
 TEST_F(TagSecurity, StatusRules) {
     uint8_t blocks[2] = {};
     expect_results({
-        {"kill done", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x00}, 0},
         {"kill, tag error", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x04}, -1},
-        {"lock done", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01, 0x00}, 0},
         {"lock, tag error: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01, 0x04}, 1},
         {"lock, status only: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01}, 1},
         {"permalock, tag error", 0x9F, [&] { return UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 1, blocks); },
