@@ -181,16 +181,3 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
     EXPECT_EQ(reader_state().current.protocol_config, 7);
 }
 
-TEST_F(ConfigE2E, SoftResetKeepsSavedSettingsAndUnsavedOnesFallBack) {
-    for (const SaveRow& row : kSaveRows) {
-        for (bool save : {false, true}) {
-            SCOPED_TRACE(std::string(row.name) + (save ? ", saved" : ", not saved"));
-            start_reader();
-            ASSERT_EQ(row.set(save), 0);
-            EXPECT_EQ(row.get(), row.changed);
-            ASSERT_EQ(UHFSetSoftReset(), 0);
-            EXPECT_EQ(row.get(), save ? row.changed : row.factory);
-        }
-    }
-}
-

@@ -16,7 +16,6 @@ uint8_t kEpcA[12] = {0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB,
 uint8_t kEpcB[12] = {0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01};
 const Bytes kTidA = {0xE2, 0x80, 0x11, 0x60, 0x20, 0x00, 0x7A, 0x1B, 0x0C, 0x3D, 0x4E, 0x5F};
 uint8_t kAccessA[4] = {0x12, 0x34, 0x56, 0x78};
-uint8_t kKillA[4] = {0x55, 0x66, 0x77, 0x88};
 uint8_t kNoPwd[4] = {0, 0, 0, 0};
 
 uhfsim::Tag make_tag(const uint8_t* epc, std::vector<uint16_t> tid, uint32_t kill, uint32_t access) {
@@ -115,23 +114,6 @@ TEST_F(TagAccess, LocksNeedThePassword) {
     ASSERT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, lock_access), 0);
     EXPECT_EQ(read(kNoPwd, kEpcA, 0, 2, 2), std::nullopt);
     EXPECT_EQ(read(kAccessA, kEpcA, 0, 2, 2), (Bytes{0x12, 0x34, 0x56, 0x78}));
-}
-
-TEST_F(TagAccess, KilledTagVanishesFromInventories) {
-    ASSERT_EQ(inventory_round(), (std::set<Bytes>{kEpcABytes, kEpcBBytes}));
-    uint8_t wrong[4] = {0x55, 0x66, 0x77, 0x00};
-    EXPECT_EQ(UHFKillTag(wrong, 1, 0x20, 96, kEpcA), -1);
-    EXPECT_EQ(UHFKillTag(kNoPwd, 1, 0x20, 96, kEpcB), -1) << "a zero kill password never kills";
-    ASSERT_EQ(UHFKillTag(kKillA, 1, 0x20, 96, kEpcA), 0);
-
-    EXPECT_EQ(inventory_round(), (std::set<Bytes>{kEpcBBytes}));
-    EXPECT_EQ(read(kNoPwd, kEpcA, 2, 0, 1), std::nullopt);
-    EXPECT_EQ(UHFKillTag(kKillA, 1, 0x20, 96, kEpcA), -1);
-    uint8_t len = 0, uii[64];
-    for (int i = 0; i < 3; i++) {
-        ASSERT_EQ(UHFInventorySingle(&len, uii), 0);
-        EXPECT_EQ(Bytes(uii + 2, uii + len), kEpcBBytes);
-    }
 }
 
 namespace {

@@ -91,27 +91,3 @@ TEST(SimTagAccess, EpcWritesKeepTheStoredCrc) {
   EXPECT_NE(bank[0], crc_before);
 }
 
-TEST(SimTagAccess, ReportsShowThePublicView) {
-  auto o = quiet();
-  o.state.current.inventory_mode = InventoryMode::EpcTidUser;
-  o.state.current.tid_words = 4;
-  o.state.current.user_words = 1;
-  Bench b(field(), o);
-  b.reader.field().tags()[0].rssi = {};  // only B answers
-  b.send(frame(0x80, {0x00, 0x64}));
-  // Public EPC 0102, the first two TID words, the rest and USER read as zero.
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x81, {0x08, 0x00, 0x01, 0x02, 0xE2, 0x80, 0x11, 0x05, 0, 0, 0, 0, 0, 0,
-                                                  0xFD, 0xA8, 0x01}}}));
-
-  // The region of 0x30 replaces the mode's data: private USER is not shown.
-  b.send(frame(0x30, kNoPwd + Bytes{0x03, 0x00, 0x00, 0x00, 0x01}));
-  b.send(frame(0x80, {0x00, 0x64}));
-  auto replies = b.take();
-  ASSERT_EQ(replies.size(), 2u);
-  EXPECT_EQ(replies[1].data, (Bytes{0x08, 0x00, 0x01, 0x02, 0x00, 0x00, 0xFD, 0xA8, 0x01}));
-
-  // Back to the private view: the real EPC and USER.
-  b.reader.field().tags()[1].qt_control = 0;
-  b.send(frame(0x80, {0x00, 0x64}));
-  EXPECT_EQ(b.take(), (std::vector<Reply>{{0x81, {0x10, 0x00, 0xAA, 0xBB, 0xCC, 0xDD, 0xAB, 0xCD, 0xFD, 0xA8, 0x01}}}));
-}

@@ -68,26 +68,6 @@ TEST_F(TagQueue, RecordsComeBackInOrderWithIdAndMode) {
     EXPECT_EQ(add_tag_index, drop_tag_index);
 }
 
-// Only the low 8 bits of the size are stored; reports of 253..256 bytes are
-// accepted and their size byte wraps: the consumer gets that many bytes of
-// the record (a 256-byte report hands back only id and mode).
-TEST_F(TagQueue, SizeByteKeepsOnlyLowEightBits) {
-    struct Case {
-        uint16_t len;
-        uint8_t size_byte;
-    } cases[] = {{252, 255}, {253, 0} /* looks like an empty queue */, {256, 3}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.len);
-        flushTagBuf();
-        const Bytes rep = report(c.len, 5);
-        EXPECT_EQ(addTagData(SENSOR_INVENTORY, rep.data(), c.len, 0x0A0B), c.len + 3);
-        EXPECT_EQ(tag_buf[0], c.size_byte);
-        EXPECT_EQ(add_tag_index, c.len + 4u);
-        const Bytes whole = expected_record(0x0A0B, SENSOR_INVENTORY, rep);
-        EXPECT_EQ(take(), Bytes(whole.begin(), whole.begin() + c.size_byte));
-    }
-}
-
 TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
     struct Case {
         const char* name;

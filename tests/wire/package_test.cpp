@@ -140,37 +140,6 @@ TEST_F(Package, ClockAndParameterSetters) {
     }
 }
 
-TEST_F(Package, GetParaSizesAreFixedByType) {
-    Bytes payload(40, 0);
-    for (size_t i = 0; i < payload.size(); i++) payload[i] = uint8_t(0x40 + i);
-    struct Case {
-        uint16_t paratype;
-        Bytes wire;
-        int result;
-        uint16_t len;  // 0xEEEE: untouched
-    } cases[] = {
-        {0, pkg(2, Bytes{0x04, 0x00, 0x00} + payload), 0, 12},
-        {2, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), 0, 1},
-        {0x0109, pkg(2, Bytes{0x04, 0x01, 0x09} + payload), 0, 0xEEEE},  // other types write nothing
-        {0, pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(payload.begin(), payload.begin() + 11)), -1, 0xEEEE},
-        {1, pkg(2, Bytes{0x04, 0x00, 0x02} + payload), -3, 0xEEEE},
-        {1, pkg(2, Bytes{0x04, 0x00, 0x01} + Bytes(126, 0)), -1, 0xEEEE},  // 129 bytes: over its reply buffer
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.wire));
-        reader.reply(c.wire);
-        uint16_t len = 0xEEEE;
-        uint8_t buf[64];
-        memset(buf, 0xEE, sizeof buf);
-        EXPECT_EQ(Config_GetPara(c.paratype, &len, buf), c.result);
-        EXPECT_EQ(last_package(), (std::pair<int, Bytes>{1, {0x04, uint8_t(c.paratype >> 8), uint8_t(c.paratype)}}));
-        EXPECT_EQ(len, c.len);
-        size_t n = c.len == 0xEEEE ? 0 : c.len;
-        EXPECT_EQ(Bytes(buf, buf + n), Bytes(payload.begin(), payload.begin() + long(n)));
-        EXPECT_EQ(buf[n], 0xEE);
-    }
-}
-
 TEST_F(Package, PassThrough) {
     uint8_t apdu[4] = {0x00, 0x84, 0x00, 0x08};
     struct Case {

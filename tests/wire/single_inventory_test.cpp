@@ -103,12 +103,6 @@ TEST_F(SingleInventory, R2000Form) {
     }
 }
 
-TEST_F(SingleInventory, R2000NoReplyZeroesTheLength) {
-    len = 0xAA;
-    EXPECT_EQ(run(0x81, std::nullopt, [&] { return UHF_InventorySingle_R2000(&len, out); }), -1);
-    EXPECT_EQ(len, 0);
-}
-
 TEST_F(SingleInventory, BatchFetch) {
     const Bytes batch = Bytes{0x01, 0x11} + single_reply({});
     struct Case {
