@@ -25,10 +25,6 @@ protected:
         o.tags.tags()[1].sensor->battery_mv = 2750;
         start(o);
     }
-    // Lets the reader's clock run ahead, as if the run had gone on that long.
-    void let_time_pass(std::chrono::milliseconds d) {
-        pty->for_each_reader([&](uhfsim::VirtualReader& r) { r.advance(d); });
-    }
 };
 
 // Stopping a tag that logs nothing is refused with the reader's own code.

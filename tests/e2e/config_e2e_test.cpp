@@ -42,12 +42,6 @@ protected:
         SimTcpTest::TearDown();
     }
 
-    // A fresh reader at factory settings, connected on the selected link.
-    void start_reader() {
-        SimTcpTest::TearDown();
-        SetUp();
-    }
-
     uhfsim::ReaderState reader_state() {
         uhfsim::ReaderState s;
         server->for_each_reader([&](uhfsim::VirtualReader& r) { s = r.state(); });
@@ -83,27 +77,6 @@ std::vector<unsigned> gen2_fields() {
 Get ant_work_time(uint8_t ant) {
     return [ant] { unsigned t = 0; int r = UHFGetANTWorkTime(ant, &t); return one(r, t); };
 }
-
-// A setting whose command carries a save byte.
-struct SaveRow {
-    const char* name;
-    std::function<int(bool save)> set;
-    Get get;
-    std::vector<unsigned> changed, factory;
-};
-
-const SaveRow kSaveRows[] = {
-    {"power", [](bool s) { return UHFSetPower(s, 20); }, bytes(UHFGetPower), {0, 20}, {0, 30}},
-    {"antennas", [](bool s) { uint8_t m[2] = {0x00, 0x03}; return UHFSetANT(s, m); }, bytes<2>(UHFGetANT),
-     {0, 0, 3}, {0, 0, 1}},
-    {"antenna work time", [](bool s) { return UHFSetANTWorkTime(1, s, 700); }, ant_work_time(1), {0, 700}, {0, 200}},
-    {"region", [](bool s) { return UHFSetRegion(s, 4); }, bytes(UHFGetRegion), {0, 4}, {0, 1}},
-    {"RF link", [](bool s) { return UHFSetRFLink(s, 0); }, bytes(UHFGetRFLink), {0, 0}, {0, 1}},
-    {"EPC/TID/USER mode", [](bool s) { return UHFSetEPCTIDMode(s, 2); }, bytes(UHFGetEPCTIDMode), {0, 2}, {0, 0}},
-    {"dual/single", [](bool s) { return UHFSetDualSingelMode(s, 1); }, bytes(UHFGetDualSingelMode), {0, 1}, {0, 0}},
-    {"work time", [](bool s) { return UHFSetWorkTime(s, 0, 0, 1, 0); }, bytes<4>(UHFGetWorkTime), {4, 0, 0, 1, 0},
-     {4, 0, 0, 0, 0}},
-};
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 // Tag access through the library against the virtual reader over TCP:
-// selection by filter, memory read/write/erase, lock and permalock, kill,
-// authenticate, QT views, single-shot inventory and the accepted-only calls.
+// memory written, read back and erased, and locks that need the password.
 #include <cstring>
 #include <optional>
 
@@ -14,7 +13,6 @@ namespace {
 // first 12 bits, so a short filter picks one of them.
 uint8_t kEpcA[12] = {0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
 uint8_t kEpcB[12] = {0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01};
-const Bytes kTidA = {0xE2, 0x80, 0x11, 0x60, 0x20, 0x00, 0x7A, 0x1B, 0x0C, 0x3D, 0x4E, 0x5F};
 uint8_t kAccessA[4] = {0x12, 0x34, 0x56, 0x78};
 uint8_t kNoPwd[4] = {0, 0, 0, 0};
 
@@ -46,19 +44,6 @@ protected:
     int write(uint8_t* pwd, const uint8_t* epc, uint8_t bank, int ptr, Bytes data) {
         return UHFWriteData(pwd, 1, 0x20, 96, const_cast<uint8_t*>(epc), bank, ptr, uint16_t(data.size() / 2),
                             data.data());
-    }
-    // EPCs of one inventory round (0xEB on an idle reader).
-    std::set<Bytes> inventory_round() {
-        uint8_t out[512];
-        std::set<Bytes> epcs;
-        int n = UHF_GetTagsData(out);
-        if (n <= 0) return epcs;
-        for (size_t i = 0, pos = 1; i < out[0] && pos < size_t(n); i++) {
-            size_t len = out[pos];
-            epcs.insert(Bytes(out + pos + 3, out + pos + 1 + ((out[pos + 1] >> 3) + 1) * 2));
-            pos += 1 + len;
-        }
-        return epcs;
     }
 };
 
