@@ -20,6 +20,9 @@ seeds = {
     "cells": [bytes([0x83] + report + [0xE2, 0x00] * 6), bytes([0xEC, 1, len(report)] + report)],
     "exchange": [frame(0x11, [0x01]), frame(0x55, [0x01]) + frame(0x11, [0x01, 0x02])],
     "package": [b"\xa5\x03\x00\x09\xab\x52\x05\x00\x03\x00\x10\x20\x30\x54\x03", b"\x7e\x01\x02\x7d\x01\x7e"],
+    # Reports of 64, 20 and 3 bytes carrying one frame, then two frames.
+    "usb": [bytes([63]) + frame(0x83, report), bytes([19]) + frame(0x13, [0x01, 30, 30]) + frame(0x83, report),
+            bytes([2]) + frame(0xEC, [1, len(report)] + report)],
     "escaped": [b"\x01\x08\xaa\x11\x04\x01\x02\x03\xff\x55\x55", b"\x00\x04\xaa\x26\x02\x00\x55"],
 }
 out = sys.argv[1]

@@ -7,6 +7,14 @@ namespace uhf {
 // usbClose let go without waiting included.
 int usb_receive_threads();
 
+// The part of usb_event_buf the receive thread fills before it starts over.
+constexpr unsigned kUsbAccumulated = 4096;
+
+// n bytes of an input report were just placed at usb_event_buf +
+// usb_event_buf_len: the first whole frame found goes to the exchange and the
+// data callback, and the buffer starts over.
+void usb_reassemble(int n);
+
 // Drop a frame handed over for the exchange but never read; its length.
 int usb_discard_frame();
 

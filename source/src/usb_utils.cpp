@@ -42,7 +42,7 @@ constexpr unsigned short kProductId = 0x0301;
 constexpr unsigned short kReaderUsage = 1;
 constexpr unsigned kReportData = 64;  // data bytes per report; report id 0 goes in front
 constexpr int kReadTimeoutMs = 50;
-constexpr unsigned kAccumulated = 4096;  // the part of usb_event_buf in use
+constexpr unsigned kAccumulated = kUsbAccumulated;
 constexpr useconds_t kChunkGapUs = 2000;
 constexpr useconds_t kIdleSleepUs = 20000;
 constexpr int kDisconnected = 2;
@@ -321,6 +321,15 @@ int usbRecv(unsigned char* inBuf, uint16_t len) {
     return n;
 }
 
+void uhf::usb_reassemble(int n) {
+    usb_event_buf_len = static_cast<uint16_t>(usb_event_buf_len + n);
+    if (log_on(kLogUsb)) {
+        my_printf("recv length:%d\n", n);
+        display_buffer_hex(usb_event_buf, usb_event_buf_len);
+    }
+    take_frame();
+}
+
 int uhf::usb_discard_frame() {
     std::lock_guard<std::mutex> lock(g_handover);
     int n = __atomic_exchange_n(&recv_len, 0, __ATOMIC_ACQ_REL);
@@ -353,12 +362,7 @@ void* thread_usb_recv(void*) {
             break;
         }
         if (n > 0) {
-            usb_event_buf_len = static_cast<uint16_t>(usb_event_buf_len + n);
-            if (log_on(kLogUsb)) {
-                my_printf("recv length:%d\n", n);
-                display_buffer_hex(usb_event_buf, usb_event_buf_len);
-            }
-            take_frame();
+            usb_reassemble(n);
             continue;
         }
         usleep(kIdleSleepUs);
