@@ -15,7 +15,8 @@ void set_runner(CLI::App* cmd, Context& ctx, std::function<int()> run, const std
         cmd->add_option("-f,--format", *format, names)->check(CLI::IsMember(formats))->capture_default_str();
     }
     cmd->callback([&ctx, format, run] {
-        if (format) ctx.session.format = *format == "json" ? Format::Json : *format == "csv" ? Format::Csv : Format::Text;
+        if (format)
+            ctx.session.format = *format == "json" ? Format::Json : *format == "csv" ? Format::Csv : Format::Text;
         ctx.run = run;
     });
 }

@@ -18,7 +18,7 @@ struct Context {
     Session session;
     ConnectOptions connect;
     Connections connections;
-    std::function<int()> run;  // the chosen subcommand
+    std::function<int()> run;   // the chosen subcommand
     bool opens_itself = false;  // demo brings its own reader
 };
 
@@ -33,9 +33,9 @@ void add_inventory_command(CLI::App& app, Context& ctx);
 void add_demo_command(CLI::App& app, Context& ctx);
 void add_info_command(CLI::App& app, Context& ctx);
 void add_settings_commands(CLI::App& app, Context& ctx);  // get, set, reset, factory-reset
-void add_tag_commands(CLI::App& app, Context& ctx);      // read, write, erase, lock, kill, permalock
-void add_sensor_commands(CLI::App& app, Context& ctx);   // sensor log|voltage|temp
+void add_tag_commands(CLI::App& app, Context& ctx);       // read, write, erase, lock, kill, permalock
+void add_sensor_commands(CLI::App& app, Context& ctx);    // sensor log|voltage|temp
 void add_upgrade_command(CLI::App& app, Context& ctx);
-void add_debug_commands(CLI::App& app, Context& ctx);     // links, raw
+void add_debug_commands(CLI::App& app, Context& ctx);  // links, raw
 
 }  // namespace uhfctl

@@ -21,15 +21,16 @@ int usage(std::string& err, const std::string& why) {
 
 bool parse_switch(const Args& a, unsigned char& flag) {
     if (a.size() != 1) return false;
-    if (a[0] == "on" || a[0] == "1") flag = 1;
-    else if (a[0] == "off" || a[0] == "0") flag = 0;
-    else return false;
+    if (a[0] == "on" || a[0] == "1")
+        flag = 1;
+    else if (a[0] == "off" || a[0] == "0")
+        flag = 0;
+    else
+        return false;
     return true;
 }
 
-Value switch_value(unsigned char flag) {
-    return Value{flag ? "on" : "off", Json(cJSON_CreateBool(flag != 0))};
-}
+Value switch_value(unsigned char flag) { return Value{flag ? "on" : "off", Json(cJSON_CreateBool(flag != 0))}; }
 
 Setting on_off(const char* name, const char* help, int (*get)(unsigned char*), int (*set)(unsigned char)) {
     Setting s = make_setting(name, help, "on|off");
@@ -71,7 +72,8 @@ bool parse_dbm(const std::string& text, uint16_t& centi) {
 }
 
 Setting power() {
-    Setting s = make_setting("power", "Read/write power per antenna, dBm", "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]");
+    Setting s = make_setting("power", "Read/write power per antenna, dBm",
+                             "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]");
     s.get = [](Value& v) {
         std::vector<AntennaPower> list;
         if (!antenna_powers(list)) return false;
@@ -118,7 +120,8 @@ Setting power() {
         }
         if (changes.empty()) return usage(err, "expected DBM or ANT=DBM");
         for (const auto& c : changes)
-            if (UHFSetAntennaPower(save, static_cast<uint8_t>(c.antenna), c.read, c.write) != 0) return static_cast<int>(kReaderFailed);
+            if (UHFSetAntennaPower(save, static_cast<uint8_t>(c.antenna), c.read, c.write) != 0)
+                return static_cast<int>(kReaderFailed);
         return static_cast<int>(kOk);
     };
     return s;
@@ -195,7 +198,8 @@ Setting frequencies() {
             cJSON_AddItemToArray(v.json.get(), cJSON_CreateNumber(f[i]));
         }
         // A long table would not leave `info` on one screen.
-        if (f[0] > 6) v.text = std::to_string(f[0]) + " channels, " + std::to_string(f[1]) + " .. " + std::to_string(f[f[0]]);
+        if (f[0] > 6)
+            v.text = std::to_string(f[0]) + " channels, " + std::to_string(f[1]) + " .. " + std::to_string(f[f[0]]);
         v.text += " kHz";
         return true;
     };
@@ -216,8 +220,8 @@ Setting frequencies() {
 struct Gen2 {
     unsigned char f[14] = {};
 };
-const char* const kGen2Names[14] = {"target", "action", "t",  "q",   "startq",  "minq", "maxq",
-                                    "d",      "coding", "p",  "sel", "session", "g",    "lf"};
+const char* const kGen2Names[14] = {"target", "action", "t", "q",   "startq",  "minq", "maxq",
+                                    "d",      "coding", "p", "sel", "session", "g",    "lf"};
 const unsigned kGen2Max[14] = {7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7};
 
 std::string gen2_field_list() {
@@ -233,7 +237,9 @@ bool get_gen2(Gen2& g) {
 }
 
 Setting gen2() {
-    Setting s = make_setting("gen2", "Gen2 air parameters", "--FIELD N ... or FIELD=N ... (target action t q startq minq maxq d coding p sel session g lf)");
+    Setting s =
+        make_setting("gen2", "Gen2 air parameters",
+                     "--FIELD N ... or FIELD=N ... (target action t q startq minq maxq d coding p sel session g lf)");
     s.get = [](Value& v) {
         Gen2 g;
         if (!get_gen2(g)) return false;
@@ -267,7 +273,8 @@ Setting gen2() {
         if (!get_gen2(g)) return static_cast<int>(kReaderFailed);
         for (auto [idx, n] : changes) g.f[idx] = n;
         const unsigned char* f = g.f;
-        return set_status(UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
+        return set_status(
+            UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
     };
     return s;
 }
@@ -275,7 +282,8 @@ Setting gen2() {
 const char* const kModes[3] = {"epc", "epc+tid", "epc+tid+user"};
 
 Setting mode() {
-    Setting s = make_setting("mode", "What inventory reports besides the EPC", "epc|epc+tid|epc+tid+user [USER_WORD USER_WORDS] [--save]");
+    Setting s = make_setting("mode", "What inventory reports besides the EPC",
+                             "epc|epc+tid|epc+tid+user [USER_WORD USER_WORDS] [--save]");
     s.get = [](Value& v) {
         uint8_t m[3] = {};
         if (UHFGetEPCTIDUSERMode(0, 0, m) < 0 || m[0] > 2) return false;
@@ -296,13 +304,14 @@ Setting mode() {
                                                parse_uint(a[2], 0, 255, words)));
         if (!ok) return usage(err, "expected epc, epc+tid, or epc+tid+user [USER_WORD USER_WORDS]");
         return set_status(UHFSetEPCTIDUSERMode(save ? 1 : 0, static_cast<uint8_t>(m), static_cast<uint8_t>(addr),
-                                           static_cast<uint8_t>(words)));
+                                               static_cast<uint8_t>(words)));
     };
     return s;
 }
 
 Setting filter() {
-    Setting s = make_setting("filter", "Inventory filter: only tags whose memory matches answer", "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)");
+    Setting s = make_setting("filter", "Inventory filter: only tags whose memory matches answer",
+                             "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)");
     s.in_info = false;  // the reader has no query for it
     s.set = [](const Args& a, bool, std::string& err) {
         if (a.size() == 1 && a[0] == "off") return set_status(UHFSetFilter(0, 1, 0, 0, nullptr));
@@ -316,7 +325,7 @@ Setting filter() {
             mask.size() > 94)
             return usage(err, "expected reserved|epc|tid|user BYTE_ADDR HEX (1..94 bytes), or off");
         return set_status(UHFSetFilter(0, static_cast<uint8_t>(bank), static_cast<uint16_t>(addr),
-                                   static_cast<uint16_t>(mask.size()), mask.data()));
+                                       static_cast<uint16_t>(mask.size()), mask.data()));
     };
     return s;
 }

@@ -1,6 +1,5 @@
 #include "connection.h"
 
-
 #include <cstdlib>
 
 #include "UHF.h"
@@ -45,8 +44,9 @@ int Connections::targets(const ConnectOptions& o, std::vector<Target>& out, std:
         out.push_back(t);
     }
     if (out.empty()) {
-        err = "no reader given: use --tcp HOST[:PORT], --serial PATH[@BAUD], --usb or --sim, or set UHF_READER "
-              "(for example UHF_READER=tcp:192.168.1.50:8888)";
+        err =
+            "no reader given: use --tcp HOST[:PORT], --serial PATH[@BAUD], --usb or --sim, or set UHF_READER "
+            "(for example UHF_READER=tcp:192.168.1.50:8888)";
         return kUsage;
     }
     return kOk;
@@ -77,7 +77,8 @@ int Connections::open_one(const Target& given, const ConnectOptions& o, Reader& 
     Target t = given;
     if (t.kind == Target::Sim) {
         // Each virtual reader gets its own seed so several of them hold different tags.
-        auto sim = std::make_unique<uhftools::SimReader>(o.sim_tags, o.sim_rate, o.sim_seed + static_cast<unsigned>(sims_.size()));
+        auto sim = std::make_unique<uhftools::SimReader>(o.sim_tags, o.sim_rate,
+                                                         o.sim_seed + static_cast<unsigned>(sims_.size()));
         if (!sim->start(err)) return kConnection;
         t.host = "127.0.0.1";
         t.port = sim->port();

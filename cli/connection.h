@@ -45,8 +45,7 @@ public:
     // options name none. kUsage with err for bad text or no target at all.
     int targets(const ConnectOptions& o, std::vector<Target>& out, std::string& err) const;
     // Opens every target in order, all or none. kConnection with err.
-    int open(const std::vector<Target>& targets, const ConnectOptions& o, std::vector<Reader>& out,
-             std::string& err);
+    int open(const std::vector<Target>& targets, const ConnectOptions& o, std::vector<Reader>& out, std::string& err);
     // Tag count of the first in-process reader (0 without one).
     size_t sim_tag_count() const;
     void close_all();

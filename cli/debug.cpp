@@ -28,8 +28,8 @@ int run_links(const Session& s) {
         };
         const cJSON* id = cJSON_GetObjectItemCaseSensitive(link, "id");
         const cJSON* port = cJSON_GetObjectItemCaseSensitive(link, "port");
-        std::string addr = str("type") == "NETWORK" ? str("ip") + ":" + std::to_string(port ? port->valueint : 0)
-                                                    : str("serial_port");
+        std::string addr =
+            str("type") == "NETWORK" ? str("ip") + ":" + std::to_string(port ? port->valueint : 0) : str("serial_port");
         std::printf("%-4d %-12s %-28s %s\n", id ? id->valueint : -1, str("type").c_str(), addr.c_str(),
                     cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(link, "connected")) ? "yes" : "no");
     }
@@ -45,7 +45,8 @@ struct RawOptions {
 
 int run_raw(const Session& s, const RawOptions& o) {
     unsigned long code = 0;
-    if (!parse_uint(o.code, 0, 255, code)) return fail(kUsage, "raw " + o.code + ": the code must be 0..255 (0x.. for hex)");
+    if (!parse_uint(o.code, 0, 255, code))
+        return fail(kUsage, "raw " + o.code + ": the code must be 0..255 (0x.. for hex)");
     std::string joined;
     for (const auto& d : o.data) joined += d;
     std::vector<uint8_t> data;

@@ -70,8 +70,12 @@ void add_demo_command(CLI::App& app, Context& ctx) {
         "  uhfctl demo\n"
         "  uhfctl demo --duration 3 --tags 50");
     auto d = std::make_shared<DemoOptions>();
-    cmd->add_option("-d,--duration", d->duration, "Seconds to read")->check(CLI::Validator(check_seconds, "SECONDS"))->capture_default_str();
-    cmd->add_option("--tags", d->tags, "Tags in the virtual field")->check(CLI::Range(1u, 1000u))->capture_default_str();
+    cmd->add_option("-d,--duration", d->duration, "Seconds to read")
+        ->check(CLI::Validator(check_seconds, "SECONDS"))
+        ->capture_default_str();
+    cmd->add_option("--tags", d->tags, "Tags in the virtual field")
+        ->check(CLI::Range(1u, 1000u))
+        ->capture_default_str();
     cmd->add_option("--rate", d->rate, "Reads per second of the virtual reader")
         ->check(CLI::Range(1u, 100000u))
         ->capture_default_str();

@@ -10,9 +10,9 @@ namespace uhfctl {
 namespace {
 
 // Version calls write a count byte, then the text.
-std::string counted_text(const uint8_t* buf, size_t n, size_t cap) { return std::string(
-        reinterpret_cast<const char*>(buf + 1), n < cap ? n : cap); }
-
+std::string counted_text(const uint8_t* buf, size_t n, size_t cap) {
+    return std::string(reinterpret_cast<const char*>(buf + 1), n < cap ? n : cap);
+}
 
 // "A.B.C.D[:PORT]"; the port stays as it was when not given.
 bool parse_address(const std::string& text, uint8_t ip[4], uint8_t port[2], std::string& err) {
@@ -49,44 +49,44 @@ Value address_value(const uint8_t ip[4], const uint8_t port[2], const uint8_t* m
 
 void identity(std::vector<Setting>& out) {
     out.push_back(read_only("hardware", "Hardware version", [](Value& v) {
-                       uint8_t b[16] = {};
-                       if (UHFGetHardwareVersion(b) != 0) return false;
-                       v = text_value(counted_text(b, b[0], sizeof b - 1));
-                       return true;
-                   }));
+        uint8_t b[16] = {};
+        if (UHFGetHardwareVersion(b) != 0) return false;
+        v = text_value(counted_text(b, b[0], sizeof b - 1));
+        return true;
+    }));
     out.push_back(read_only("software", "Firmware version", [](Value& v) {
-                       uint8_t b[16] = {};
-                       // The count includes itself here, unlike the other two version calls.
-                       if (UHFGetSoftwareVersion(b) != 0 || b[0] < 1) return false;
-                       v = text_value(counted_text(b, b[0] - 1u, sizeof b - 1));
-                       return true;
-                   }));
+        uint8_t b[16] = {};
+        // The count includes itself here, unlike the other two version calls.
+        if (UHFGetSoftwareVersion(b) != 0 || b[0] < 1) return false;
+        v = text_value(counted_text(b, b[0] - 1u, sizeof b - 1));
+        return true;
+    }));
     out.push_back(read_only("module", "Module version and name", [](Value& v) {
-                       uint8_t b[256] = {};
-                       if (UHFGetReaderVersion(b) != 0) return false;
-                       v = text_value(counted_text(b, b[0], sizeof b - 1));
-                       return true;
-                   }));
+        uint8_t b[256] = {};
+        if (UHFGetReaderVersion(b) != 0) return false;
+        v = text_value(counted_text(b, b[0], sizeof b - 1));
+        return true;
+    }));
     out.push_back(read_only("device-id", "Device identifier", [](Value& v) {
-                       unsigned int id = 0;
-                       if (UHFGetDeviceID(&id) != 0) return false;
-                       char b[16];
-                       std::snprintf(b, sizeof b, "%08X", id);
-                       v = text_value(b);
-                       return true;
-                   }));
+        unsigned int id = 0;
+        if (UHFGetDeviceID(&id) != 0) return false;
+        char b[16];
+        std::snprintf(b, sizeof b, "%08X", id);
+        v = text_value(b);
+        return true;
+    }));
     out.push_back(read_only("temperature", "Module temperature, whole degrees C", [](Value& v) {
-                       int t = 0;
-                       if (UHFGetTemperature(&t) != 0) return false;
-                       v = number_value(t, std::to_string(t) + " C");
-                       return true;
-                   }));
+        int t = 0;
+        if (UHFGetTemperature(&t) != 0) return false;
+        v = number_value(t, std::to_string(t) + " C");
+        return true;
+    }));
     out.push_back(read_only("voltage", "Supply voltage as the reader reports it", [](Value& v) {
-                       int mv = 0;
-                       if (UHFVerifyVoltage(&mv) != 0) return false;
-                       v = number_value(mv, std::to_string(mv));
-                       return true;
-                   }));
+        int mv = 0;
+        if (UHFVerifyVoltage(&mv) != 0) return false;
+        v = number_value(mv, std::to_string(mv));
+        return true;
+    }));
 }
 
 void io(std::vector<Setting>& out) {
@@ -140,7 +140,7 @@ void network(std::vector<Setting>& out) {
                            return static_cast<int>(kUsage);
                        }
                        return set_status(a.size() == 3 ? UHFSetIp(ip, port, mask, gate)
-                                                   : UHFSetIp(ip, port, nullptr, nullptr));
+                                                       : UHFSetIp(ip, port, nullptr, nullptr));
                    }});
     out.push_back({"dest-ip", "The address the reader sends to", "A.B.C.D[:PORT]",
                    [](Value& v) {

@@ -17,7 +17,8 @@ int run_info(const Session& s) {
         Json obj(cJSON_CreateObject());
         cJSON_AddStringToObject(obj.get(), "reader", r.label.c_str());
         cJSON_AddStringToObject(obj.get(), "library", built);
-        if (s.format == Format::Text) std::printf("%-14s %s\n%-14s built %s\n", "reader", r.label.c_str(), "library", built);
+        if (s.format == Format::Text)
+            std::printf("%-14s %s\n%-14s built %s\n", "reader", r.label.c_str(), "library", built);
         size_t answered = 0, asked = 0;
         for (const Setting& st : all_settings()) {
             if (!st.in_info) continue;

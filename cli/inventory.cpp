@@ -5,8 +5,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -29,7 +29,7 @@ constexpr auto kIdlePoll = std::chrono::milliseconds(5);
 
 // One report taken from the library's queue.
 struct Read {
-    int slot = -1;  // -1: the only reader
+    int slot = -1;             // -1: the only reader
     std::vector<uint8_t> uii;  // PC + EPC
     std::vector<uint8_t> data;
     int rssi = 0;
@@ -286,9 +286,9 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
             break;
         }
         char rest[128];
-        std::snprintf(rest, sizeof rest, "%5llu  %9s %6s %6s  %3d %7.1fs %6.1fs", static_cast<unsigned long long>(t.reads),
-                      dbm(t.rssi_last).c_str(), mean_dbm(t).c_str(), dbm(t.rssi_max).c_str(), t.antenna, t.first,
-                      t.last);
+        std::snprintf(rest, sizeof rest, "%5llu  %9s %6s %6s  %3d %7.1fs %6.1fs",
+                      static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(), mean_dbm(t).c_str(),
+                      dbm(t.rssi_max).c_str(), t.antenna, t.first, t.last);
         line(t.reader, t.epc, t.data, rest);
         shown++;
     }
@@ -441,12 +441,15 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
     auto* cmd = app.add_subcommand("inventory", "Continuous inventory: a live table, or JSON lines / CSV for scripts");
     cmd->footer(
         "Stops after --duration seconds, after --count reads, or on Ctrl-C; the reader is always told to stop.\n"
-        "On a terminal the table is redrawn four times a second; with stdout not a terminal it is printed once at the end.\n"
+        "On a terminal the table is redrawn four times a second; with stdout not a terminal it is printed once at the "
+        "end.\n"
         "With several readers the TID column stays empty: only the report form that names the link is available then,\n"
         "and it does not carry the whole data.\n"
         "A reader that sends nothing for a second is asked whether it is still there; one that does not answer is\n"
-        "reported on stderr and the run ends with exit code 3. With --reconnect it is opened again (after 1 s, doubling\n"
-        "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and {\"event\":\"reconnected\"}\n"
+        "reported on stderr and the run ends with exit code 3. With --reconnect it is opened again (after 1 s, "
+        "doubling\n"
+        "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and "
+        "{\"event\":\"reconnected\"}\n"
         "lines, the other formats with a note on stderr.\n\n"
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
@@ -454,7 +457,8 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "  uhfctl --serial /dev/ttyUSB0 inventory --count 100 --unique --format csv\n"
         "  uhfctl --tcp 192.168.1.50 inventory --once --format json");
     auto o = std::make_shared<InventoryOptions>();
-    cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")->check(CLI::Validator(check_seconds, "SECONDS"));
+    cmd->add_option("-d,--duration", o->duration, "Seconds to run (default: until Ctrl-C)")
+        ->check(CLI::Validator(check_seconds, "SECONDS"));
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");

@@ -29,9 +29,9 @@ const char* kFooter =
 
 // --log names to the library's categories.
 bool enable_logs(const std::string& list, std::string& err) {
-    static const std::pair<const char*, ENUM_LOG> names[] = {
-        {"usb", USB_LOG},       {"function", FUNCTION_LOG}, {"serial", SERIAL_LOG},
-        {"transfer", TRANSFER_LOG}, {"base", BASE_LOG}, {"fifo", TAG_FIFO_LOG}};
+    static const std::pair<const char*, ENUM_LOG> names[] = {{"usb", USB_LOG},       {"function", FUNCTION_LOG},
+                                                             {"serial", SERIAL_LOG}, {"transfer", TRANSFER_LOG},
+                                                             {"base", BASE_LOG},     {"fifo", TAG_FIFO_LOG}};
     std::stringstream in(list);
     std::string item;
     while (std::getline(in, item, ',')) {
@@ -98,8 +98,8 @@ int main(int argc, char** argv) {
         std::string sub = app.get_subcommands().empty() ? "" : app.get_subcommands().front()->get_name();
         std::string what = e.what();
         if (!what.empty()) what[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(what[0])));
-        return fail(kUsage, (sub.empty() ? "" : sub + ": ") + what + " (uhfctl " + (sub.empty() ? "" : sub + " ") +
-                                "--help)");
+        return fail(kUsage,
+                    (sub.empty() ? "" : sub + ": ") + what + " (uhfctl " + (sub.empty() ? "" : sub + " ") + "--help)");
     }
 
     std::string err;

@@ -39,9 +39,9 @@ int run_start(const Session& s, TagSelect t, const LogRun& run) {
     if (!t.resolve(err)) return fail(kUsage, "sensor log start: " + err);
     if (run.min_c > run.max_c) return fail(kUsage, "sensor log start: --min is above --max");
     return s.each([&](const Reader& r) {
-        int rc = UHFStartLogging(t.bank, static_cast<unsigned short>(t.bit_addr), static_cast<unsigned short>(t.bit_len),
-                                 t.mask_data(), run.min_c, run.max_c, static_cast<unsigned short>(run.delay_s),
-                                 static_cast<unsigned short>(run.interval_s));
+        int rc = UHFStartLogging(t.bank, static_cast<unsigned short>(t.bit_addr),
+                                 static_cast<unsigned short>(t.bit_len), t.mask_data(), run.min_c, run.max_c,
+                                 static_cast<unsigned short>(run.delay_s), static_cast<unsigned short>(run.interval_s));
         if (rc != 0) return logging_result(r, "sensor log start", rc);
         std::printf("%slogging: first reading after %u s, then every %u s; limits %.2f .. %.2f C\n", who(s, r).c_str(),
                     run.delay_s, run.interval_s, run.min_c, run.max_c);
@@ -65,8 +65,8 @@ int run_status(const Session& s, TagSelect t) {
     std::string err;
     if (!t.resolve(err)) return fail(kUsage, "sensor log status: " + err);
     return s.each([&](const Reader& r) {
-        int word = UHFCheckOpMode(t.bank, static_cast<unsigned short>(t.bit_addr), static_cast<unsigned short>(t.bit_len),
-                                  t.mask_data());
+        int word = UHFCheckOpMode(t.bank, static_cast<unsigned short>(t.bit_addr),
+                                  static_cast<unsigned short>(t.bit_len), t.mask_data());
         if (word < 0) return reader_failed(r, "sensor log status");
         // What the bits mean belongs to the tag; show the word whole.
         std::printf("%soperating mode word 0x%04X\n", who(s, r).c_str(), static_cast<unsigned>(word));
@@ -80,16 +80,16 @@ int run_read(const Session& s, TagSelect t, const LogRun& run) {
     if (!t.resolve(err)) return fail(kUsage, "sensor log read: " + err);
     return s.each([&](const Reader& r) {
         unsigned next = run.start, wanted = run.count, got = 0;
-        if (s.format == Format::Text) std::printf("%s%6s  %12s  %8s\n", who(s, r).c_str(), "INDEX", "AFTER START", "DEG C");
+        if (s.format == Format::Text)
+            std::printf("%s%6s  %12s  %8s\n", who(s, r).c_str(), "INDEX", "AFTER START", "DEG C");
         while (true) {
             unsigned short total = 0;
             unsigned char returned = 0;
             float temps[255];
             unsigned ask = wanted ? std::min(255u, wanted - got) : 255u;
-            int rc = UHFReadMultiTemp(t.bank, static_cast<unsigned short>(t.bit_addr),
-                                      static_cast<unsigned short>(t.bit_len), t.mask_data(),
-                                      static_cast<unsigned short>(next), static_cast<unsigned char>(ask), &total,
-                                      &returned, temps);
+            int rc = UHFReadMultiTemp(
+                t.bank, static_cast<unsigned short>(t.bit_addr), static_cast<unsigned short>(t.bit_len), t.mask_data(),
+                static_cast<unsigned short>(next), static_cast<unsigned char>(ask), &total, &returned, temps);
             if (rc != 0) return reader_failed(r, "sensor log read");
             for (unsigned i = 0; i < returned; i++) {
                 unsigned index = next + i;
@@ -102,8 +102,8 @@ int run_read(const Session& s, TagSelect t, const LogRun& run) {
                     cJSON_AddNumberToObject(j.get(), "celsius", temps[i]);
                     std::printf("%s\n", json_line(j.get()).c_str());
                 } else {
-                    std::printf("%s%6u  %12s  %8.2f\n", who(s, r).c_str(), index, clock_text(static_cast<double>(after)).c_str(),
-                                temps[i]);
+                    std::printf("%s%6u  %12s  %8.2f\n", who(s, r).c_str(), index,
+                                clock_text(static_cast<double>(after)).c_str(), temps[i]);
                 }
             }
             got += returned;
@@ -184,24 +184,34 @@ int run_temp(const Session& s, const TempOptions& o) {
 void add_sensor_commands(CLI::App& app, Context& ctx) {
     auto* sensor = app.add_subcommand("sensor", "Sensor tags: temperature logging, battery voltage, temperature code");
     sensor->require_subcommand(1);
-    sensor->footer(std::string(kSelectHelp) +
-                   "\nExamples:\n  uhfctl --sim sensor log start --epc E2003412 --delay 0 --interval 60 --min 2 --max 8\n"
-                   "  uhfctl --sim sensor log read --epc E2003412 --interval 60\n"
-                   "  uhfctl --sim sensor voltage --epc E2003412\n"
-                   "  uhfctl --sim sensor temp --epc E2003412 --count 5 --every 2");
+    sensor->footer(
+        std::string(kSelectHelp) +
+        "\nExamples:\n  uhfctl --sim sensor log start --epc E2003412 --delay 0 --interval 60 --min 2 --max 8\n"
+        "  uhfctl --sim sensor log read --epc E2003412 --interval 60\n"
+        "  uhfctl --sim sensor voltage --epc E2003412\n"
+        "  uhfctl --sim sensor temp --epc E2003412 --count 5 --every 2");
     auto* log = sensor->add_subcommand("log", "Logging runs of temperature-logging tags");
     log->require_subcommand(1);
-    log->footer("Examples:\n  uhfctl --sim sensor log start --interval 30\n  uhfctl --sim sensor log read --format json");
+    log->footer(
+        "Examples:\n  uhfctl --sim sensor log start --interval 30\n  uhfctl --sim sensor log read --format json");
 
     auto st = std::make_shared<TagSelect>();
     auto run = std::make_shared<LogRun>();
     auto* start = log->add_subcommand("start", "Start a logging run on the tag");
     start->footer("Example:\n  uhfctl --sim sensor log start --epc E2003412 --interval 60 --min 2 --max 8");
     add_select_options(start, *st, false);
-    start->add_option("--min", run->min_c, "Lower limit, deg C (-128..127.75)")->check(CLI::Range(-128.0, 127.75))->capture_default_str();
-    start->add_option("--max", run->max_c, "Upper limit, deg C (-128..127.75)")->check(CLI::Range(-128.0, 127.75))->capture_default_str();
-    start->add_option("--delay", run->delay_s, "Seconds before the first reading")->check(CLI::Range(0u, 65535u))->capture_default_str();
-    start->add_option("--interval", run->interval_s, "Seconds between readings")->check(CLI::Range(1u, 65535u))->capture_default_str();
+    start->add_option("--min", run->min_c, "Lower limit, deg C (-128..127.75)")
+        ->check(CLI::Range(-128.0, 127.75))
+        ->capture_default_str();
+    start->add_option("--max", run->max_c, "Upper limit, deg C (-128..127.75)")
+        ->check(CLI::Range(-128.0, 127.75))
+        ->capture_default_str();
+    start->add_option("--delay", run->delay_s, "Seconds before the first reading")
+        ->check(CLI::Range(0u, 65535u))
+        ->capture_default_str();
+    start->add_option("--interval", run->interval_s, "Seconds between readings")
+        ->check(CLI::Range(1u, 65535u))
+        ->capture_default_str();
     set_runner(start, ctx, [&ctx, st, run] { return run_start(ctx.session, *st, *run); });
 
     auto pt = std::make_shared<TagSelect>();
@@ -219,8 +229,9 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
     auto rt = std::make_shared<TagSelect>();
     auto rrun = std::make_shared<LogRun>();
     auto* read = log->add_subcommand("read", "Read the logged temperatures, with their time after the start");
-    read->footer("Give the run's --delay and --interval so the times are right.\n\n"
-                 "Example:\n  uhfctl --sim sensor log read --epc E2003412 --interval 60 --format json");
+    read->footer(
+        "Give the run's --delay and --interval so the times are right.\n\n"
+        "Example:\n  uhfctl --sim sensor log read --epc E2003412 --interval 60 --format json");
     add_select_options(read, *rt, false);
     read->add_option("--start", rrun->start, "First reading")->check(CLI::Range(0u, 65535u));
     read->add_option("--count", rrun->count, "Readings (default: all the tag holds)")->check(CLI::Range(1u, 65535u));
@@ -236,13 +247,17 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
 
     auto to = std::make_shared<TempOptions>();
     auto* temp = sensor->add_subcommand("temp", "The temperature code of a sensor tag, with timestamps");
-    temp->footer("The code is the tag's own; its calibration turns it into degrees.\n\n"
-                 "Example:\n  uhfctl --sim sensor temp --epc E2003412 --count 10 --every 1 --format json");
+    temp->footer(
+        "The code is the tag's own; its calibration turns it into degrees.\n\n"
+        "Example:\n  uhfctl --sim sensor temp --epc E2003412 --count 10 --every 1 --format json");
     temp->add_option("--epc", to->epc, "The tag's EPC (hex, up to 16 bytes)")->required();
     temp->add_option("--antenna", to->antenna, "Antenna")->check(CLI::Range(1u, 255u))->capture_default_str();
-    temp->add_option("--power", to->power, "Power for the read, 2 bytes hex in the reader's encoding")->capture_default_str();
+    temp->add_option("--power", to->power, "Power for the read, 2 bytes hex in the reader's encoding")
+        ->capture_default_str();
     temp->add_option("--count", to->count, "Readings to take")->check(CLI::Range(1u, 100000u))->capture_default_str();
-    temp->add_option("--every", to->every, "Seconds between readings")->check(CLI::Range(0.0, 3600.0))->capture_default_str();
+    temp->add_option("--every", to->every, "Seconds between readings")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->capture_default_str();
     set_runner(temp, ctx, [&ctx, to] { return run_temp(ctx.session, *to); }, {"text", "json"});
 }
 

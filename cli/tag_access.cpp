@@ -74,11 +74,11 @@ int run_write(const Session& s, TagSelect t, MemoryArea g) {
     // The plain write's request holds 100 bytes; larger writes go as a block write.
     const bool fits = 14 + (t.bit_len + 7) / 8 + g.data.size() <= 100;
     return s.each([&](const Reader& r) {
-        int rc = fits ? UHFWriteData(t.pwd, t.bank, static_cast<int>(t.bit_addr), static_cast<int>(t.bit_len),
-                                     t.mask_data(), g.bank, static_cast<int>(g.addr), static_cast<uint16_t>(words),
-                                     g.data.data())
-                      : UHFBlockWriteData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr, words,
-                                          g.data.data());
+        int rc =
+            fits ? UHFWriteData(t.pwd, t.bank, static_cast<int>(t.bit_addr), static_cast<int>(t.bit_len), t.mask_data(),
+                                g.bank, static_cast<int>(g.addr), static_cast<uint16_t>(words), g.data.data())
+                 : UHFBlockWriteData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr, words,
+                                     g.data.data());
         if (rc != 0) return refused(r, "write");
         std::printf("%s%swrote %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", words);
         return static_cast<int>(kOk);
@@ -156,7 +156,7 @@ int run_kill(const Session& s, TagSelect t) {
 struct PermalockArgs {
     std::string bank = "user";
     unsigned block_ptr = 0;
-    std::string mask_text;  // lock these blocks
+    std::string mask_text;    // lock these blocks
     unsigned read_range = 0;  // or read this many mask words
 };
 
@@ -184,8 +184,7 @@ int run_permalock(const Session& s, TagSelect t, const PermalockArgs& a) {
     });
 }
 
-CLI::App* tag_command(CLI::App& app, const char* name, const char* help, const std::string& examples,
-                      TagSelect& t) {
+CLI::App* tag_command(CLI::App& app, const char* name, const char* help, const std::string& examples, TagSelect& t) {
     auto* cmd = app.add_subcommand(name, help);
     cmd->footer(std::string(kSelectHelp) + "\nExamples:\n" + examples);
     add_select_options(cmd, t);
@@ -204,9 +203,9 @@ void add_target(CLI::App* cmd, MemoryArea& g, bool with_count, bool with_data) {
 void add_tag_commands(CLI::App& app, Context& ctx) {
     auto rt = std::make_shared<TagSelect>();
     auto rg = std::make_shared<MemoryArea>();
-    auto* read = tag_command(app, "read", "Read words from a tag's memory",
-                             "  uhfctl --sim read tid 0 6\n  uhfctl --tcp 192.168.1.50 read user 0 4 --epc E2003412 -p 12345678\n",
-                             *rt);
+    auto* read = tag_command(
+        app, "read", "Read words from a tag's memory",
+        "  uhfctl --sim read tid 0 6\n  uhfctl --tcp 192.168.1.50 read user 0 4 --epc E2003412 -p 12345678\n", *rt);
     add_target(read, *rg, true, false);
     set_runner(read, ctx, [&ctx, rt, rg] { return run_read(ctx.session, *rt, *rg); }, {"text", "json"});
 
@@ -221,7 +220,8 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
 
     auto et = std::make_shared<TagSelect>();
     auto eg = std::make_shared<MemoryArea>();
-    auto* erase = tag_command(app, "erase", "Erase (zero) words of a tag's memory", "  uhfctl --sim erase user 0 4\n", *et);
+    auto* erase =
+        tag_command(app, "erase", "Erase (zero) words of a tag's memory", "  uhfctl --sim erase user 0 4\n", *et);
     add_target(erase, *eg, true, false);
     set_runner(erase, ctx, [&ctx, et, eg] { return run_erase(ctx.session, *et, *eg); });
 
@@ -231,8 +231,9 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
                              "  uhfctl --sim lock user lock -p 12345678 --epc E2003412\n"
                              "  uhfctl --sim lock access permalock kill permalock -p 12345678\n",
                              *lt);
-    lock->add_option("changes", *largs, "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
-                                        "lock, permalock, permaunlock")
+    lock->add_option("changes", *largs,
+                     "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
+                     "lock, permalock, permaunlock")
         ->required();
     set_runner(lock, ctx, [&ctx, lt, largs] { return run_lock(ctx.session, *lt, *largs); });
 
@@ -247,7 +248,9 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
                               "  uhfctl --sim permalock 0 C000 -p 12345678     blocks 0 and 1 of USER\n"
                               "  uhfctl --sim permalock 0 --read 1\n",
                               *pt);
-    perma->add_option("block", pa->block_ptr, "First block, in units of 16 blocks")->required()->check(CLI::Range(0u, 65535u));
+    perma->add_option("block", pa->block_ptr, "First block, in units of 16 blocks")
+        ->required()
+        ->check(CLI::Range(0u, 65535u));
     perma->add_option("mask", pa->mask_text, "Blocks to lock: 16-bit words, most significant bit first");
     perma->add_option("--read", pa->read_range, "Read the lock bits of this many mask words instead")
         ->check(CLI::Range(1u, 255u));

@@ -67,7 +67,9 @@ void add_select_options(CLI::App* cmd, TagSelect& t, bool with_password) {
     cmd->add_option("--epc", t.epc, "The tag with this EPC (hex)")->group("Tag");
     cmd->add_option("--filter", t.filter, "The tag whose memory matches BANK:BITADDR:BITLEN:HEX")->group("Tag");
     if (with_password)
-        cmd->add_option("-p,--password", t.password, "Access password, 8 hex digits")->capture_default_str()->group("Tag");
+        cmd->add_option("-p,--password", t.password, "Access password, 8 hex digits")
+            ->capture_default_str()
+            ->group("Tag");
 }
 
 const char* const kSelectHelp =

@@ -67,12 +67,13 @@ void pause_ms(unsigned ms) { std::this_thread::sleep_for(std::chrono::millisecon
 
 int upgrade_one(const Reader& r, const UpgradeOptions& o, const std::vector<uint8_t>& image) {
     const std::string before = software_version();
-    std::printf("%s: firmware %s, sending %s (%zu bytes)\n", r.label.c_str(), before.empty() ? "unknown" : before.c_str(),
-                o.file.c_str(), image.size());
+    std::printf("%s: firmware %s, sending %s (%zu bytes)\n", r.label.c_str(),
+                before.empty() ? "unknown" : before.c_str(), o.file.c_str(), image.size());
     std::fflush(stdout);
     // A reader that refused the previous image reports it by refusing the
     // next boot request once.
-    if (UHFJump2Boot(static_cast<unsigned char>(o.target)) != 0 && UHFJump2Boot(static_cast<unsigned char>(o.target)) != 0)
+    if (UHFJump2Boot(static_cast<unsigned char>(o.target)) != 0 &&
+        UHFJump2Boot(static_cast<unsigned char>(o.target)) != 0)
         return reader_failed(r, "upgrade: entering the boot loader");
     pause_ms(o.settle_ms);
     if (UHFStartUpd() != 0) return reader_failed(r, "upgrade: starting the update");
@@ -82,8 +83,9 @@ int upgrade_one(const Reader& r, const UpgradeOptions& o, const std::vector<uint
     progress.update(0, 0);
     for (size_t i = 0; i < blocks; i++) {
         if (stop_requested())
-            return fail(kReaderFailed, "upgrade interrupted after " + std::to_string(i) + " of " + std::to_string(blocks) +
-                                           " blocks: " + r.label + " stays in its boot loader; run the upgrade again");
+            return fail(kReaderFailed, "upgrade interrupted after " + std::to_string(i) + " of " +
+                                           std::to_string(blocks) + " blocks: " + r.label +
+                                           " stays in its boot loader; run the upgrade again");
         size_t off = i * o.block, n = std::min<size_t>(o.block, image.size() - off);
         int rc;
         if (o.block == 64) {

@@ -5,7 +5,10 @@
 namespace uhftools {
 
 Backoff::Backoff(ms first, ms max, double jitter, uint64_t seed)
-    : first_(first), max_(std::max(first, max)), base_(first), jitter_(jitter),
+    : first_(first),
+      max_(std::max(first, max)),
+      base_(first),
+      jitter_(jitter),
       state_(seed ? seed : uint64_t(std::chrono::steady_clock::now().time_since_epoch().count()) | 1) {}
 
 Backoff::ms Backoff::next() {

@@ -12,8 +12,7 @@ class Backoff {
 public:
     using ms = std::chrono::milliseconds;
 
-    explicit Backoff(ms first = ms(1000), ms max = ms(30000), double jitter = 0.2,
-                     uint64_t seed = 0);
+    explicit Backoff(ms first = ms(1000), ms max = ms(30000), double jitter = 0.2, uint64_t seed = 0);
 
     // The delay before the next attempt; each call doubles the base up to max.
     ms next();

@@ -54,12 +54,9 @@ bool resolve_ipv4(const std::string& host, std::string& dotted) {
 
 std::string no_reply(const Target& t) {
     switch (t.kind) {
-    case Target::Serial:
-        return "no reply from " + t.label() + " within 1.5 s: check the port, baud rate and power";
-    case Target::Usb:
-        return "no reply from the USB reader within 1.5 s: unplug it and plug it in again";
-    default:
-        return "no reply from " + t.label() + " within 1.5 s: check address, port and power";
+        case Target::Serial: return "no reply from " + t.label() + " within 1.5 s: check the port, baud rate and power";
+        case Target::Usb: return "no reply from the USB reader within 1.5 s: unplug it and plug it in again";
+        default: return "no reply from " + t.label() + " within 1.5 s: check address, port and power";
     }
 }
 
@@ -114,10 +111,10 @@ bool reader_answers() {
 
 std::string Target::label() const {
     switch (kind) {
-    case Tcp: return "tcp " + host + ":" + std::to_string(port);
-    case Serial: return "serial " + path + "@" + std::to_string(baud);
-    case Usb: return "usb";
-    case Sim: return "sim " + host + ":" + std::to_string(port);
+        case Tcp: return "tcp " + host + ":" + std::to_string(port);
+        case Serial: return "serial " + path + "@" + std::to_string(baud);
+        case Usb: return "usb";
+        case Sim: return "sim " + host + ":" + std::to_string(port);
     }
     return "?";
 }
@@ -151,7 +148,8 @@ bool parse_serial(const std::string& text, Target& out, std::string& err) {
             for (int b : kBauds) known = known || b == static_cast<int>(v);
         }
         if (!known) {
-            err = "serial " + text + ": the baud rate must be one of 300 600 1200 2400 4800 9600 19200 38400 "
+            err = "serial " + text +
+                  ": the baud rate must be one of 300 600 1200 2400 4800 9600 19200 38400 "
                   "57600 115200 230400";
             return false;
         }
@@ -178,47 +176,49 @@ bool parse_target(const std::string& text, Target& out, std::string& err) {
 
 bool open_target(const Target& t, std::string& err) {
     switch (t.kind) {
-    case Target::Tcp:
-    case Target::Sim: {
-        std::string dotted;
-        if (!resolve_ipv4(t.host, dotted)) {
-            err = t.label() + ": unknown host (give an IPv4 address or a name that resolves to one)";
-            return false;
+        case Target::Tcp:
+        case Target::Sim: {
+            std::string dotted;
+            if (!resolve_ipv4(t.host, dotted)) {
+                err = t.label() + ": unknown host (give an IPv4 address or a name that resolves to one)";
+                return false;
+            }
+            if (!probe_tcp(t, dotted, err)) return false;
+            if (TCPConnect(dotted.c_str(), t.port) != 0) {
+                err = "cannot connect to " + t.label();
+                return false;
+            }
+            // A reader left inventorying by an earlier run would keep streaming.
+            Vexa_Send(kStopInventory, nullptr, 0, LinkGetSelected());
+            break;
         }
-        if (!probe_tcp(t, dotted, err)) return false;
-        if (TCPConnect(dotted.c_str(), t.port) != 0) {
-            err = "cannot connect to " + t.label();
-            return false;
+        case Target::Serial: {
+            int fd = ::open(t.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+            if (fd < 0) {
+                err = "cannot open " + t.label() + ": " + std::strerror(errno);
+                return false;
+            }
+            close(fd);
+            if (ComOpenWithBaud(t.path.c_str(), t.baud) != 0) {
+                err = "cannot set up " + t.label() + " (is it a serial port?)";
+                return false;
+            }
+            break;
         }
-        // A reader left inventorying by an earlier run would keep streaming.
-        Vexa_Send(kStopInventory, nullptr, 0, LinkGetSelected());
-        break;
-    }
-    case Target::Serial: {
-        int fd = ::open(t.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0) {
-            err = "cannot open " + t.label() + ": " + std::strerror(errno);
-            return false;
-        }
-        close(fd);
-        if (ComOpenWithBaud(t.path.c_str(), t.baud) != 0) {
-            err = "cannot set up " + t.label() + " (is it a serial port?)";
-            return false;
-        }
-        break;
-    }
-    case Target::Usb:
-        if (!UsbDeviceLinked()) {
-            err = "no USB reader (HID 2047:0301) is plugged in: check the cable, and the permissions on "
-                  "/dev/hidraw* and /dev/bus/usb";
-            return false;
-        }
-        if (UsbOpen() != 0) {
-            err = "found the USB reader but could not open it: check the permissions on /dev/hidraw*, and that "
-                  "no other program holds it";
-            return false;
-        }
-        break;
+        case Target::Usb:
+            if (!UsbDeviceLinked()) {
+                err =
+                    "no USB reader (HID 2047:0301) is plugged in: check the cable, and the permissions on "
+                    "/dev/hidraw* and /dev/bus/usb";
+                return false;
+            }
+            if (UsbOpen() != 0) {
+                err =
+                    "found the USB reader but could not open it: check the permissions on /dev/hidraw*, and that "
+                    "no other program holds it";
+                return false;
+            }
+            break;
     }
     if (!reader_answers()) {
         err = no_reply(t);

@@ -30,8 +30,9 @@ std::string json_number(double v) {
 }
 
 std::string tag_json(const TagJson& t) {
-    std::string j = "{\"time\":" + json_number(std::round(t.time * 1000) / 1000) + ",\"reader\":" +
-                    json_string(t.reader) + ",\"epc\":" + json_string(t.epc) + ",\"pc\":" + json_string(t.pc);
+    std::string j = "{\"time\":" + json_number(std::round(t.time * 1000) / 1000) +
+                    ",\"reader\":" + json_string(t.reader) + ",\"epc\":" + json_string(t.epc) +
+                    ",\"pc\":" + json_string(t.pc);
     if (!t.data.empty()) j += ",\"data\":" + json_string(t.data);
     return j + ",\"rssi\":" + json_number(t.rssi_tenths / 10.0) + ",\"antenna\":" + std::to_string(t.antenna) + "}";
 }

@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (g_peer < 0) connect_once();
     if (size == 0 || size > 4000) return 0;
     if (send(g_peer, data, size, 0) != static_cast<ssize_t>(size)) return 0;
-    usleep(50);  // loopback delivery
+    usleep(50);                      // loopback delivery
     uhf::set_link_clean(cur_index);  // keep the bytes: they are the reply
     uint8_t out[2048];
     uint16_t len = 0;

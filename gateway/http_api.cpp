@@ -23,8 +23,12 @@ void reply(httplib::Response& res, int status, const json& body) {
 void error(httplib::Response& res, int status, const std::string& what) { reply(res, status, {{"error", what}}); }
 
 json view_json(const ReaderView& v) {
-    json j = {{"name", v.name}, {"uri", v.uri}, {"state", state_name(v.state)}, {"reads", v.reads},
-              {"reads_per_s", std::round(v.reads_per_s * 10) / 10}, {"reconnects", v.reconnects}};
+    json j = {{"name", v.name},
+              {"uri", v.uri},
+              {"state", state_name(v.state)},
+              {"reads", v.reads},
+              {"reads_per_s", std::round(v.reads_per_s * 10) / 10},
+              {"reconnects", v.reconnects}};
     if (!v.error.empty()) j["error"] = v.error;
     return j;
 }
@@ -99,10 +103,16 @@ void HttpApi::routes() {
     srv_->Get("/api/v1/tags", [this](const httplib::Request&, httplib::Response& res) {
         json list = json::array();
         for (const PresentTag& t : presence_.snapshot())
-            list.push_back({{"reader", t.reader}, {"epc", t.epc}, {"antenna", t.antenna}, {"reads", t.reads},
-                            {"rssi_peak", t.rssi_peak / 10.0},
-                            {"rssi_mean", t.reads ? std::round(static_cast<double>(t.rssi_sum) / static_cast<double>(t.reads)) / 10.0 : 0},
-                            {"first_seen", t.first}, {"last_seen", t.last}});
+            list.push_back(
+                {{"reader", t.reader},
+                 {"epc", t.epc},
+                 {"antenna", t.antenna},
+                 {"reads", t.reads},
+                 {"rssi_peak", t.rssi_peak / 10.0},
+                 {"rssi_mean",
+                  t.reads ? std::round(static_cast<double>(t.rssi_sum) / static_cast<double>(t.reads)) / 10.0 : 0},
+                 {"first_seen", t.first},
+                 {"last_seen", t.last}});
         reply(res, 200, list);
     });
     srv_->Get("/api/v1/stream", [this](const httplib::Request&, httplib::Response& res) {
@@ -137,14 +147,16 @@ std::string HttpApi::metrics() const {
         for (const auto& [ant, n] : v.per_antenna)
             m << "uhfd_reads_total{reader=" << label(v.name) << ",antenna=\"" << ant << "\"} " << n << '\n';
     help("uhfd_present_tags", "gauge", "Tags in the field, by reader.");
-    for (const ReaderView& v : readers) m << "uhfd_present_tags{reader=" << label(v.name) << "} " << presence_.count(v.name) << '\n';
+    for (const ReaderView& v : readers)
+        m << "uhfd_present_tags{reader=" << label(v.name) << "} " << presence_.count(v.name) << '\n';
     help("uhfd_link_state", "gauge", "1 for the state each reader's link is in.");
     for (const ReaderView& v : readers)
         for (LinkState s : {LinkState::Connecting, LinkState::Running, LinkState::Stopped, LinkState::Reconnecting})
             m << "uhfd_link_state{reader=" << label(v.name) << ",state=\"" << state_name(s) << "\"} " << (v.state == s)
               << '\n';
     help("uhfd_reconnects_total", "counter", "Links opened again after they were lost.");
-    for (const ReaderView& v : readers) m << "uhfd_reconnects_total{reader=" << label(v.name) << "} " << v.reconnects << '\n';
+    for (const ReaderView& v : readers)
+        m << "uhfd_reconnects_total{reader=" << label(v.name) << "} " << v.reconnects << '\n';
     help("uhfd_presence_evictions_total", "counter", "Tags dropped from tracking to stay within max_tags.");
     m << "uhfd_presence_evictions_total " << presence_.evictions() << '\n';
     if (!mqtt_.empty()) {

@@ -44,13 +44,14 @@ int usage(const std::string& what) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"uhfd - a gateway for UHF RFID reader modules: tag reads and arrive/depart events to MQTT, a REST "
-                 "API with a live stream and a web page, and JSON lines; readers reconnect by themselves.\n\n"
-                 "Examples:\n"
-                 "  uhfd --sim                                   # one virtual reader, web page on http://127.0.0.1:8080\n"
-                 "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
-                 "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
-                 "  uhfd --check-config /etc/uhfd.json\n"};
+    CLI::App app{
+        "uhfd - a gateway for UHF RFID reader modules: tag reads and arrive/depart events to MQTT, a REST "
+        "API with a live stream and a web page, and JSON lines; readers reconnect by themselves.\n\n"
+        "Examples:\n"
+        "  uhfd --sim                                   # one virtual reader, web page on http://127.0.0.1:8080\n"
+        "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
+        "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
+        "  uhfd --check-config /etc/uhfd.json\n"};
     std::string config_file, check_file, http, mqtt, prefix, token, jsonl;
     bool sim = false;
     double depart_after = 0;
@@ -114,8 +115,14 @@ int main(int argc, char** argv) {
     if (!c.jsonl.empty()) {
         lines = c.jsonl == "-" ? stdout : std::fopen(c.jsonl.c_str(), "a");
         if (!lines) return usage("cannot write " + c.jsonl);
-        hub.on_read([lines](const Read& r) { std::fprintf(lines, "%s\n", read_json(r).c_str()); std::fflush(lines); });
-        hub.on_event([lines](const Event& e) { std::fprintf(lines, "%s\n", event_json(e).c_str()); std::fflush(lines); });
+        hub.on_read([lines](const Read& r) {
+            std::fprintf(lines, "%s\n", read_json(r).c_str());
+            std::fflush(lines);
+        });
+        hub.on_event([lines](const Event& e) {
+            std::fprintf(lines, "%s\n", event_json(e).c_str());
+            std::fflush(lines);
+        });
     }
     HttpApi api(c, sup, hub, presence, mqtt_out);
     if (c.http_port != 0 || !http.empty()) {
@@ -128,8 +135,8 @@ int main(int argc, char** argv) {
     int sig = 0;
     sigwait(&stop_signals, &sig);
     std::fprintf(stderr, "uhfd: stopping\n");
-    sup.stop();                                // every inventory stopped, every link closed
-    for (auto& m : mqtt_out) m->stop();        // "offline" on every status topic
+    sup.stop();                          // every inventory stopped, every link closed
+    for (auto& m : mqtt_out) m->stop();  // "offline" on every status topic
     api.stop();
     if (lines && lines != stdout) std::fclose(lines);
     return 0;

@@ -31,7 +31,8 @@ bool MqttOut::start(std::string& err) {
     std::string will = base_ + "status";
     mosquitto_will_set(m_, will.c_str(), 7, "offline", c_.qos, true);
     if (!c_.user.empty()) mosquitto_username_pw_set(m_, c_.user.c_str(), c_.password.c_str());
-    if (!c_.cafile.empty() && mosquitto_tls_set(m_, c_.cafile.c_str(), nullptr, nullptr, nullptr, nullptr) != MOSQ_ERR_SUCCESS) {
+    if (!c_.cafile.empty() &&
+        mosquitto_tls_set(m_, c_.cafile.c_str(), nullptr, nullptr, nullptr, nullptr) != MOSQ_ERR_SUCCESS) {
         err = "mqtt: cannot use " + c_.cafile + " for TLS";
         return false;
     }
@@ -74,7 +75,8 @@ void MqttOut::stop() {
         int mid = 0;
         mosquitto_publish(m_, &mid, (base_ + "status").c_str(), 7, "offline", c_.qos, true);
         // Give the loop thread time to send what is queued before the disconnect.
-        for (int i = 0; i < 50 && mosquitto_want_write(m_); i++) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        for (int i = 0; i < 50 && mosquitto_want_write(m_); i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         mosquitto_disconnect(m_);
     }
     mosquitto_loop_stop(m_, !up);

@@ -20,9 +20,7 @@ constexpr unsigned kSimRate = 300;
 const std::map<std::string, int> kRegionCodes = {{"fcc", 1}, {"etsi", 2}, {"china-920", 3}, {"china-840", 4}};
 const std::map<std::string, int> kModeCodes = {{"epc", 0}, {"epc+tid", 1}, {"epc+tid+user", 2}};
 
-double now_s() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
+double now_s() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 std::string hex(const uint8_t* p, size_t n) {
     static const char d[] = "0123456789ABCDEF";
@@ -47,10 +45,10 @@ bool is_sim(const std::string& uri) { return uri == "sim" || uri.rfind("sim:", 0
 
 const char* state_name(LinkState s) {
     switch (s) {
-    case LinkState::Connecting: return "connecting";
-    case LinkState::Running: return "running";
-    case LinkState::Stopped: return "stopped";
-    case LinkState::Reconnecting: return "reconnecting";
+        case LinkState::Connecting: return "connecting";
+        case LinkState::Running: return "running";
+        case LinkState::Stopped: return "stopped";
+        case LinkState::Reconnecting: return "reconnecting";
     }
     return "?";
 }
@@ -319,8 +317,12 @@ json Supervisor::details(const std::string& name) {
             std::lock_guard<std::mutex> lock(mu_);
             v = r->view;
         }
-        out = {{"name", v.name}, {"uri", v.uri}, {"state", state_name(v.state)}, {"reads", v.reads},
-               {"reconnects", v.reconnects}, {"reads_per_s", std::round(v.reads_per_s * 10) / 10}};
+        out = {{"name", v.name},
+               {"uri", v.uri},
+               {"state", state_name(v.state)},
+               {"reads", v.reads},
+               {"reconnects", v.reconnects},
+               {"reads_per_s", std::round(v.reads_per_s * 10) / 10}};
         if (!v.error.empty()) out["error"] = v.error;
         if (!select(*r)) return "";
         bool running = v.state == LinkState::Running;
@@ -329,7 +331,8 @@ json Supervisor::details(const std::string& name) {
         uint8_t f[14] = {};
         unsigned id = 0;
         json info, settings;
-        if (UHFGetSoftwareVersion(b) == 0 && b[0] >= 1) info["software"] = std::string(reinterpret_cast<char*>(b + 1), b[0] - 1u);
+        if (UHFGetSoftwareVersion(b) == 0 && b[0] >= 1)
+            info["software"] = std::string(reinterpret_cast<char*>(b + 1), b[0] - 1u);
         if (UHFGetHardwareVersion(b) == 0) info["hardware"] = std::string(reinterpret_cast<char*>(b + 1), b[0]);
         if (UHFGetDeviceID(&id) == 0) {
             char t[16];

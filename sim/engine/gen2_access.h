@@ -18,43 +18,43 @@ class VirtualReader;
 
 // A failed access is answered 0x00 then one of these (sim/README.md).
 enum class AccessError : uint8_t {
-  MemoryOverrun = 0x03,  // the words lie past the end of the bank
-  MemoryLocked = 0x04,   // a locked or permalocked area or block
-  NoTag = 0x10,          // no tag in the field matches the filter
-  NotSecured = 0x11,     // wrong password, or the command needs the access password
-  BadRequest = 0x12,     // fields missing, left over or out of range
+    MemoryOverrun = 0x03,  // the words lie past the end of the bank
+    MemoryLocked = 0x04,   // a locked or permalocked area or block
+    NoTag = 0x10,          // no tag in the field matches the filter
+    NotSecured = 0x11,     // wrong password, or the command needs the access password
+    BadRequest = 0x12,     // fields missing, left over or out of range
 };
 const char* describe(AccessError e);
 
 // Reads big-endian request fields in order; a read past the end marks the
 // reader bad and yields zeros.
 class FieldReader {
- public:
-  explicit FieldReader(std::span<const uint8_t> d) : d_(d) {}
-  uint8_t u8();
-  uint16_t u16();
-  uint32_t u32();
-  std::span<const uint8_t> bytes(size_t n);
-  bool ok() const { return ok_; }
-  bool at_end() const { return ok_ && at_ == d_.size(); }
+public:
+    explicit FieldReader(std::span<const uint8_t> d) : d_(d) {}
+    uint8_t u8();
+    uint16_t u16();
+    uint32_t u32();
+    std::span<const uint8_t> bytes(size_t n);
+    bool ok() const { return ok_; }
+    bool at_end() const { return ok_ && at_ == d_.size(); }
 
- private:
-  std::span<const uint8_t> d_;
-  size_t at_ = 0;
-  bool ok_ = true;
+private:
+    std::span<const uint8_t> d_;
+    size_t at_ = 0;
+    bool ok_ = true;
 };
 
 struct Filter {
-  uint8_t bank = 0;
-  uint16_t bit_addr = 0;
-  uint16_t bit_len = 0;
-  std::span<const uint8_t> mask;  // ceil(bit_len / 8) bytes
+    uint8_t bank = 0;
+    uint16_t bit_addr = 0;
+    uint16_t bit_len = 0;
+    std::span<const uint8_t> mask;  // ceil(bit_len / 8) bytes
 };
 
 // Access password then filter block: the head of every tag-access request.
 struct AccessHead {
-  uint32_t password = 0;
-  Filter filter;
+    uint32_t password = 0;
+    Filter filter;
 };
 AccessHead read_head(FieldReader& f);
 
@@ -76,25 +76,23 @@ uint32_t kill_password(const Tag& t);
 // in both views; the public view shows its own EPC bank, the first TID words
 // and no USER memory.
 struct BankView {
-  std::vector<uint16_t>* words = nullptr;
-  size_t size = 0;  // words that exist in this view
+    std::vector<uint16_t>* words = nullptr;
+    size_t size = 0;  // words that exist in this view
 };
 BankView bank_view(Tag& t, uint8_t bank, bool public_view);
 
 // Checks a read or write of count words at addr; nullopt when allowed. A
 // count of 0 means "to the end of the bank".
-std::optional<AccessError> check_read(Tag& t, uint8_t bank, size_t addr, size_t& count, bool secured,
-                                      bool public_view);
-std::optional<AccessError> check_write(Tag& t, uint8_t bank, size_t addr, size_t count, bool secured,
-                                       bool public_view);
+std::optional<AccessError> check_read(Tag& t, uint8_t bank, size_t addr, size_t& count, bool secured, bool public_view);
+std::optional<AccessError> check_write(Tag& t, uint8_t bank, size_t addr, size_t count, bool secured, bool public_view);
 // Stores words (already checked) and keeps the stored CRC of an EPC bank.
 void write_words(Tag& t, uint8_t bank, size_t addr, std::span<const uint16_t> words, bool public_view);
 
 // A tag selected by a request head and opened with its password.
 struct Opened {
-  Tag* tag = nullptr;
-  bool secured = false;
-  std::optional<AccessError> error;
+    Tag* tag = nullptr;
+    bool secured = false;
+    std::optional<AccessError> error;
 };
 Opened open_tag(VirtualReader& r, const AccessHead& h);
 

@@ -5,41 +5,41 @@
 namespace uhfsim {
 
 static EngineOptions with_ignores(EngineOptions e, const FaultOptions& f) {
-  e.ignored_codes.insert(f.ignore_codes.begin(), f.ignore_codes.end());
-  return e;
+    e.ignored_codes.insert(f.ignore_codes.begin(), f.ignore_codes.end());
+    return e;
 }
 
 Session::Session(const SimOptions& opts)
     : reader_(opts.tags, with_ignores(opts.engine, opts.faults)),
       filter_(opts.faults),
       base_ignored_(opts.engine.ignored_codes) {
-  reader_.set_output([this](const uint8_t* p, size_t n) { filter_.push(p, n, now_); });
+    reader_.set_output([this](const uint8_t* p, size_t n) { filter_.push(p, n, now_); });
 }
 
 void Session::set_faults(const FaultOptions& f) {
-  filter_.set_options(f);
-  auto& ignored = reader_.options().ignored_codes;
-  ignored = base_ignored_;
-  ignored.insert(f.ignore_codes.begin(), f.ignore_codes.end());
+    filter_.set_options(f);
+    auto& ignored = reader_.options().ignored_codes;
+    ignored = base_ignored_;
+    ignored.insert(f.ignore_codes.begin(), f.ignore_codes.end());
 }
 
 void Session::receive(const uint8_t* bytes, size_t len, TimePoint now) {
-  now_ = std::max(now_, now);
-  reader_.feed(bytes, len, now_);
+    now_ = std::max(now_, now);
+    reader_.feed(bytes, len, now_);
 }
 
 void Session::service(TimePoint now, const Write& write, bool engine_may_emit) {
-  now_ = std::max(now_, now);
-  if (engine_may_emit) reader_.pump(now_);
-  filter_.drain(now_, write);
+    now_ = std::max(now_, now);
+    if (engine_may_emit) reader_.pump(now_);
+    filter_.drain(now_, write);
 }
 
 std::optional<TimePoint> Session::next_deadline() const {
-  auto a = reader_.next_deadline();
-  auto b = filter_.next_deadline();
-  if (!a) return b;
-  if (!b) return a;
-  return std::min(*a, *b);
+    auto a = reader_.next_deadline();
+    auto b = filter_.next_deadline();
+    if (!a) return b;
+    if (!b) return a;
+    return std::min(*a, *b);
 }
 
 }  // namespace uhfsim

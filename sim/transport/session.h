@@ -13,40 +13,40 @@
 namespace uhfsim {
 
 struct SimOptions {
-  TagField tags;           // every session starts with its own copy
-  EngineOptions engine;    // rate, inventory settings, delivery, trace
-  FaultOptions faults;
-  std::string host = "127.0.0.1";  // TCP listen address
-  uint16_t port = 0;               // 0 = ephemeral
-  uint32_t baud = 115200;          // pty output pacing: baud / 10 bytes per second
-  uint32_t chunk = 0;              // pty: bytes per write, as a UART hands them over (0: ~5 ms of line)
+    TagField tags;         // every session starts with its own copy
+    EngineOptions engine;  // rate, inventory settings, delivery, trace
+    FaultOptions faults;
+    std::string host = "127.0.0.1";  // TCP listen address
+    uint16_t port = 0;               // 0 = ephemeral
+    uint32_t baud = 115200;          // pty output pacing: baud / 10 bytes per second
+    uint32_t chunk = 0;              // pty: bytes per write, as a UART hands them over (0: ~5 ms of line)
 };
 
 class Session {
- public:
-  using Write = FaultFilter::Write;
+public:
+    using Write = FaultFilter::Write;
 
-  explicit Session(const SimOptions& opts);
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+    explicit Session(const SimOptions& opts);
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
-  void receive(const uint8_t* bytes, size_t len, TimePoint now);
-  // Runs the engine's due work (unless the transport is backed up), then
-  // passes the writes due by `now` to `write`.
-  void service(TimePoint now, const Write& write, bool engine_may_emit = true);
-  std::optional<TimePoint> next_deadline() const;
-  bool closed() const { return filter_.closed(); }
+    void receive(const uint8_t* bytes, size_t len, TimePoint now);
+    // Runs the engine's due work (unless the transport is backed up), then
+    // passes the writes due by `now` to `write`.
+    void service(TimePoint now, const Write& write, bool engine_may_emit = true);
+    std::optional<TimePoint> next_deadline() const;
+    bool closed() const { return filter_.closed(); }
 
-  void set_faults(const FaultOptions& f);
-  VirtualReader& reader() { return reader_; }
-  const VirtualReader& reader() const { return reader_; }
-  FaultFilter& filter() { return filter_; }
+    void set_faults(const FaultOptions& f);
+    VirtualReader& reader() { return reader_; }
+    const VirtualReader& reader() const { return reader_; }
+    FaultFilter& filter() { return filter_; }
 
- private:
-  VirtualReader reader_;
-  FaultFilter filter_;
-  std::set<uint8_t> base_ignored_;  // from the engine options, kept across set_faults
-  TimePoint now_{};
+private:
+    VirtualReader reader_;
+    FaultFilter filter_;
+    std::set<uint8_t> base_ignored_;  // from the engine options, kept across set_faults
+    TimePoint now_{};
 };
 
 }  // namespace uhfsim

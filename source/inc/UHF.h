@@ -14,9 +14,9 @@
 
 #include <stdint.h>
 
+#include "SerialPort.h"
 #include "form_utils.h"
 #include "globe_var.h"
-#include "SerialPort.h"
 #include "terminal.h"
 #include "uhf_export.h"
 
@@ -45,7 +45,8 @@ UHF_API int UHFGetTagData(int* recvlen, uint8_t* tdata);
 UHF_API int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii);
 /* Temperature-tag form: UII length, PC+EPC, 0, the report's last 17 bytes;
  * *uLenUii is the report length plus 2. uUii must hold 96 bytes. */
-/* Behaviour note: reports of 14 to 16 bytes are delivered (the 17 bytes begin in the record's id and mode); under 14: -1. */
+/* Behaviour note: reports of 14 to 16 bytes are delivered (the 17 bytes begin in the record's id and mode); under 14:
+ * -1. */
 UHF_API int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii);
 
 /* Receive-thread plumbing, exported for completeness. */
@@ -79,8 +80,7 @@ UHF_API int UHF_Inventory_Bank(uint8_t* uAccessPwd, uint8_t uBank, uint8_t uPtr,
 /* 0xB0: inLen bytes of pin, waiting wait_recv_ms; the reply data to pout and
  * *outLen. -1 for null pointers or a block too big for a frame (no traffic);
  * -2 (and *outLen = 0) when no reply came. */
-UHF_API int CryptoTransmit(const uint8_t* pin, uint16_t inLen, uint8_t* pout, uint16_t* outLen,
-                           uint16_t wait_recv_ms);
+UHF_API int CryptoTransmit(const uint8_t* pin, uint16_t inLen, uint8_t* pout, uint16_t* outLen, uint16_t wait_recv_ms);
 
 /* ==== Tag memory ======================================================== */
 /*
@@ -100,12 +100,12 @@ UHF_API int UHFWriteData(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufC
                          int uPtr, uint16_t uCnt, uint8_t* uWriteData);
 /* 0x93, 2048-byte request with uCnt words of uDatabuf: reply 01 00. */
 UHF_API int UHFBlockWriteData(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
-                              unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank,
-                              unsigned int uPtr, unsigned int uCnt, unsigned char* uDatabuf);
+                              unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank, unsigned int uPtr,
+                              unsigned int uCnt, unsigned char* uDatabuf);
 /* 0x95, 100-byte request, uCnt words from uPtr: reply 01 00. */
 UHF_API int UHFBlockEraseData(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
-                              unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank,
-                              unsigned int uPtr, unsigned char uCnt);
+                              unsigned int FilterLen, unsigned char* FilterData, unsigned char uBank, unsigned int uPtr,
+                              unsigned char uCnt);
 /* 0x90 (6 s limit), 1024-byte request 01, password, filter, type, address,
  * w_len words: reply 01 01. */
 UHF_API int UHFWriteScreenBlockData(unsigned char* pwd, unsigned char sector, unsigned short mask_addr,
@@ -125,8 +125,7 @@ UHF_API int UHFLockTag(unsigned char* u_accessPwd, unsigned char FilterBank, uns
  * bytes. On 01 00 the reply's 2 x uRange bytes replace uMaskbuf; -1 else. */
 UHF_API int UHFBlockPermalock(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                               unsigned int FilterLen, unsigned char* FilterData, unsigned char ReadLock,
-                              unsigned char uBank, unsigned int uPtr, unsigned char uRange,
-                              unsigned char* uMaskbuf);
+                              unsigned char uBank, unsigned int uPtr, unsigned char uRange, unsigned char* uMaskbuf);
 /* 0x06 sub 0x02: password, filter, memory, config, action (low bytes).
  * Only the exact reply 02 01 gives 0. */
 UHF_API int UHFGBTagLock(uint8_t* uAccessPwd, uint8_t FilterBank, uint16_t FilterStartaddr, uint16_t FilterLen,
@@ -140,10 +139,9 @@ UHF_API int UHFAuthenticate(unsigned long password, unsigned char bank, unsigned
                             unsigned short* recvLen, unsigned char* recvData);
 /* 0x8E as UHFAuthenticate; hands back the reply after its two status bytes
  * uninterpreted. *recvLen is 0 on failure; -1. */
-UHF_API int UHFAuthenticateCommon(unsigned long password, unsigned char bank, unsigned short addr,
-                                  unsigned char* mData, unsigned short mDataLen, unsigned char keyID,
-                                  unsigned short tLen, unsigned char* tData, unsigned short* recvLen,
-                                  unsigned char* recvData);
+UHF_API int UHFAuthenticateCommon(unsigned long password, unsigned char bank, unsigned short addr, unsigned char* mData,
+                                  unsigned short mDataLen, unsigned char keyID, unsigned short tLen,
+                                  unsigned char* tData, unsigned short* recvLen, unsigned char* recvData);
 /* 0xB0: cmd (2), password, then uBank/ptr/cnt/udat as a filter: status 0x01. */
 UHF_API int UHF_Deactivate(uint16_t cmd, uint8_t* uAccessPwd, uint8_t uBank, int ptr, int cnt, uint8_t* udat);
 /* 0xB2: 00 00 dwell 00 00 count, all big-endian: status 0x01. */
@@ -239,9 +237,8 @@ UHF_API int RmuGetPaStatus(void);
 /* 0x20: the Gen2 block. Lower fields of each byte are masked to their width;
  * Target, StartQ, MaxQ and Sel lose their excess high bits off the byte. */
 UHF_API int UHFSetGen2(unsigned char Target, unsigned char Action, unsigned char T, unsigned char Q,
-                       unsigned char StartQ, unsigned char MinQ, unsigned char MaxQ, unsigned char D,
-                       unsigned char C, unsigned char P, unsigned char Sel, unsigned char Session,
-                       unsigned char G, unsigned char LF);
+                       unsigned char StartQ, unsigned char MinQ, unsigned char MaxQ, unsigned char D, unsigned char C,
+                       unsigned char P, unsigned char Sel, unsigned char Session, unsigned char G, unsigned char LF);
 /* 0x22: the Gen2 block unpacked; the reply has no status byte. */
 UHF_API int UHFGetGen2(unsigned char* Target, unsigned char* Action, unsigned char* T, unsigned char* Q,
                        unsigned char* StartQ, unsigned char* MinQ, unsigned char* MaxQ, unsigned char* D,
@@ -281,8 +278,8 @@ UHF_API int UHFGetWorkMode(unsigned char* mode);
 UHF_API int UHFSetWorkModePara(unsigned char* para);
 UHF_API int UHFGetWorkModePara(unsigned char* para);
 /* 0x3C: five work-time bytes. 0x3E reads four into DByte and returns 4. */
-UHF_API int UHFSetWorkTime(unsigned char DByte4, unsigned char DByte3, unsigned char DByte2,
-                           unsigned char DByte1, unsigned char DByte0);
+UHF_API int UHFSetWorkTime(unsigned char DByte4, unsigned char DByte3, unsigned char DByte2, unsigned char DByte1,
+                           unsigned char DByte0);
 UHF_API int UHFGetWorkTime(unsigned char* DByte);
 /* 0x06: air protocol type (low byte of type). */
 UHF_API int UHFSetProtocolType(int type);
@@ -368,8 +365,7 @@ UHF_API int UHFGetQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsig
  * the reply's word count, kept to 8 bits; that many bytes to uReadDatabuf. */
 UHF_API int UHFReadQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                       unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData, unsigned char uBank,
-                      unsigned int uPtr, unsigned char uCnt, unsigned char* uReadDatabuf,
-                      unsigned char* uReadDataLen);
+                      unsigned int uPtr, unsigned char uCnt, unsigned char* uReadDatabuf, unsigned char* uReadDataLen);
 /* 0x9D: as UHFReadQT, then uCnt words of uDatabuf. */
 UHF_API int UHFWriteQT(unsigned char* u_accessPwd, unsigned char FilterBank, unsigned int FilterStartaddr,
                        unsigned int FilterLen, unsigned char* FilterData, unsigned char QTData, unsigned char uBank,
@@ -388,8 +384,8 @@ UHF_API int UHF_ReadQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t
 UHF_API int UHF_ReadQTDataSingle(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uReadData,
                                  uint8_t* uUii, uint8_t* uLenUii);
 /* 0x9B with the caller's filter: 00, bank, uPtr (2), 00, uCnt. */
-UHF_API int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData,
-                              uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uReadData);
+UHF_API int UHF_ReadQTData_Ex(uint8_t* uAccessPwd, uint8_t ufBank, int ufPtr, int ufCnt, uint8_t* ufData, uint8_t uBank,
+                              int uPtr, uint8_t uCnt, uint8_t* uReadData);
 /* 0x86 (the plain write code), as UHF_ReadQTData then uCnt words. */
 UHF_API int UHF_WriteQTData(uint8_t* uAccessPwd, uint8_t uBank, int uPtr, uint8_t uCnt, uint8_t* uUii,
                             uint8_t* uWriteData);
@@ -462,18 +458,18 @@ UHF_API int UHFDwell(unsigned int dwell, unsigned int count);
  * returned words to data (at most 96 bytes) and return the byte count
  * (0 is valid), or -1 with data untouched. */
 UHF_API int UHFGetSensorCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
-                             unsigned char* data);                                  /* 0x7C/01 */
+                             unsigned char* data); /* 0x7C/01 */
 UHF_API int UHFGetCalibrationData(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
-                                  unsigned char* data);                             /* 0x7C/02 */
+                                  unsigned char* data); /* 0x7C/02 */
 /* 0x7C with mode as the sub-command. */
 UHF_API int UHFGetCalibrationDataEX(unsigned char mode, unsigned char* epc, unsigned char antNum,
                                     unsigned char* powerValue, unsigned char* data);
 UHF_API int UHFGetOnChipRSSI(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
-                             unsigned char* data);                                  /* 0x7C/03 */
+                             unsigned char* data); /* 0x7C/03 */
 UHF_API int UHFGetTempertureCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
-                                 unsigned char* data);                              /* 0x7C/04 */
+                                 unsigned char* data); /* 0x7C/04 */
 UHF_API int UHFGetOnChipRSSIAndTempCode(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
-                                        unsigned char* data);                       /* 0x7C/05 */
+                                        unsigned char* data); /* 0x7C/05 */
 /* 0x7C/06: write 8 bytes of calibration data. 0 or -1. */
 UHF_API int UHFWriteCalibrationData(unsigned char* epc, unsigned char antNum, unsigned char* powerValue,
                                     unsigned char* data);
@@ -524,8 +520,7 @@ UHF_API int Requset_ReadPart(uint8_t speed, uint8_t des, uint8_t flag, uint8_t p
 /* Partition write (type 11): TID (8), partnum, startaddr, datalen words
  * (at most 26). 0 on any type-11 reply; -1. */
 /* Behaviour note: more data than the 64-byte request holds: -1, nothing sent. */
-UHF_API int Request_WritePart(uint8_t* TID, uint8_t partnum, uint8_t startaddr, uint8_t datalen,
-                              uint8_t* databuf);
+UHF_API int Request_WritePart(uint8_t* TID, uint8_t partnum, uint8_t startaddr, uint8_t datalen, uint8_t* databuf);
 /* Special partition write (type 12) of up to 64 bytes as given. On a type-11
  * reply 0, 1, 2 or 3 from its status bytes; -1. */
 UHF_API int Request_WriteSpecialPart(uint16_t datalen, uint8_t* databuf);

@@ -49,10 +49,7 @@ UHF_API long getClock(void);
 /* ---- Tag record queue -------------------------------------------------- */
 
 /* Stored with each queued tag record. */
-typedef enum {
-    NORMAL_INVENTORY = 1,
-    SENSOR_INVENTORY = 2
-} INVENTORY_MODE;
+typedef enum { NORMAL_INVENTORY = 1, SENSOR_INVENTORY = 2 } INVENTORY_MODE;
 
 #define TAG_BUF_SIZE 262144UL
 #define TAG_BUF_MASK 0x3FFFFUL

@@ -19,12 +19,7 @@ UHF_BEGIN_DECLS
 #define MAX_TERMINALS 20
 
 /* Transport of a link; TYPE_INVALID marks a free slot. */
-typedef enum {
-    TYPE_INVALID = 0,
-    TYPE_SERIAL_PORT = 1,
-    TYPE_NETWORK = 2,
-    TYPE_USB = 3
-} TRANS_TYPE;
+typedef enum { TYPE_INVALID = 0, TYPE_SERIAL_PORT = 1, TYPE_NETWORK = 2, TYPE_USB = 3 } TRANS_TYPE;
 
 /* Result of link creation. Only 0, 1, 5 and 6 are ever returned; a failed
  * TCP connect returns -1. Treat every non-zero value as failure. */
@@ -66,8 +61,8 @@ typedef struct {
 } ST_Terminal;
 
 UHF_API extern ST_Terminal my_terminals[MAX_TERMINALS];
-UHF_API extern int cur_index;      /* selected slot */
-UHF_API extern int terminal_index; /* slot the next link takes */
+UHF_API extern int cur_index;        /* selected slot */
+UHF_API extern int terminal_index;   /* slot the next link takes */
 UHF_API extern uint8_t closeingflag; /* set when the reader confirms a stop */
 
 /* ---- Application API --------------------------------------------------- */
@@ -196,9 +191,10 @@ UHF_API int Vexa_Send(uint8_t cmd, uint8_t* sendbuf, uint8_t sendlen, int tindex
  * frame with code cmd + 1. 0: recvbuf holds the reply data (up to 2040
  * bytes: size recvbuf for that) and *recvlen its length; -1: send failed or
  * nothing answered; -4: only frames with other codes answered. */
-/* Behaviour note: drops stale input first, drops a late reply owed to an earlier call, fails at once on a hung-up peer. */
-UHF_API int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf,
-                         uint16_t* recvlen, uint16_t timeout);
+/* Behaviour note: drops stale input first, drops a late reply owed to an earlier call, fails at once on a hung-up peer.
+ */
+UHF_API int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf, uint16_t* recvlen,
+                         uint16_t timeout);
 /* ExternalSend with a 1500 ms limit. */
 UHF_API int Vexa_SendAndRecv(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf,
                              uint16_t* recvlen);

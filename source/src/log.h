@@ -19,17 +19,17 @@ inline bool log_on(unsigned long bit) { return (print_debug_log & bit) != 0; }
 }  // namespace uhf
 
 // Print through my_printf when the category bit is on.
-#define UHF_LOG(bit, ...)                         \
-    do {                                          \
+#define UHF_LOG(bit, ...)                               \
+    do {                                                \
         if (::uhf::log_on(bit)) my_printf(__VA_ARGS__); \
     } while (0)
 
 // A refused argument: traced under the function category with the calling
 // function and the condition, then -1 with nothing sent.
-#define UHF_REFUSE_IF(cond)                                                                \
-    do {                                                                                   \
-        if (cond) {                                                                        \
-            UHF_LOG(::uhf::kLogFunction, "%s: argument refused (%s)", __func__, #cond);    \
-            return -1;                                                                     \
-        }                                                                                  \
+#define UHF_REFUSE_IF(cond)                                                             \
+    do {                                                                                \
+        if (cond) {                                                                     \
+            UHF_LOG(::uhf::kLogFunction, "%s: argument refused (%s)", __func__, #cond); \
+            return -1;                                                                  \
+        }                                                                               \
     } while (0)

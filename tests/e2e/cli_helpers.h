@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cjson/cJSON.h>
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -70,7 +70,7 @@ inline int exit_code(int status) { return WIFEXITED(status) ? WEXITSTATUS(status
 // Reads both pipes to their end. The kill deadline only guards the suite
 // against a hung child; nothing asserts on time.
 inline Result run_program(const std::string& path, const std::vector<std::string>& args, const Env& env = {},
-                       int kill_after_s = 60) {
+                          int kill_after_s = 60) {
     int out[2], err[2];
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
     ExecArgs exec_args(path, args, env);
@@ -191,8 +191,7 @@ private:
 // uhfctl option that names it.
 class SimProcess {
 public:
-    explicit SimProcess(std::vector<std::string> args, const std::string& prefix = "tcp ")
-        : proc_(UHFSIM_PATH, args) {
+    explicit SimProcess(std::vector<std::string> args, const std::string& prefix = "tcp ") : proc_(UHFSIM_PATH, args) {
         std::string l;
         while (proc_.line(l))
             if (l.rfind(prefix, 0) == 0) {

@@ -75,7 +75,11 @@ std::vector<unsigned> gen2_fields() {
 }
 
 Get ant_work_time(uint8_t ant) {
-    return [ant] { unsigned t = 0; int r = UHFGetANTWorkTime(ant, &t); return one(r, t); };
+    return [ant] {
+        unsigned t = 0;
+        int r = UHFGetANTWorkTime(ant, &t);
+        return one(r, t);
+    };
 }
 
 }  // namespace
@@ -92,7 +96,8 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
         std::vector<unsigned> expect;
     } settings[] = {
         {"power", [] { return UHFSetPower(0, 25); }, bytes(UHFGetPower), {0, 25}},
-        {"antenna power", [] { return UHFSetAntennaPower(0, 2, 2650, 2000); },
+        {"antenna power",
+         [] { return UHFSetAntennaPower(0, 2, 2650, 2000); },
          [] {
              uint8_t b[64] = {};
              uint16_t n = 0;
@@ -105,7 +110,8 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
         {"antennas", [&] { return UHFSetANT(0, mask); }, bytes<2>(UHFGetANT), {0, 0x00, 0x05}},
         {"antenna work time", [] { return UHFSetANTWorkTime(2, 0, 500); }, ant_work_time(2), {0, 500}},
         {"region", [] { return UHFSetRegion(0, 3); }, bytes(UHFGetRegion), {0, 3}},
-        {"hopping table", [&] { return UHFSetJumpFrequency(2, freqs); },
+        {"hopping table",
+         [&] { return UHFSetJumpFrequency(2, freqs); },
          [] {
              unsigned b[256] = {};
              int r = UHFGetJumpFrequency(b);
@@ -114,22 +120,28 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
          {0, 2, 920125, 924875}},
         {"RF link", [] { return UHFSetRFLink(0, 2); }, bytes(UHFGetRFLink), {0, 2}},
         {"RF link preset 1", [] { return UHF_Set_RFLink(1); }, bytes(UHF_Get_RFLink), {0, 1}},
-        {"RF link preset 3 brings its Gen2 block", [] { return UHF_Set_RFLink(3); }, gen2_fields,
+        {"RF link preset 3 brings its Gen2 block",
+         [] { return UHF_Set_RFLink(3); },
+         gen2_fields,
          {0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3}},
         {"CW", [] { return UHFSetCW(1); }, bytes(UHFGetCW), {0, 1}},
-        {"parameter", [&] { return UHF_Set_Param(2, id, value); },
+        {"parameter",
+         [&] { return UHF_Set_Param(2, id, value); },
          [&] {
              uint8_t v[4] = {};
              int r = UHF_Get_Param(2, id, v);
              return std::vector<unsigned>{unsigned(r), v[0], v[1], v[2], v[3]};
          },
          {0, 0xDE, 0xAD, 0xBE, 0xEF}},
-        {"Gen2", [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); }, gen2_fields,
+        {"Gen2",
+         [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); },
+         gen2_fields,
          {0, 5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}},
         {"FastID", [] { return UHFSetFastID(1); }, bytes(UHFGetFastID), {0, 1}},
         {"FastID only when changed", [] { return R2000_Set_FastID(1); }, bytes(UHFGetFastID), {0, 1}},
         {"TagFocus", [] { return R2000_Set_TagFocus(1); }, bytes(UHFGetTagfocus), {0, 1}},
-        {"EPC+TID+USER mode", [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); },
+        {"EPC+TID+USER mode",
+         [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); },
          [] {
              uint8_t m[3] = {};
              int r = UHFGetEPCTIDUSERMode(0, 0, m);
@@ -139,7 +151,9 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
         {"EPC+TID mode", [] { return UHF_OPENMODE(); }, bytes(UHFGetEPCTIDMode), {0, 1}},
         {"dual/single", [] { return UHFSetDualSingelMode(0, 1); }, bytes(UHFGetDualSingelMode), {0, 1}},
         {"work mode", [] { return UHFSetWorkMode(2); }, bytes(UHFGetWorkMode), {0, 2}},
-        {"work mode parameters", [&] { return UHFSetWorkModePara(para); }, bytes<6>(UHFGetWorkModePara),
+        {"work mode parameters",
+         [&] { return UHFSetWorkModePara(para); },
+         bytes<6>(UHFGetWorkModePara),
          {0, 6, 5, 4, 3, 2, 1}},
         {"work time", [] { return UHFSetWorkTime(0, 1, 2, 3, 4); }, bytes<4>(UHFGetWorkTime), {4, 1, 2, 3, 4}},
         {"protocol type", [] { return UHFSetProtocolType(2); }, bytes(UHFGetProtocolType), {0, 2}},
@@ -153,4 +167,3 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
     EXPECT_EQ(Vexa_Protocol_Configuration(7), 0);
     EXPECT_EQ(reader_state().current.protocol_config, 7);
 }
-

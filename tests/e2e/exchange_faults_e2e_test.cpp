@@ -54,7 +54,6 @@ TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
     reset_links();
 }
 
-
 // A reader that always answers after the time limit: its late replies never
 // pass for the answer to a later call.
 TEST(ExchangeFaults, LateRepliesNeverAnswerTheNextCall) {

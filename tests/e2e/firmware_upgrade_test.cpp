@@ -48,4 +48,3 @@ TEST_F(FirmwareE2E, UpgradeIn64ByteBlocksReportsTheNewVersion) {
     ASSERT_EQ(UHFSetSoftReset(), 0);
     EXPECT_EQ(software_version(), "V4.7.12");
 }
-

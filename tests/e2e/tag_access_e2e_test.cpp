@@ -119,4 +119,3 @@ const Bytes kUiiA = Bytes{0x30, 0x00} + kEpcABytes;
 const Bytes kRssiA = {0xFD, 0xDA};  // -55.0 dBm
 
 }  // namespace
-

@@ -36,7 +36,7 @@ struct State {
 
     std::unique_ptr<uhfsim::Session> reader;
     std::deque<uint8_t> stream;  // reader output not yet put in reports
-    size_t frame_left = 0;        // bytes of the current frame still to send
+    size_t frame_left = 0;       // bytes of the current frame still to send
 };
 
 State& state() {
@@ -234,7 +234,8 @@ hid_device* hid_open_path(const char* path) {
     std::lock_guard<std::mutex> lock(s.mu);
     s.count.open++;
     if (s.open_fails || path == nullptr) return nullptr;
-    bool listed = std::any_of(s.devices.begin(), s.devices.end(), [&](const fakehid::Entry& e) { return e.path == path; });
+    bool listed =
+        std::any_of(s.devices.begin(), s.devices.end(), [&](const fakehid::Entry& e) { return e.path == path; });
     if (!listed) return nullptr;
     s.count.devices_live++;
     return new hid_device{s.count.open};

@@ -46,9 +46,9 @@ struct Counters {
 void reset();
 
 void set_devices(std::vector<Entry> list);
-void fail_open(bool on);                // hid_open_path returns null
-void fail_writes(int error);            // hid_write returns error (0: works)
-void unplug(int error = -1);            // every read from now on fails
+void fail_open(bool on);      // hid_open_path returns null
+void fail_writes(int error);  // hid_write returns error (0: works)
+void unplug(int error = -1);  // every read from now on fails
 
 // Input reports come only from this queue, each returned as given.
 void use_script();

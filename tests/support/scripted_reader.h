@@ -39,7 +39,7 @@ public:
     // Close the client connection.
     void hang_up();
 
-    Bytes received() const;             // every byte the client sent
+    Bytes received() const;               // every byte the client sent
     std::vector<Bytes> requests() const;  // the request units, in order
     // Wait until at least n request units arrived (false on time-out).
     bool wait_requests(size_t n, int timeout_ms) const;

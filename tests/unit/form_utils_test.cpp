@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "form_utils.h"
-#include "trans_package.h"
 #include "scripted_reader.h"
+#include "trans_package.h"
 
 using uhftest::package;
 
@@ -127,14 +127,19 @@ TEST_F(DataEvents, SingleReportCells) {
         Call want;
     } cases[] = {
         {"PC+EPC+RSSI+ant", 0x81, tag_report(17), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 14}}},
-        {"one byte more claims a whole TID", 0x81, tag_report(18),
+        {"one byte more claims a whole TID",
+         0x81,
+         tag_report(18),
          {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 15}, {TID, 12, 14}}},
         {"with TID", 0x81, tag_report(29), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 26}, {TID, 12, 14}}},
-        {"with TID and 4 USER bytes", 0x83, tag_report(33),
+        {"with TID and 4 USER bytes",
+         0x83,
+         tag_report(33),
          {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 30}, {TID, 12, 14}, {USER, 4, 26}}},
-        {"2-byte EPC, shortest content", 0x81, {0x08, 0x00, 0xAB, 0xCD, 0xFF},
-         {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 2}}},
-        {"EPC length ignores low PC bits", 0x81, {0x0B, 0x00, 0xAB, 0xCD, 0xFF, 0x9C},
+        {"2-byte EPC, shortest content", 0x81, {0x08, 0x00, 0xAB, 0xCD, 0xFF}, {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 2}}},
+        {"EPC length ignores low PC bits",
+         0x81,
+         {0x0B, 0x00, 0xAB, 0xCD, 0xFF, 0x9C},
          {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 3}}},
     };
     for (const Case& c : cases) {

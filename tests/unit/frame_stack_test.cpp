@@ -31,9 +31,8 @@ TEST(Ebv, BothDirections) {
         uint8_t b0, b1;
         int back;
     } cases[] = {
-        {0, 0x00, 0, 0},     {127, 0x7F, 0, 127}, {128, 0x81, 0x00, 128}, {300, 0x82, 0x2C, 300},
-        {16383, 0xFF, 0x7F, 16383},
-        {16384, 0x80, 0x00, 0},   // high bits lost
+        {0, 0x00, 0, 0},          {127, 0x7F, 0, 127},        {128, 0x81, 0x00, 128},
+        {300, 0x82, 0x2C, 300},   {16383, 0xFF, 0x7F, 16383}, {16384, 0x80, 0x00, 0},  // high bits lost
         {-1, 0xFF, 0, 127 * 128},  // negatives read back as the two-byte form (second byte as left)
     };
     for (const Case& c : cases) {

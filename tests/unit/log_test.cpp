@@ -46,4 +46,3 @@ TEST_F(Log, ClosingMasterKeepsCategoriesAndDropsHighBits) {
     openLog(ENABLE_LOG);
     EXPECT_EQ(print_debug_log, 0x80000008UL);
 }
-

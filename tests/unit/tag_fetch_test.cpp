@@ -10,7 +10,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-const Bytes kUii = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x17, 0x22, 0x11, 0x01, 0x44, 0x55, 0x66, 0x77, 0x88};  // PC + 12-byte EPC
+const Bytes kUii = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x17, 0x22,
+                    0x11, 0x01, 0x44, 0x55, 0x66, 0x77, 0x88};  // PC + 12-byte EPC
 const Bytes kTid = {0xE2, 0x80, 0x11, 0x05, 0x20, 0x00, 0x71, 0x3A, 0x9B, 0x0C, 0x0D, 0x1E};
 const Bytes kRssi = {0xFD, 0x7A};  // -646: -64.6 dBm
 
@@ -79,8 +80,7 @@ TEST_F(Fetch, TagDataItems) {
          Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x07, 11} + Bytes(kTid.begin(), kTid.end() - 1) +
              Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
         {"sensor value", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY,
-         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x0B, 2, 0x01, 0x9A, 0x04, 2} + kRssi +
-             Bytes{0x05, 1, 1}},
+         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x0B, 2, 0x01, 0x9A, 0x04, 2} + kRssi + Bytes{0x05, 1, 1}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -93,8 +93,8 @@ TEST_F(Fetch, TagDataItems) {
 // they then begin in the record's link id and mode bytes. Only a report too
 // short for that (under 14 bytes) is refused.
 TEST_F(Fetch, TempTagLayout) {
-    const Bytes uii8 = {0x20, 0x00, 1, 2, 3, 4, 5, 6, 7, 8};  // PC + 8-byte EPC
-    const Bytes long_report = kUii + Bytes{0xAA, 0xBB} + kRssi + Bytes{2};  // 19 bytes
+    const Bytes uii8 = {0x20, 0x00, 1, 2, 3, 4, 5, 6, 7, 8};                 // PC + 8-byte EPC
+    const Bytes long_report = kUii + Bytes{0xAA, 0xBB} + kRssi + Bytes{2};   // 19 bytes
     const Bytes short_report = uii8 + Bytes{0xAA, 0xBB} + kRssi + Bytes{1};  // 15 bytes
     struct Case {
         Bytes report, uii, tail;

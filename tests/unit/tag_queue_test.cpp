@@ -60,8 +60,7 @@ TEST_F(TagQueue, RecordsComeBackInOrderWithIdAndMode) {
         {SENSOR_INVENTORY, 0x0100, report(252, 4)},
     };
     for (const Item& it : items)
-        ASSERT_EQ(addTagData(it.mode, it.rep.data(), static_cast<uint16_t>(it.rep.size()), it.id),
-                  it.rep.size() + 3);
+        ASSERT_EQ(addTagData(it.mode, it.rep.data(), static_cast<uint16_t>(it.rep.size()), it.id), it.rep.size() + 3);
     for (const Item& it : items) EXPECT_EQ(take(), expected_record(it.id, it.mode, it.rep));
     EXPECT_EQ(take(), Bytes{});
     EXPECT_TRUE(ring_is_zero());
@@ -99,12 +98,20 @@ TEST(TagQueueIsContain, CircularHalfOpenInterval) {
         unsigned long from, end, index;
         unsigned char want;
     } cases[] = {
-        {10, 20, 10, 0}, {10, 20, 11, 1}, {10, 20, 20, 1}, {10, 20, 21, 0},
+        {10, 20, 10, 0},
+        {10, 20, 11, 1},
+        {10, 20, 20, 1},
+        {10, 20, 21, 0},
         // wrapping interval (20, 10]
-        {20, 10, 20, 0}, {20, 10, 21, 1}, {20, 10, 0, 1}, {20, 10, 10, 1}, {20, 10, 11, 0},
+        {20, 10, 20, 0},
+        {20, 10, 21, 1},
+        {20, 10, 0, 1},
+        {20, 10, 10, 1},
+        {20, 10, 11, 0},
         {20, 10, 15, 0},
         // from == end takes the wrapping branch, which covers every index
-        {7, 7, 7, 1}, {7, 7, 200000, 1},
+        {7, 7, 7, 1},
+        {7, 7, 200000, 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "(" << c.from << "," << c.end << "] " << c.index);

@@ -35,8 +35,7 @@ INVENTORY_MODE record_mode(uint32_t k) { return (k & 1) ? SENSOR_INVENTORY : NOR
 bool matches(uint32_t k, const uint8_t* got, uint16_t n) {
     const uint16_t len = report_len(k);
     if (n != len + 3) return false;
-    if (got[0] != (record_id(k) >> 8) || got[1] != (record_id(k) & 0xFF) || got[2] != record_mode(k))
-        return false;
+    if (got[0] != (record_id(k) >> 8) || got[1] != (record_id(k) & 0xFF) || got[2] != record_mode(k)) return false;
     for (uint16_t i = 0; i < len; i++)
         if (got[3 + i] != report_byte(k, i)) return false;
     return true;

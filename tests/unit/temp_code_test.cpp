@@ -14,12 +14,24 @@ TEST(TempCode, EncoderRoundsDownToTheQuarterDegree) {
         float temp;
         uint16_t code;
     } cases[] = {
-        {25.6f, 0x066},   {25.99f, 0x067}, {0.24f, 0x000},  {0.25f, 0x001},  {-0.1f, 0x3FF},
-        {-0.25f, 0x3FF},  {-0.26f, 0x3FE}, {-10.0f, 0x3D8}, {-10.1f, 0x3D7}, {127.75f, 0x1FF},
-        {-128.0f, 0x200}, {128.0f, 0x200},  // wraps into the 8-bit integer field
-        {256.5f, 0x002},  {-129.0f, 0x1FC}, {1.0e9f, 0x000},
+        {25.6f, 0x066},
+        {25.99f, 0x067},
+        {0.24f, 0x000},
+        {0.25f, 0x001},
+        {-0.1f, 0x3FF},
+        {-0.25f, 0x3FF},
+        {-0.26f, 0x3FE},
+        {-10.0f, 0x3D8},
+        {-10.1f, 0x3D7},
+        {127.75f, 0x1FF},
+        {-128.0f, 0x200},
+        {128.0f, 0x200},  // wraps into the 8-bit integer field
+        {256.5f, 0x002},
+        {-129.0f, 0x1FC},
+        {1.0e9f, 0x000},
         // no integer part to take
-        {std::numeric_limits<float>::quiet_NaN(), 0}, {std::numeric_limits<float>::infinity(), 0},
+        {std::numeric_limits<float>::quiet_NaN(), 0},
+        {std::numeric_limits<float>::infinity(), 0},
         {-std::numeric_limits<float>::infinity(), 0},
     };
     for (const Case& c : cases) EXPECT_EQ(temp_to_code10(c.temp), c.code) << c.temp;
@@ -30,9 +42,8 @@ TEST(TempCode, DecoderKeepsTheExtraMinusOneOnNegativeQuarters) {
         uint16_t code;
         float temp;
     } cases[] = {
-        {0x066, 25.5f},  {0x1FF, 127.75f}, {0x3FF, -1.25f},  {0x3FE, -1.5f},
-        {0x3FC, -1.0f},  {0x3D9, -10.75f}, {0x200, -128.0f}, {0x201, -128.75f},
-        {0xFC66, 25.5f},  // bits above the tenth are ignored
+        {0x066, 25.5f},   {0x1FF, 127.75f}, {0x3FF, -1.25f},   {0x3FE, -1.5f},  {0x3FC, -1.0f},
+        {0x3D9, -10.75f}, {0x200, -128.0f}, {0x201, -128.75f}, {0xFC66, 25.5f},  // bits above the tenth are ignored
     };
     for (const Case& c : cases) EXPECT_FLOAT_EQ(code10_to_temp(c.code), c.temp) << std::hex << c.code;
 }

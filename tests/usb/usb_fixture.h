@@ -59,11 +59,13 @@ protected:
     static Bytes next_frame(int ms = 3000) {
         uint8_t buf[4096];
         Bytes got;
-        eventually([&] {
-            int n = usbRecv(buf, sizeof buf);
-            if (n > 0) got.assign(buf, buf + n);
-            return n > 0;
-        }, ms);
+        eventually(
+            [&] {
+                int n = usbRecv(buf, sizeof buf);
+                if (n > 0) got.assign(buf, buf + n);
+                return n > 0;
+            },
+            ms);
         return got;
     }
 };

@@ -67,4 +67,3 @@ TEST_F(UsbOpen_, WrapperFailureLeavesNoLink) {
     EXPECT_STREQ(info, "[]");
     EXPECT_TRUE(fakehid::written().empty());
 }
-

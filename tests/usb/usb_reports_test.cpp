@@ -90,7 +90,9 @@ TEST_F(UsbReports, FramesAreReassembledFromReports) {
         {"two frames in one report: the second is lost", {report_of(a + b)}, a},
         {"junk before the frame", {report_of(Bytes{0x00, 0x33, 0xA5, 0x00} + a)}, a},
         {"bad check byte, then a good frame", {report_of(bad_check), report_of(b)}, b},
-        {"header split at the report edge", {Bytes(62, 0x00) + slice(a, 0, 2), report_of(slice(a, 2, a.size() - 2))}, a},
+        {"header split at the report edge",
+         {Bytes(62, 0x00) + slice(a, 0, 2), report_of(slice(a, 2, a.size() - 2))},
+         a},
     };
     const Bytes sentinel = frame(0x55, {0xEE});
     for (const auto& c : cases) {
@@ -150,4 +152,3 @@ TEST_F(UsbUnplug, AReadErrorEndsTheThreadAndReportsTheDisconnect) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(49));
     EXPECT_EQ(RecvBytes(buf, sizeof buf), 0);
 }
-

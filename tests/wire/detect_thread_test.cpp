@@ -60,4 +60,3 @@ TEST_F(DetectThread, CollectsFramesWithoutCrcAcrossReads) {
     pty.write_master(sentinel);
     EXPECT_EQ(fetch_until(sentinel), (std::vector<Bytes>{stored, sentinel}));
 }
-

@@ -36,4 +36,3 @@ TEST_F(EscapedFrame, ReceiveEndsAtTheFirstQuietPollAfterData) {
     late.join();
     EXPECT_EQ(Bytes(out, out + n), (Bytes{0xAA, 0x02}));
 }
-

@@ -24,7 +24,7 @@ TEST_F(Firmware, JumpToBootTargets) {
         int result;
         uint8_t target;
     } cases[] = {
-        {0, {0x01}, 0, 0xEE}, {1, {0x01}, 0, 0xCC}, {2, {0x01}, 0, 0xBB},
+        {0, {0x01}, 0, 0xEE}, {1, {0x01}, 0, 0xCC},  {2, {0x01}, 0, 0xBB},
         {3, {0x01}, 0, 0xAA}, {3, {0x00}, -1, 0xAA}, {0, {}, -1, 0xEE},
     };
     for (const Case& c : cases) {

@@ -14,8 +14,8 @@ using Fields = std::array<uint8_t, 14>;
 
 auto set_gen2(Fields f) {
     return [=] {
-        return Outcome{UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]),
-                       {}};
+        return Outcome{
+            UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]), {}};
     };
 }
 
@@ -62,7 +62,8 @@ TEST_F(Gen2Commands, Gen2BlockPacking) {
         {"Session", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0}, {0x00, 0x00, 0x00, 0x30}},
         {"LF", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, {0x00, 0x00, 0x00, 0x07}},
         {"low fields over range are masked", {0, 0, 2, 3, 0, 0x1F, 0, 2, 5, 2, 0, 5, 2, 9}, {0x01, 0x0F, 0x02, 0x11}},
-        {"top fields over range lose their high bits", {0x0A, 0, 0, 0, 0x13, 0, 0x1F, 0, 0, 0, 5, 0, 0, 0},
+        {"top fields over range lose their high bits",
+         {0x0A, 0, 0, 0, 0x13, 0, 0x1F, 0, 0, 0, 5, 0, 0, 0},
          {0x40, 0x30, 0xF0, 0x40}},
     };
     std::vector<StepRow> rows;
@@ -74,7 +75,9 @@ TEST_F(Gen2Commands, Gen2BlockPacking) {
 TEST_F(Gen2Commands, GetGen2) {
     const std::vector<unsigned> untouched(14, kUntouched);
     check_steps({
-        {"all ones", get_gen2, {{0x22, {}, answer(0x22, {0xFF, 0xFF, 0xFF, 0xFF, 0x00})}},
+        {"all ones",
+         get_gen2,
+         {{0x22, {}, answer(0x22, {0xFF, 0xFF, 0xFF, 0xFF, 0x00})}},
          {0, values({7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7})}},
     });
 }
@@ -87,38 +90,64 @@ TEST_F(Gen2Commands, FilterEncoding) {
     };
     auto mask_bytes = [&](size_t n) { return Bytes(mask.begin(), mask.begin() + long(n)); };
     check_steps({
-        {"EPC bank skips CRC and PC", filter(0, 1, 2, 4),
-         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
-        {"other banks do not", filter(0, 3, 2, 4),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x10, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
-        {"EPC bank at 30 loses the carry", filter(0, 1, 30, 1),
-         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x10, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
-        {"EPC bank at 32 keeps its own high byte", filter(0, 1, 32, 2),
-         {{0x6E, Bytes{0x00, 0x01, 0x01, 0x20, 0x00, 0x10} + mask_bytes(2), answer(0x6E, {0x01})}}, {0, {}}},
-        {"TID bank, high address", filter(0, 2, 0x120, 1),
-         {{0x6E, Bytes{0x00, 0x02, 0x09, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
-        {"flag is not sent", filter(1, 3, 0, 1),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"EPC bank skips CRC and PC",
+         filter(0, 1, 2, 4),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}},
+         {0, {}}},
+        {"other banks do not",
+         filter(0, 3, 2, 4),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x10, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}},
+         {0, {}}},
+        {"EPC bank at 30 loses the carry",
+         filter(0, 1, 30, 1),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x10, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
+         {0, {}}},
+        {"EPC bank at 32 keeps its own high byte",
+         filter(0, 1, 32, 2),
+         {{0x6E, Bytes{0x00, 0x01, 0x01, 0x20, 0x00, 0x10} + mask_bytes(2), answer(0x6E, {0x01})}},
+         {0, {}}},
+        {"TID bank, high address",
+         filter(0, 2, 0x120, 1),
+         {{0x6E, Bytes{0x00, 0x02, 0x09, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
+         {0, {}}},
+        {"flag is not sent",
+         filter(1, 3, 0, 1),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
+         {0, {}}},
         {"no mask", filter(0, 1, 0, 0), {{0x6E, {0x00, 0x01, 0x00, 0x20, 0x00, 0x00}, answer(0x6E, {0x01})}}, {0, {}}},
-        {"94 mask bytes fit", filter(0, 3, 0, 94),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x02, 0xF0} + mask_bytes(94), answer(0x6E, {0x01})}}, {0, {}}},
+        {"94 mask bytes fit",
+         filter(0, 3, 0, 94),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x02, 0xF0} + mask_bytes(94), answer(0x6E, {0x01})}},
+         {0, {}}},
     });
 }
 
 TEST_F(Gen2Commands, DualSingleAndWorkMode) {
     check_steps({
-        {"parameters get, 8 bytes", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4, 3})}},
+        {"parameters get, 8 bytes",
+         get_work_mode_para,
+         {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4, 3})}},
          {-1, kSevenUntouched}},
     });
 }
 
 TEST_F(Gen2Commands, WorkTimeAndProtocolType) {
     check_steps({
-        {"protocol type: status first", [] { return Outcome{UHFSetProtocolType(2), {}}; },
-         {{0x06, {0x00, 0x02}, answer(0x06, {0x01, 0x01})}}, {-1, {}}},
-        {"protocol type: 3-byte reply", [] { return Outcome{UHFSetProtocolType(2), {}}; },
-         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01, 0x00})}}, {-1, {}}},
-        {"protocol type get, 3-byte reply", [] { return get_byte(UHFGetProtocolType); },
-         {{0x06, {0x01}, answer(0x06, {0x01, 0x05, 0x00})}}, {-1, {kUntouched}}},
+        {"protocol type: status first",
+         [] {
+             return Outcome{UHFSetProtocolType(2), {}};
+         },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x01, 0x01})}},
+         {-1, {}}},
+        {"protocol type: 3-byte reply",
+         [] {
+             return Outcome{UHFSetProtocolType(2), {}};
+         },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01, 0x00})}},
+         {-1, {}}},
+        {"protocol type get, 3-byte reply",
+         [] { return get_byte(UHFGetProtocolType); },
+         {{0x06, {0x01}, answer(0x06, {0x01, 0x05, 0x00})}},
+         {-1, {kUntouched}}},
     });
 }

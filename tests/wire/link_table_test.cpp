@@ -158,4 +158,3 @@ TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
     }
     cJSON_Delete(root);
 }
-

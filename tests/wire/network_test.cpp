@@ -19,10 +19,17 @@ const Bytes kMaskGate = {255, 255, 255, 0, 192, 168, 1, 1};
 
 TEST_F(Network, SetAddresses) {
     check_rows(0xA1, {
-        {"no gateway: short form", [] { return UHFSetIp(ip, port, mask, nullptr); }, Bytes{0x01} + kAddr, {0x01}, 0},
-        {"own address answered with an echo", [] { return UHFSetIp(ip, port, nullptr, nullptr); },
-         Bytes{0x01} + kAddr, {0x02}, -1},
-    });
+                         {"no gateway: short form",
+                          [] { return UHFSetIp(ip, port, mask, nullptr); },
+                          Bytes{0x01} + kAddr,
+                          {0x01},
+                          0},
+                         {"own address answered with an echo",
+                          [] { return UHFSetIp(ip, port, nullptr, nullptr); },
+                          Bytes{0x01} + kAddr,
+                          {0x02},
+                          -1},
+                     });
     EXPECT_EQ(refused([] { return UHFSetIp(nullptr, port, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetIp(ip, nullptr, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetDestIp(nullptr, port); }), -1);
@@ -37,7 +44,7 @@ TEST_F(Network, GetOwnAddress) {
         const char* name;
         Bytes reply;
         int result;
-        Bytes addr;      // ip then port
+        Bytes addr;       // ip then port
         Bytes mask_gate;  // mask then gateway
     } cases[] = {
         {"14 bytes: address and port only", Bytes{0x02} + addr + Bytes(mg.begin(), mg.end() - 1), 0, addr, none},
@@ -55,4 +62,3 @@ TEST_F(Network, GetOwnAddress) {
         EXPECT_EQ(Bytes(out + 14, out + 22), Bytes(8, 0xEE));
     }
 }
-

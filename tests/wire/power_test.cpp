@@ -34,23 +34,26 @@ const std::vector<unsigned> kPowerUntouched = {0xEEEE, 0xEE, 0xEE, 0xEE, 0xEE, 0
 TEST_F(PowerCommands, SetPower) {
     auto set = [](uint8_t save, uint8_t p) { return [=] { return Outcome{UHFSetPower(save, p), {}}; }; };
     check_steps({
-        {"any non-zero save is 0x02", set(9, 1), {{0x10, {0x02, 0x01, 0x00, 0x64, 0x00, 0x64}, answer(0x10, {0x01})}}, {0, {}}},
+        {"any non-zero save is 0x02",
+         set(9, 1),
+         {{0x10, {0x02, 0x01, 0x00, 0x64, 0x00, 0x64}, answer(0x10, {0x01})}},
+         {0, {}}},
         {"0 dBm refused", set(1, 0), {}, {-1, {}}},
         {"31 dBm refused", set(1, 31), {}, {-1, {}}},
     });
 }
 
-TEST_F(PowerCommands, GetPower) {
-    check_steps({
-    });
-}
+TEST_F(PowerCommands, GetPower) { check_steps({}); }
 
 TEST_F(PowerCommands, SetAntennaPower) {
     auto set = [](uint8_t save, uint8_t ant, uint16_t rd, uint16_t wr) {
         return [=] { return Outcome{UHFSetAntennaPower(save, ant, rd, wr), {}}; };
     };
     check_steps({
-        {"save becomes 0x02, no range check", set(3, 200, 0xFFFF, 0), {{0x10, {0x02, 0xC8, 0xFF, 0xFF, 0x00, 0x00}, answer(0x10, {0x01})}}, {0, {}}},
+        {"save becomes 0x02, no range check",
+         set(3, 200, 0xFFFF, 0),
+         {{0x10, {0x02, 0xC8, 0xFF, 0xFF, 0x00, 0x00}, answer(0x10, {0x01})}},
+         {0, {}}},
     });
 }
 
@@ -59,8 +62,10 @@ TEST_F(PowerCommands, GetAntennaPower) {
     one_record.insert(one_record.end(), 9, 0xEE);
     check_steps({
         {"four records", get_antenna_power, {{0x12, {}, answer(0x12, Bytes{0x01} + kFourRecords)}}, {0, kFourDecoded}},
-        {"trailing partial record ignored", get_antenna_power,
-         {{0x12, {}, answer(0x12, Bytes{0x01} + kFourRecords + Bytes{0x05, 0x0B, 0xB8})}}, {0, kFourDecoded}},
+        {"trailing partial record ignored",
+         get_antenna_power,
+         {{0x12, {}, answer(0x12, Bytes{0x01} + kFourRecords + Bytes{0x05, 0x0B, 0xB8})}},
+         {0, kFourDecoded}},
     });
 }
 
@@ -69,7 +74,9 @@ TEST_F(PowerCommands, AntennaWorkTime) {
         return [=] { return Outcome{UHFSetANTWorkTime(ant, save, t), {}}; };
     };
     check_steps({
-        {"flag and antenna share a byte", set(0x0F, 0x1F, 300), {{0x4A, {0xFF, 0x01, 0x2C}, answer(0x4A, {0x01})}}, {0, {}}},
+        {"flag and antenna share a byte",
+         set(0x0F, 0x1F, 300),
+         {{0x4A, {0xFF, 0x01, 0x2C}, answer(0x4A, {0x01})}},
+         {0, {}}},
     });
 }
-

@@ -18,7 +18,10 @@ Bytes single_reply(const Bytes& extra) { return kUii + extra + kRssi + Bytes{0x0
 class SingleInventory : public TagWire {
 protected:
     // Output area filled with a marker, so untouched and overrun bytes show.
-    void clear_out() { memset(out, 0xEE, sizeof out); len = 0xAA; }
+    void clear_out() {
+        memset(out, 0xEE, sizeof out);
+        len = 0xAA;
+    }
     Bytes written(size_t n) const { return Bytes(out, out + n); }
     bool untouched_from(size_t i) const {
         for (size_t k = i; k < sizeof out; k++)
@@ -125,4 +128,3 @@ TEST_F(SingleInventory, BatchFetch) {
         EXPECT_TRUE(untouched_from(c.written.size()));
     }
 }
-

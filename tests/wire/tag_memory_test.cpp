@@ -23,19 +23,29 @@ TEST_F(TagMemory, RequestBytes) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
         expect_requests({
-            {"read", 0x84, {0x01, 0x00, 0x00, 0x00},
+            {"read",
+             0x84,
+             {0x01, 0x00, 0x00, 0x00},
              [&] { return UHFReadData(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0102, 4, out); },
              head + Bytes{0x03, 0x01, 0x02, 0x00, 0x04}},
-            {"write", 0x86, {0x01, 0x00},
+            {"write",
+             0x86,
+             {0x01, 0x00},
              [&] { return UHFWriteData(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0102, 2, data); },
              head + Bytes{0x03, 0x01, 0x02, 0x00, 0x02, 0xA1, 0xA2, 0xB1, 0xB2}},
-            {"block write", 0x93, {0x01, 0x00},
+            {"block write",
+             0x93,
+             {0x01, 0x00},
              [&] { return UHFBlockWriteData(pwd, 1, 0x20, f.bits, mask, 3, 0x0200, 3, data); },
              head + Bytes{0x03, 0x02, 0x00, 0x00, 0x03, 0xA1, 0xA2, 0xB1, 0xB2, 0xC1, 0xC2}},
-            {"block erase", 0x95, {0x01, 0x00},
+            {"block erase",
+             0x95,
+             {0x01, 0x00},
              [&] { return UHFBlockEraseData(pwd, 1, 0x20, f.bits, mask, 3, 0x0010, 8); },
              head + Bytes{0x03, 0x00, 0x10, 0x00, 0x08}},
-            {"screen block write", 0x90, {0x01, 0x01},
+            {"screen block write",
+             0x90,
+             {0x01, 0x01},
              [&] { return UHFWriteScreenBlockData(pwd, 1, 0x20, uint16_t(f.bits), mask, 0x07, 0x0304, 1, data); },
              Bytes{0x01} + head + Bytes{0x07, 0x03, 0x04, 0x00, 0x01, 0xA1, 0xA2}},
         });
@@ -70,14 +80,14 @@ TEST_F(TagMemory, WriteStatusRules) {
         std::function<int()> call;
         int ok_00, ok_03, ok_01, status_only, refused;  // results for replies 01 00, 01 03, 01 01, 01, 00 00
     } cases[] = {
-        {"write: status byte alone", 0x86, [&] { return UHFWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); },
-         0, 0, 0, 0, -1},
+        {"write: status byte alone", 0x86, [&] { return UHFWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, 0, 0, 0,
+         0, -1},
         {"block write: also tag byte 00", 0x93, [&] { return UHFBlockWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); },
          0, -1, -1, -1, -1},
-        {"block erase: also tag byte 00", 0x95, [&] { return UHFBlockEraseData(pwd, 1, 0x20, 0, mask, 3, 0, 1); },
-         0, -1, -1, -1, -1},
-        {"screen: 01 01", 0x90, [&] { return UHFWriteScreenBlockData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); },
-         -1, -1, 0, -1, -1},
+        {"block erase: also tag byte 00", 0x95, [&] { return UHFBlockEraseData(pwd, 1, 0x20, 0, mask, 3, 0, 1); }, 0,
+         -1, -1, -1, -1},
+        {"screen: 01 01", 0x90, [&] { return UHFWriteScreenBlockData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, -1, -1,
+         0, -1, -1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -88,4 +98,3 @@ TEST_F(TagMemory, WriteStatusRules) {
         EXPECT_EQ(run(c.cmd + 1, Bytes{0x00, 0x00}, c.call), c.refused);
     }
 }
-

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "form_utils.h"
-#include "trans_package.h"
 #include "link_helpers.h"
+#include "trans_package.h"
 
 using namespace uhftest;
 
@@ -21,9 +21,12 @@ Bytes wire_frame(const Bytes& pkg) {
     Bytes f{0x7E};
     uint8_t check = 0;
     auto put = [&f](uint8_t b) {
-        if (b == 0x7E) f.insert(f.end(), {0x7D, 0x02});
-        else if (b == 0x7D) f.insert(f.end(), {0x7D, 0x01});
-        else f.push_back(b);
+        if (b == 0x7E)
+            f.insert(f.end(), {0x7D, 0x02});
+        else if (b == 0x7D)
+            f.insert(f.end(), {0x7D, 0x01});
+        else
+            f.push_back(b);
     };
     for (uint8_t b : pkg) {
         check ^= b;
@@ -79,8 +82,7 @@ TEST_F(TransExchange, FailedRepliesAndTheirCodes) {
     } cases[] = {
         {"bad check", bad_check, -3},
         {"bad escape", {0x7E, 0x7D, 0x05, 0x7E}, -3},
-        {"embedded length says 2, one byte present", wire_frame({0x02, 0x00, 0x01, 0x00, 0x02, 0x00, 0x02, 0x55}),
-         -1},
+        {"embedded length says 2, one byte present", wire_frame({0x02, 0x00, 0x01, 0x00, 0x02, 0x00, 0x02, 0x55}), -1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -6,7 +6,6 @@
 #include "uhf/reply.h"
 #include "uhf/request.h"
 
-
 namespace uhf {
 
 // Why an exchange of command cmd failed, under the function category:

@@ -10,13 +10,16 @@ namespace uhf {
 
 class EscapedStream {
 public:
-    static constexpr size_t kReadMax = 500;   // bytes taken per read
-    static constexpr size_t kCarryMax = 50;   // carry-over kept between reads
+    static constexpr size_t kReadMax = 500;  // bytes taken per read
+    static constexpr size_t kCarryMax = 50;  // carry-over kept between reads
 
     // One read's bytes (only the first kReadMax count). crc_mode accepts
     // commands 0x91/0xA6, otherwise 0x11/0x26.
     void feed(const uint8_t* in, size_t n, bool crc_mode);
-    void reset() { carry_len_ = 0; escape_ = false; }
+    void reset() {
+        carry_len_ = 0;
+        escape_ = false;
+    }
 
 private:
     void scan(const uint8_t* buf, size_t total, bool crc_mode);

@@ -23,13 +23,13 @@ inline void gen2_pack(const Gen2Params& g, uint8_t out[4]) {
 
 inline Gen2Params gen2_unpack(const uint8_t in[4]) {
     return Gen2Params{
-        static_cast<uint8_t>(in[0] >> 5),        static_cast<uint8_t>(in[0] >> 2 & 7),
-        static_cast<uint8_t>(in[0] >> 1 & 1),    static_cast<uint8_t>(in[0] & 1),
-        static_cast<uint8_t>(in[1] >> 4),        static_cast<uint8_t>(in[1] & 15),
-        static_cast<uint8_t>(in[2] >> 4),        static_cast<uint8_t>(in[2] >> 3 & 1),
-        static_cast<uint8_t>(in[2] >> 1 & 3),    static_cast<uint8_t>(in[2] & 1),
-        static_cast<uint8_t>(in[3] >> 6),        static_cast<uint8_t>(in[3] >> 4 & 3),
-        static_cast<uint8_t>(in[3] >> 3 & 1),    static_cast<uint8_t>(in[3] & 7),
+        static_cast<uint8_t>(in[0] >> 5),     static_cast<uint8_t>(in[0] >> 2 & 7),
+        static_cast<uint8_t>(in[0] >> 1 & 1), static_cast<uint8_t>(in[0] & 1),
+        static_cast<uint8_t>(in[1] >> 4),     static_cast<uint8_t>(in[1] & 15),
+        static_cast<uint8_t>(in[2] >> 4),     static_cast<uint8_t>(in[2] >> 3 & 1),
+        static_cast<uint8_t>(in[2] >> 1 & 3), static_cast<uint8_t>(in[2] & 1),
+        static_cast<uint8_t>(in[3] >> 6),     static_cast<uint8_t>(in[3] >> 4 & 3),
+        static_cast<uint8_t>(in[3] >> 3 & 1), static_cast<uint8_t>(in[3] & 7),
     };
 }
 
