@@ -13,10 +13,10 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "gateway" / "tests"))
-import conftest  # noqa: E402  the tests' process helpers
-from conftest import Broker, Proc, Uhfd, free_port, wait_for  # noqa: E402
+import uhfd_harness  # noqa: E402  the tests' process helpers
+from uhfd_harness import Broker, Proc, Uhfd, free_port, wait_for  # noqa: E402
 
-BUILD = Path(sys.argv[1] if len(sys.argv) > 1 else conftest.BUILD)
+BUILD = Path(sys.argv[1] if len(sys.argv) > 1 else uhfd_harness.BUILD)
 SECONDS = float(sys.argv[2]) if len(sys.argv) > 2 else 10.0
 TICK = os.sysconf("SC_CLK_TCK")
 

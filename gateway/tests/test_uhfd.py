@@ -4,7 +4,7 @@ import signal
 import subprocess
 import time
 
-from conftest import BUILD, EPCS, Proc, Subscriber, Uhfd, wait_for, write_tags
+from uhfd_harness import BUILD, EPCS, Proc, Subscriber, Uhfd, wait_for, write_tags
 
 
 def gateway(tmp_path, sim, broker=None, **extra):

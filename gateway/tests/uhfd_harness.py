@@ -1,0 +1,110 @@
+"""Real components on free loopback ports: mosquitto, uhfsim and uhfd (used by the tests and bench/)."""
+import json
+import os
+import socket
+import subprocess
+import threading
+import time
+import urllib.request
+from pathlib import Path
+
+import paho.mqtt.client as mqtt
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("UHF_BUILD_DIR", ROOT / "build" / "dev"))
+EPCS = ["E20000000000000000000A01", "E20000000000000000000A02", "E20000000000000000000A03"]
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def wait_for(cond, timeout=10.0, what="condition"):
+    end = time.monotonic() + timeout
+    while time.monotonic() < end:
+        value = cond()
+        if value:
+            return value
+        time.sleep(0.05)
+    raise AssertionError(f"timed out waiting for {what}")
+
+
+def write_tags(path, epcs):
+    path.write_text(json.dumps({"tags": [{"epc": e, "rssi": {"1": -55.0}} for e in epcs]}))
+
+
+class Proc:
+    def __init__(self, args, ready=None):
+        self.p = subprocess.Popen([str(a) for a in args], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.first = self.p.stdout.readline() if ready else ""
+        if ready:
+            assert self.first.startswith(ready), self.first
+
+    def stop(self, sig=15):
+        if self.p.poll() is None:
+            self.p.send_signal(sig)
+        return self.p.wait(15)
+
+
+class Broker:
+    def __init__(self, tmp, port=None):
+        self.port, self.conf = port or free_port(), tmp / "mosquitto.conf"
+        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence false\n")
+        self.start()
+
+    def start(self):
+        self.proc = Proc(["/usr/sbin/mosquitto", "-c", self.conf])
+        wait_for(lambda: socket.socket().connect_ex(("127.0.0.1", self.port)) == 0, what="the broker")
+
+
+class Subscriber:
+    """Every message of every topic, in order of arrival."""
+
+    def __init__(self, port):
+        self.lock, self.messages = threading.Lock(), []
+        self.c = mqtt.Client()
+        self.c.on_message = lambda c, u, m: self._add(m.topic, m.payload.decode())
+        self.c.on_connect = lambda c, u, f, rc: c.subscribe("#", qos=1)
+        self.c.connect("127.0.0.1", port)
+        self.c.loop_start()
+
+    def _add(self, topic, payload):
+        with self.lock:
+            self.messages.append((topic, payload))
+
+    def on(self, topic):
+        with self.lock:
+            return [p for t, p in self.messages if t == topic]
+
+    def epcs(self, topic):
+        return {r["epc"] for p in self.on(topic) for r in json.loads(p)}
+
+
+class Uhfd:
+    def __init__(self, tmp, config, *args):
+        self.port = free_port()
+        config.setdefault("http", {})["port"] = self.port
+        path = tmp / "uhfd.json"
+        path.write_text(json.dumps(config))
+        self.proc = Proc([BUILD / "gateway" / "uhfd", "-c", path, *args])
+        self.url = f"http://127.0.0.1:{self.port}"
+        wait_for(lambda: self.request("GET", "/api/v1/readers", check=False), what="uhfd's HTTP")
+
+    def request(self, method, path, body=None, token=None, check=True):
+        req = urllib.request.Request(self.url + path, method=method, data=body if body is None else body.encode())
+        if token:
+            req.add_header("Authorization", "Bearer " + token)
+        try:
+            with urllib.request.urlopen(req, timeout=20) as r:
+                return r.status, r.read().decode()
+        except urllib.error.HTTPError as e:
+            return e.code, e.read().decode()
+        except OSError:
+            if check:
+                raise
+            return None
+
+    def json(self, path):
+        return json.loads(self.request("GET", path)[1])
