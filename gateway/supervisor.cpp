@@ -41,6 +41,11 @@ std::string name_of(const Map& m, int code) {
 
 bool is_sim(const std::string& uri) { return uri == "sim" || uri.rfind("sim:", 0) == 0; }
 
+// Set by the library's USB receive thread when the reader goes away; only
+// one USB reader can be open at a time.
+std::atomic<bool> g_usb_unplugged{false};
+void usb_unplugged(int) { g_usb_unplugged = true; }
+
 }  // namespace
 
 const char* state_name(LinkState s) {
@@ -174,6 +179,10 @@ void Supervisor::connect(Reader& r, double now) {
     bool ok = (r.target.kind != uhftools::Target::Sim || r.sim) && uhftools::open_target(r.target, err);
     if (ok) {
         r.slot = LinkGetSelected();
+        if (r.target.kind == uhftools::Target::Usb) {
+            g_usb_unplugged = false;
+            SetDisconnectCallback(usb_unplugged);
+        }
         if (!apply_now(r.conf.settings, err))
             err = "settings: " + err;
         else if (r.want_running && UHFInventory() != 0)
@@ -290,6 +299,10 @@ void Supervisor::tick(double now) {
             r.view.reads_per_s = r.rate_mark > 0 ? static_cast<double>(r.rate_count) / (now - r.rate_mark) : 0;
             r.rate_count = 0;
             r.rate_mark = now;
+        }
+        if (r.slot >= 0 && r.target.kind == uhftools::Target::Usb && g_usb_unplugged.exchange(false)) {
+            lose(r, "the USB reader was unplugged", now);
+            continue;
         }
         if (r.slot < 0 || r.view.state != LinkState::Running) continue;
         if (now - r.last_report < kQuietS || now - r.last_probe < kQuietS) continue;
