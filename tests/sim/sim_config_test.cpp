@@ -29,9 +29,6 @@ Bytes fcc_table() {
     return t;
 }
 
-const Bytes kUiiA = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0x00, 0xA1};
-const Bytes kUiiB = {0x30, 0x00, 0xE2, 0x00, 0x00, 0x02, 0, 0, 0, 0, 0, 0, 0x00, 0xB2};
-const Bytes kTidA = {0xE2, 0x80, 0x11, 0x60, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0xA1};
 const Bytes kPowerDefaults = {0x01, 0x01, 0x0B, 0xB8, 0x0B, 0xB8, 0x02, 0x0B, 0xB8, 0x0B, 0xB8,
                               0x03, 0x0B, 0xB8, 0x0B, 0xB8, 0x04, 0x0B, 0xB8, 0x0B, 0xB8};
 
@@ -143,4 +140,21 @@ TEST(SimConfig, RegionLimitsTheHoppingTable) {
                             {0x2D, {0x01}},
                             {0x17, Bytes{2} + freq(866300) + freq(867500)},
                         }));
+}
+
+// What the module cannot do is refused, and the setting stays as it was.
+TEST(SimConfig, RefusesWhatTheModuleCannotDo) {
+    Bench b;
+    const Bytes refused[] = {
+        frame(0x28, {0x00, 0x01, 0x00}),                    // antenna 9 of 4
+        frame(0x28, {0x00, 0x00, 0x00}),                    // no antenna at all
+        frame(0x10, {0x00, 0x01, 0x0D, 0xAC, 0x0B, 0xB8}),  // 35 dBm
+        frame(0x2C, {0x00, 0x00}),                          // region 0
+    };
+    for (const Bytes& set : refused) {
+        auto r = last_replies(b, {set});
+        ASSERT_EQ(r.size(), 1u);
+        EXPECT_EQ(r[0].data, Bytes{0x00}) << testing::PrintToString(set);
+    }
+    EXPECT_EQ(last_replies(b, {frame(0x2A)})[0].data, (Bytes{0x00, 0x01}));
 }
