@@ -29,13 +29,12 @@ TEST_P(CliUsage, ExitsTwoWithMessage) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, CliUsage,
+    // clang-format off
     ::testing::Values(
         UsageRow{"no_subcommand", {}, {}, "subcommand"},
         UsageRow{"unknown_subcommand", {"frobnicate"}, {}, "frobnicate"},
         UsageRow{"bad_format", {"--sim", "inventory", "--format", "xml"}, {}, "xml"},
-        UsageRow{"negative_duration",
-                 {"--sim", "inventory", "--duration", "-1"},
-                 {},
+        UsageRow{"negative_duration", {"--sim", "inventory", "--duration", "-1"}, {},
                  "uhfctl: inventory: --duration: must be more than 0 seconds, not -1 (uhfctl inventory --help)"},
         UsageRow{"missing_argument", {"--sim", "get"}, {}, "uhfctl: get: name is required (uhfctl get --help)"},
         UsageRow{"odd_baud", {"--serial", "/dev/null@1234", "info"}, {}, "baud rate must be one of"},
@@ -45,13 +44,9 @@ INSTANTIATE_TEST_SUITE_P(
         UsageRow{"get_unknown", {"--sim", "get", "colour"}, {}, "get colour: no such setting"},
         UsageRow{"set_read_only", {"--sim", "set", "hardware", "1"}, {}, "set hardware: read-only"},
         UsageRow{"set_bad_ip", {"--sim", "set", "ip", "1.2.3"}, {}, "1.2.3: expected A.B.C.D[:PORT]"},
-        UsageRow{"epc_and_filter",
-                 {"--sim", "read", "tid", "0", "2", "--epc", "E2", "--filter", "tid:0:8:E2"},
-                 {},
+        UsageRow{"epc_and_filter", {"--sim", "read", "tid", "0", "2", "--epc", "E2", "--filter", "tid:0:8:E2"}, {},
                  "give --epc or --filter, not both"},
-        UsageRow{"filter_short_mask",
-                 {"--sim", "read", "tid", "0", "2", "--filter", "tid:0:16:E2"},
-                 {},
+        UsageRow{"filter_short_mask", {"--sim", "read", "tid", "0", "2", "--filter", "tid:0:16:E2"}, {},
                  "--filter takes BANK:BITADDR:BITLEN:HEX"},
         UsageRow{"short_password", {"--sim", "read", "tid", "0", "2", "-p", "1234"}, {}, "8 hex digits"},
         UsageRow{"bad_bank", {"--sim", "read", "flash", "0", "2"}, {}, "flash: the banks are"},
@@ -64,6 +59,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "--sim", "links"},
                  {},
                  "at most 20 readers"}),
+    // clang-format on
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(CliHelpText, ToolHelpListsExitCodesAndTheEnvironmentVariable) {

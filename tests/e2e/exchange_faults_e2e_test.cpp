@@ -23,6 +23,7 @@ uhfsim::FaultOptions with(void (*set)(uhfsim::FaultOptions&)) {
 }  // namespace
 
 TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
+    // clang-format off
     const FaultCase cases[] = {
         {"none", {}, 0, 0},
         {"reply later than the time limit", with([](auto& f) { f.delay_ms = 1700; }), -1, 0},
@@ -34,6 +35,7 @@ TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
         {"request ignored", with([](auto& f) { f.ignore_codes = {0x02}; }), -1, 0},
         {"connection closed after one reply", with([](auto& f) { f.close_after = 1; }), 0, -1},
     };
+    // clang-format on
     for (const FaultCase& c : cases) {
         SCOPED_TRACE(c.name);
         reset_links();

@@ -20,6 +20,7 @@ struct OpenCase {
     const char* path;  // cur_usb_path afterwards
 };
 
+// clang-format off
 const OpenCase kOpenCases[] = {
     {"no device", {}, false, -1, ""},
     {"one reader", {{"1-1:1.0", 1}}, false, 0, "1-1:1.0"},
@@ -29,6 +30,7 @@ const OpenCase kOpenCases[] = {
     {"usage 1 only third of three", {{"1-1:1.0", 6}, {"1-1:1.1", 2}, {"1-1:1.2", 1}}, false, -2, ""},
     {"open refused", {{"1-1:1.0", 1}}, true, -3, "1-1:1.0"},
 };
+// clang-format on
 
 class UsbOpen_ : public UsbTest {};
 

@@ -85,15 +85,15 @@ TEST_F(UsbReports, FramesAreReassembledFromReports) {
         std::vector<Bytes> reports;
         Bytes first;
     };
+    // clang-format off
     const Case cases[] = {
         {"split over three reports", {slice(big, 0, 64), slice(big, 64, 64), report_of(slice(big, 128, 22))}, big},
         {"two frames in one report: the second is lost", {report_of(a + b)}, a},
         {"junk before the frame", {report_of(Bytes{0x00, 0x33, 0xA5, 0x00} + a)}, a},
         {"bad check byte, then a good frame", {report_of(bad_check), report_of(b)}, b},
-        {"header split at the report edge",
-         {Bytes(62, 0x00) + slice(a, 0, 2), report_of(slice(a, 2, a.size() - 2))},
-         a},
+        {"header split at the report edge", {Bytes(62, 0x00) + slice(a, 0, 2), report_of(slice(a, 2, a.size() - 2))}, a},
     };
+    // clang-format on
     const Bytes sentinel = frame(0x55, {0xEE});
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

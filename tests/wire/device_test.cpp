@@ -49,32 +49,22 @@ TEST_F(Device, IdentityAndStatusReplies) {
     auto rv = [] { return version(UHFGetReaderVersion); };
     auto temp = [] { return value<int>(UHFGetTemperature); };
     auto volts = [] { return value<int>(UHFVerifyVoltage); };
+    // clang-format off
     check_steps({
-        {"hardware: one character per part",
-         hw,
-         {{0x00, {}, answer(0x00, {0x01, 0x0C, 0x03})}},
-         {0, shown(Bytes{6} + text("V1.<.3"))}},
-        {"software counts its count byte",
-         sw,
-         {{0x02, {}, answer(0x02, {0x01, 0x0C, 0x03})}},
-         {0, shown(Bytes{8} + text("V1.12.3"))}},
+        {"hardware: one character per part", hw, {{0x00, {}, answer(0x00, {0x01, 0x0C, 0x03})}}, {0, shown(Bytes{6} + text("V1.<.3"))}},
+        {"software counts its count byte", sw, {{0x02, {}, answer(0x02, {0x01, 0x0C, 0x03})}}, {0, shown(Bytes{8} + text("V1.12.3"))}},
         {"software part over 99", sw, {{0x02, {}, answer(0x02, {200, 1, 2})}}, {0, shown(Bytes{8} + text("VD0.1.2"))}},
-        {"reader version with an item",
-         rv,
-         {{0xC8, {}, answer(0xC8, Bytes{2, 1, 5, 0x01, 0x03} + text("ABC"))}},
+        {"reader version with an item", rv, {{0xC8, {}, answer(0xC8, Bytes{2, 1, 5, 0x01, 0x03} + text("ABC"))}},
          {0, shown(Bytes{10} + text("V2.1.5,ABC"))}},
-        {"reader version, second item empty",
-         rv,
-         {{0xC8, {}, answer(0xC8, Bytes{1, 2, 3, 0x01, 0x02} + text("xy") + Bytes{5, 0})}},
+        {"reader version, second item empty", rv, {{0xC8, {}, answer(0xC8, Bytes{1, 2, 3, 0x01, 0x02} + text("xy") + Bytes{5, 0})}},
          {0, shown(Bytes{10} + text("V1.2.3,xy,"))}},
-        {"reader version item cut by the reply",
-         rv,
-         {{0xC8, {}, answer(0xC8, Bytes{1, 2, 3, 0x01, 0x09} + text("ab"))}},
+        {"reader version item cut by the reply", rv, {{0xC8, {}, answer(0xC8, Bytes{1, 2, 3, 0x01, 0x09} + text("ab"))}},
          {0, shown(Bytes{9} + text("V1.2.3,ab"))}},
         {"reader version under 3 bytes", rv, {{0xC8, {}, answer(0xC8, {1, 2})}}, {-1, {kUntouched, kUntouched}}},
         {"temperature -2.00", temp, {{0x34, {}, answer(0x34, {0x01, 0xFF, 0x38})}}, {0, {unsigned(-2)}}},
         {"voltage: second byte not 01", volts, {{0x08, {0x01}, answer(0x08, {0x01, 0x00, 0x0C, 0x80})}}, {-1, {0}}},
     });
+    // clang-format on
 }
 
 TEST_F(Device, ReaderVersionTextStopsAt255Bytes) {
@@ -101,33 +91,18 @@ TEST_F(Device, BeepOutputsAndUserParameters) {
         out.insert(out.end(), p.begin(), p.begin() + 4);
         return Outcome{r, out};
     };
+    // clang-format off
     check_steps({
-        {"upload the largest block",
-         [&] {
-             return Outcome{UHFUploadUserParam(big.data(), 1023), {}};
-         },
-         {{0xF0, Bytes{0x01} + big, answer(0xF0, {0x01, 0x00})}},
-         {0, {}}},
-        {"upload: second byte not 00",
-         [] {
-             uint8_t p = 1;
-             return Outcome{UHFUploadUserParam(&p, 1), {}};
-         },
-         {{0xF0, {0x01, 0x01}, answer(0xF0, {0x01, 0x01})}},
-         {-1, {}}},
-        {"download",
-         download,
-         {{0xF0, {0x02}, answer(0xF0, {0x02, 0x00, 0x11, 0x22, 0x33})}},
-         {0, {3, 0x11, 0x22, 0x33, kUntouched}}},
-        {"download an empty block",
-         download,
-         {{0xF0, {0x02}, answer(0xF0, {0x02, 0x00})}},
-         {0, {0, kUntouched, kUntouched, kUntouched, kUntouched}}},
-        {"download longer than any upload",
-         download,
-         {{0xF0, {0x02}, answer(0xF0, Bytes{0x02, 0x00} + Bytes(1024, 1))}},
+        {"upload the largest block", [&] { return Outcome{UHFUploadUserParam(big.data(), 1023), {}}; },
+         {{0xF0, Bytes{0x01} + big, answer(0xF0, {0x01, 0x00})}}, {0, {}}},
+        {"upload: second byte not 00", [] { uint8_t p = 1; return Outcome{UHFUploadUserParam(&p, 1), {}}; },
+         {{0xF0, {0x01, 0x01}, answer(0xF0, {0x01, 0x01})}}, {-1, {}}},
+        {"download", download, {{0xF0, {0x02}, answer(0xF0, {0x02, 0x00, 0x11, 0x22, 0x33})}}, {0, {3, 0x11, 0x22, 0x33, kUntouched}}},
+        {"download an empty block", download, {{0xF0, {0x02}, answer(0xF0, {0x02, 0x00})}}, {0, {0, kUntouched, kUntouched, kUntouched, kUntouched}}},
+        {"download longer than any upload", download, {{0xF0, {0x02}, answer(0xF0, Bytes{0x02, 0x00} + Bytes(1024, 1))}},
          {-1, {0xBEEF, kUntouched, kUntouched, kUntouched, kUntouched}}},
     });
+    // clang-format on
 }
 
 TEST_F(Device, UserParamWaitsThreeSeconds) {

@@ -74,12 +74,12 @@ TEST_F(Gen2Commands, Gen2BlockPacking) {
 
 TEST_F(Gen2Commands, GetGen2) {
     const std::vector<unsigned> untouched(14, kUntouched);
+    // clang-format off
     check_steps({
-        {"all ones",
-         get_gen2,
-         {{0x22, {}, answer(0x22, {0xFF, 0xFF, 0xFF, 0xFF, 0x00})}},
+        {"all ones", get_gen2, {{0x22, {}, answer(0x22, {0xFF, 0xFF, 0xFF, 0xFF, 0x00})}},
          {0, values({7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7})}},
     });
+    // clang-format on
 }
 
 TEST_F(Gen2Commands, FilterEncoding) {
@@ -89,65 +89,45 @@ TEST_F(Gen2Commands, FilterEncoding) {
         return [=]() mutable { return Outcome{UHFSetFilter(flag, bank, addr, len, mask.data()), {}}; };
     };
     auto mask_bytes = [&](size_t n) { return Bytes(mask.begin(), mask.begin() + long(n)); };
+    // clang-format off
     check_steps({
-        {"EPC bank skips CRC and PC",
-         filter(0, 1, 2, 4),
-         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}},
-         {0, {}}},
-        {"other banks do not",
-         filter(0, 3, 2, 4),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x10, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}},
-         {0, {}}},
-        {"EPC bank at 30 loses the carry",
-         filter(0, 1, 30, 1),
-         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x10, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
-         {0, {}}},
-        {"EPC bank at 32 keeps its own high byte",
-         filter(0, 1, 32, 2),
-         {{0x6E, Bytes{0x00, 0x01, 0x01, 0x20, 0x00, 0x10} + mask_bytes(2), answer(0x6E, {0x01})}},
-         {0, {}}},
-        {"TID bank, high address",
-         filter(0, 2, 0x120, 1),
-         {{0x6E, Bytes{0x00, 0x02, 0x09, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
-         {0, {}}},
-        {"flag is not sent",
-         filter(1, 3, 0, 1),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}},
-         {0, {}}},
+        {"EPC bank skips CRC and PC", filter(0, 1, 2, 4),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x30, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
+        {"other banks do not", filter(0, 3, 2, 4),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x10, 0x00, 0x20} + mask_bytes(4), answer(0x6E, {0x01})}}, {0, {}}},
+        {"EPC bank at 30 loses the carry", filter(0, 1, 30, 1),
+         {{0x6E, Bytes{0x00, 0x01, 0x00, 0x10, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"EPC bank at 32 keeps its own high byte", filter(0, 1, 32, 2),
+         {{0x6E, Bytes{0x00, 0x01, 0x01, 0x20, 0x00, 0x10} + mask_bytes(2), answer(0x6E, {0x01})}}, {0, {}}},
+        {"TID bank, high address", filter(0, 2, 0x120, 1),
+         {{0x6E, Bytes{0x00, 0x02, 0x09, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
+        {"flag is not sent", filter(1, 3, 0, 1),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x08} + mask_bytes(1), answer(0x6E, {0x01})}}, {0, {}}},
         {"no mask", filter(0, 1, 0, 0), {{0x6E, {0x00, 0x01, 0x00, 0x20, 0x00, 0x00}, answer(0x6E, {0x01})}}, {0, {}}},
-        {"94 mask bytes fit",
-         filter(0, 3, 0, 94),
-         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x02, 0xF0} + mask_bytes(94), answer(0x6E, {0x01})}},
-         {0, {}}},
+        {"94 mask bytes fit", filter(0, 3, 0, 94),
+         {{0x6E, Bytes{0x00, 0x03, 0x00, 0x00, 0x02, 0xF0} + mask_bytes(94), answer(0x6E, {0x01})}}, {0, {}}},
     });
+    // clang-format on
 }
 
 TEST_F(Gen2Commands, DualSingleAndWorkMode) {
+    // clang-format off
     check_steps({
-        {"parameters get, 8 bytes",
-         get_work_mode_para,
-         {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4, 3})}},
+        {"parameters get, 8 bytes", get_work_mode_para, {{0xA1, {0x0C}, answer(0xA1, {0x0C, 9, 8, 7, 6, 5, 4, 3})}},
          {-1, kSevenUntouched}},
     });
+    // clang-format on
 }
 
 TEST_F(Gen2Commands, WorkTimeAndProtocolType) {
+    // clang-format off
     check_steps({
-        {"protocol type: status first",
-         [] {
-             return Outcome{UHFSetProtocolType(2), {}};
-         },
-         {{0x06, {0x00, 0x02}, answer(0x06, {0x01, 0x01})}},
-         {-1, {}}},
-        {"protocol type: 3-byte reply",
-         [] {
-             return Outcome{UHFSetProtocolType(2), {}};
-         },
-         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01, 0x00})}},
-         {-1, {}}},
-        {"protocol type get, 3-byte reply",
-         [] { return get_byte(UHFGetProtocolType); },
-         {{0x06, {0x01}, answer(0x06, {0x01, 0x05, 0x00})}},
-         {-1, {kUntouched}}},
+        {"protocol type: status first", [] { return Outcome{UHFSetProtocolType(2), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x01, 0x01})}}, {-1, {}}},
+        {"protocol type: 3-byte reply", [] { return Outcome{UHFSetProtocolType(2), {}}; },
+         {{0x06, {0x00, 0x02}, answer(0x06, {0x00, 0x01, 0x00})}}, {-1, {}}},
+        {"protocol type get, 3-byte reply", [] { return get_byte(UHFGetProtocolType); },
+         {{0x06, {0x01}, answer(0x06, {0x01, 0x05, 0x00})}}, {-1, {kUntouched}}},
     });
+    // clang-format on
 }

@@ -18,18 +18,13 @@ const Bytes kMaskGate = {255, 255, 255, 0, 192, 168, 1, 1};
 }  // namespace
 
 TEST_F(Network, SetAddresses) {
+    // clang-format off
     check_rows(0xA1, {
-                         {"no gateway: short form",
-                          [] { return UHFSetIp(ip, port, mask, nullptr); },
-                          Bytes{0x01} + kAddr,
-                          {0x01},
-                          0},
-                         {"own address answered with an echo",
-                          [] { return UHFSetIp(ip, port, nullptr, nullptr); },
-                          Bytes{0x01} + kAddr,
-                          {0x02},
-                          -1},
-                     });
+        {"no gateway: short form", [] { return UHFSetIp(ip, port, mask, nullptr); }, Bytes{0x01} + kAddr, {0x01}, 0},
+        {"own address answered with an echo", [] { return UHFSetIp(ip, port, nullptr, nullptr); },
+         Bytes{0x01} + kAddr, {0x02}, -1},
+    });
+    // clang-format on
     EXPECT_EQ(refused([] { return UHFSetIp(nullptr, port, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetIp(ip, nullptr, mask, gate); }), -1);
     EXPECT_EQ(refused([] { return UHFSetDestIp(nullptr, port); }), -1);

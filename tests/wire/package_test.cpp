@@ -96,6 +96,7 @@ TEST_F(Package, EachCallsRequestAndResults) {
         uint8_t w[3] = {1, 2, 3};
         return Request_WriteSpecialPart(3, w);
     };
+    // clang-format off
     const std::vector<Row> rows = {
         // The configuration outcomes: accepted, reader's error, another
         // sub-command, wrong length, another type, a plain acknowledgement.
@@ -105,39 +106,24 @@ TEST_F(Package, EachCallsRequestAndResults) {
         {"set clock: three bytes", setrtc, 1, set_rtc, pkg(2, {0x01, 0x00, 0x00}), -2},
         {"set clock: another type", setrtc, 1, set_rtc, pkg(3, {0x01, 0x00}), -1},
         {"set clock: acknowledged", setrtc, 1, set_rtc, kAck, 1},
-        {"set parameter",
-         [&] { return Config_SetPara(0x0102, 3, para); },
-         1,
-         {0x03, 0x01, 0x02, 0xAB, 0xCD, 0xEF},
-         pkg(2, {0x03, 0x00}),
-         0},
-        {"parameter 0 is 12 bytes",
-         [] { return Config_GetPara(0, &len16, out); },
-         1,
-         {0x04, 0x00, 0x00},
-         pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(40, 0x40)),
-         0},
-        {"parameter 0 cut short",
-         [] { return Config_GetPara(0, &len16, out); },
-         1,
-         {0x04, 0x00, 0x00},
-         pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(11, 0x40)),
-         -1},
+        {"set parameter", [&] { return Config_SetPara(0x0102, 3, para); }, 1, {0x03, 0x01, 0x02, 0xAB, 0xCD, 0xEF},
+         pkg(2, {0x03, 0x00}), 0},
+        {"parameter 0 is 12 bytes", [] { return Config_GetPara(0, &len16, out); }, 1, {0x04, 0x00, 0x00},
+         pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(40, 0x40)), 0},
+        {"parameter 0 cut short", [] { return Config_GetPara(0, &len16, out); }, 1, {0x04, 0x00, 0x00},
+         pkg(2, Bytes{0x04, 0x00, 0x00} + Bytes(11, 0x40)), -1},
         {"PSAM slot 1", psam, 6, {0x10, 0x00, 0x84, 0x00, 0x08}, pkg(7, {0x90, 0x00}), 0},
         {"PSAM answered with another type", psam, 6, {0x10, 0x00, 0x84, 0x00, 0x08}, pkg(6, {0x90, 0x00}), -1},
         {"PSAM reply over 16 bytes", psam, 6, {0x10, 0x00, 0x84, 0x00, 0x08}, pkg(7, Bytes(17, 1)), -1},
         {"pass-through takes any type", buf, 6, {0x21, 0x00, 0x84, 0x00, 0x08}, pkg(3, {0xAA, 0xBB}), 0},
-        {"write part: status not acted on",
-         [&] {
-             uint8_t w[8] = {};
-             return Request_WritePart(tid, 3, 0x10, 4, w);
-         },
-         11, Bytes(tid, tid + 8) + Bytes{3, 0x10, 4} + Bytes(8, 0), pkg(11, {0x01, 0x05}), 0},
+        {"write part: status not acted on", [&] { uint8_t w[8] = {}; return Request_WritePart(tid, 3, 0x10, 4, w); }, 11,
+         Bytes(tid, tid + 8) + Bytes{3, 0x10, 4} + Bytes(8, 0), pkg(11, {0x01, 0x05}), 0},
         {"special part: 01 01 is 1", special, 12, {1, 2, 3}, pkg(11, {1, 1}), 1},
         {"special part: 02 02 is 2", special, 12, {1, 2, 3}, pkg(11, {2, 2}), 2},
         {"special part: 02 xx 03 is 3", special, 12, {1, 2, 3}, pkg(11, {2, 5, 3}), 3},
         {"special part: empty reply is 0", special, 12, {1, 2, 3}, pkg(11, {}), 0},
     };
+    // clang-format on
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
         len16 = 0xEEEE;

@@ -39,30 +39,24 @@ TEST_F(Qt, FilterFamilyRequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
+        // clang-format off
         expect_requests({
             {"set", 0x97, {0x01}, [&] { return UHFSetQT(pwd, 1, 0x20, f.bits, mask, 0x40); }, head + Bytes{0x40}},
             {"get", 0x99, {0x01, 0x40}, [&] { return UHFGetQT(pwd, 1, 0x20, f.bits, mask, &qt); }, head},
-            {"read",
-             0x9B,
-             {0x01, 0x00, 0x00, 0x00},
+            {"read", 0x9B, {0x01, 0x00, 0x00, 0x00},
              [&] { return UHFReadQT(pwd, 1, 0x20, f.bits, mask, 0x40, 2, 0x0102, 6, out, &n); },
              head + Bytes{0x40, 0x02, 0x01, 0x02, 0x00, 0x06}},
-            {"write",
-             0x9D,
-             {0x01, 0x00},
+            {"write", 0x9D, {0x01, 0x00},
              [&] { return UHFWriteQT(pwd, 1, 0x20, f.bits, mask, 0x00, 3, 0x0004, 2, data); },
              head + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}},
-            {"read, caller's filter",
-             0x9B,
-             {0x01, 0x00, 0x00, 0x00},
+            {"read, caller's filter", 0x9B, {0x01, 0x00, 0x00, 0x00},
              [&] { return UHF_ReadQTData_Ex(pwd, 1, 0x20, int(f.bits), mask, 2, 0x0102, 6, out); },
              head + Bytes{0x00, 0x02, 0x01, 0x02, 0x00, 0x06}},
-            {"write, caller's filter",
-             0x9D,
-             {0x01},
+            {"write, caller's filter", 0x9D, {0x01},
              [&] { return UHF_WriteQTData_Ex(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0104, 2, data); },
              head + Bytes{0x00, 0x03, 0x01, 0x04, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4}},
         });
+        // clang-format on
     }
 }
 
@@ -121,20 +115,17 @@ TEST_F(Qt, SingleCallsInventoryThenAddressTheTagFound) {
     };
     const Bytes read_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x04, 0x00, 0x01};
     const Bytes write_req = kPwdBytes + kUiiFilter + Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x02, 0xD1, 0xD2, 0xD3, 0xD4};
+    // clang-format off
     check_steps({
-        {"read: 0x9B to the tag found",
-         read_single,
+        {"read: 0x9B to the tag found", read_single,
          {kInventory, {0x9B, read_req, answer(0x9B, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD})}},
          {0, flat({{14}, kUii, {0}, {0xAB, 0xCD}})}},
-        {"read refused: the UII is still handed back",
-         read_single,
-         {kInventory, {0x9B, read_req, answer(0x9B, {0x00})}},
-         {-1, flat({{14}, kUii, {0}, {0, 0}})}},
-        {"write: 0x9D, status byte alone",
-         write_single,
-         {kInventory, {0x9D, write_req, answer(0x9D, {0x01, 0x05})}},
+        {"read refused: the UII is still handed back", read_single,
+         {kInventory, {0x9B, read_req, answer(0x9B, {0x00})}}, {-1, flat({{14}, kUii, {0}, {0, 0}})}},
+        {"write: 0x9D, status byte alone", write_single, {kInventory, {0x9D, write_req, answer(0x9D, {0x01, 0x05})}},
          {0, flat({{14}, kUii, {0}})}},
     });
+    // clang-format on
 }
 
 TEST_F(Qt, QtParaMapsInversely) {
@@ -146,20 +137,16 @@ TEST_F(Qt, QtParaMapsInversely) {
         return Outcome{r, {para}};
     };
     auto get_step = [&](Bytes reply) { return Step{0x99, no_pwd + kUiiFilter, answer(0x99, reply)}; };
+    // clang-format off
     check_steps({
-        {"set 1 sends 00",
-         set(1),
-         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}},
+        {"set 1 sends 00", set(1), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}},
          {0, {}}},
-        {"set 0 sends 02",
-         set(0),
-         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x02}, answer(0x97, {0x01})}},
+        {"set 0 sends 02", set(0), {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x02}, answer(0x97, {0x01})}},
          {0, {}}},
-        {"any non-zero is 1",
-         set(0x80),
-         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}},
-         {0, {}}},
+        {"any non-zero is 1", set(0x80),
+         {kInventory, {0x97, no_pwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}}, {0, {}}},
         {"bit 1 clear reads 1", get, {kInventory, get_step({0x01, 0x00})}, {0, {1}}},
         {"bit 1 set reads 0", get, {kInventory, get_step({0x01, 0x02})}, {0, {0}}},
     });
+    // clang-format on
 }

@@ -22,33 +22,25 @@ TEST_F(TagMemory, RequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
+        // clang-format off
         expect_requests({
-            {"read",
-             0x84,
-             {0x01, 0x00, 0x00, 0x00},
+            {"read", 0x84, {0x01, 0x00, 0x00, 0x00},
              [&] { return UHFReadData(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0102, 4, out); },
              head + Bytes{0x03, 0x01, 0x02, 0x00, 0x04}},
-            {"write",
-             0x86,
-             {0x01, 0x00},
+            {"write", 0x86, {0x01, 0x00},
              [&] { return UHFWriteData(pwd, 1, 0x20, int(f.bits), mask, 3, 0x0102, 2, data); },
              head + Bytes{0x03, 0x01, 0x02, 0x00, 0x02, 0xA1, 0xA2, 0xB1, 0xB2}},
-            {"block write",
-             0x93,
-             {0x01, 0x00},
+            {"block write", 0x93, {0x01, 0x00},
              [&] { return UHFBlockWriteData(pwd, 1, 0x20, f.bits, mask, 3, 0x0200, 3, data); },
              head + Bytes{0x03, 0x02, 0x00, 0x00, 0x03, 0xA1, 0xA2, 0xB1, 0xB2, 0xC1, 0xC2}},
-            {"block erase",
-             0x95,
-             {0x01, 0x00},
+            {"block erase", 0x95, {0x01, 0x00},
              [&] { return UHFBlockEraseData(pwd, 1, 0x20, f.bits, mask, 3, 0x0010, 8); },
              head + Bytes{0x03, 0x00, 0x10, 0x00, 0x08}},
-            {"screen block write",
-             0x90,
-             {0x01, 0x01},
+            {"screen block write", 0x90, {0x01, 0x01},
              [&] { return UHFWriteScreenBlockData(pwd, 1, 0x20, uint16_t(f.bits), mask, 0x07, 0x0304, 1, data); },
              Bytes{0x01} + head + Bytes{0x07, 0x03, 0x04, 0x00, 0x01, 0xA1, 0xA2}},
         });
+        // clang-format on
     }
 }
 

@@ -41,61 +41,47 @@ TEST_F(TagSecurity, RequestBytes) {
     for (const FilterCase& f : kFilters) {
         SCOPED_TRACE(f.bits);
         const Bytes head = kPwdBytes + f.block;
+        // clang-format off
         expect_requests({
             {"kill", 0x8A, {0x01, 0x00}, [&] { return UHFKillTag(pwd, 1, 0x20, f.bits, mask); }, head},
-            {"lock",
-             0x88,
-             {0x01, 0x00},
-             [&] { return UHFLockTag(pwd, 1, 0x20, f.bits, mask, lock); },
+            {"lock", 0x88, {0x01, 0x00}, [&] { return UHFLockTag(pwd, 1, 0x20, f.bits, mask, lock); },
              head + Bytes{0x0C, 0x03, 0x02}},
-            {"block permalock",
-             0x9F,
-             {0x01, 0x00, 0x80, 0x01, 0x00, 0xFF},
+            {"block permalock", 0x9F, {0x01, 0x00, 0x80, 0x01, 0x00, 0xFF},
              [&] { return UHFBlockPermalock(pwd, 1, 0x20, f.bits, mask, 0x01, 3, 0x0102, 2, blocks); },
              head + Bytes{0x01, 0x03, 0x01, 0x02, 0x00, 0x02, 0x80, 0x01, 0x00, 0xFF}},
-            {"GB lock (low bytes of the ints)",
-             0x06,
-             {0x02, 0x01},
+            {"GB lock (low bytes of the ints)", 0x06, {0x02, 0x01},
              [&] { return UHFGBTagLock(pwd, 1, 0x20, uint16_t(f.bits), mask, 0x103, 0x02, -1); },
              Bytes{0x02} + head + Bytes{0x03, 0x02, 0xFF}},
-            {"deactivate",
-             0xB0,
-             {0x01},
-             [&] { return UHF_Deactivate(0xA55A, pwd, 1, 0x20, int(f.bits), mask); },
-             Bytes{0xA5, 0x5A} + head},
-            {"authenticate",
-             0x8E,
-             {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD},
+            {"deactivate", 0xB0, {0x01},
+             [&] { return UHF_Deactivate(0xA55A, pwd, 1, 0x20, int(f.bits), mask); }, Bytes{0xA5, 0x5A} + head},
+            {"authenticate", 0x8E, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD},
              [&] {
                  unsigned short n = 0;
                  return UHFAuthenticate(0x12345678UL, 1, 0x20, mask, uint16_t(f.bits), 0x07, 2, lock, &n, out);
              },
              head + Bytes{0x03, 0x07, 0x0C, 0x03}},
         });
+        // clang-format on
     }
 }
 
 TEST_F(TagSecurity, StatusRules) {
     uint8_t blocks[2] = {};
+    // clang-format off
     expect_results({
         {"kill, tag error", 0x8A, [&] { return UHFKillTag(pwd, 1, 0, 0, mask); }, {0x01, 0x04}, -1},
         {"lock, tag error: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01, 0x04}, 1},
         {"lock, status only: 1", 0x88, [&] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, {0x01}, 1},
-        {"permalock, tag error",
-         0x9F,
-         [&] { return UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 1, blocks); },
-         {0x01, 0x03, 0xFF, 0xFF},
-         -1},
+        {"permalock, tag error", 0x9F, [&] { return UHFBlockPermalock(pwd, 1, 0, 0, mask, 0, 3, 0, 1, blocks); },
+         {0x01, 0x03, 0xFF, 0xFF}, -1},
         {"GB lock done", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, {0x02, 0x01}, 0},
-        {"GB lock, a third byte",
-         0x06,
-         [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); },
-         {0x02, 0x01, 0x00},
-         -1},
+        {"GB lock, a third byte", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); },
+         {0x02, 0x01, 0x00}, -1},
         {"GB lock, 02 00", 0x06, [&] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, {0x02, 0x00}, -1},
         {"deactivate accepted", 0xB0, [&] { return UHF_Deactivate(1, pwd, 1, 0, 0, mask); }, {0x01, 0x09}, 0},
         {"dwell accepted", 0xB2, [] { return UHF_Dwelltime(100, 3); }, {0x01}, 0},
     });
+    // clang-format on
 }
 
 TEST_F(TagSecurity, DwellSendsTwo32BitValues) {
