@@ -39,6 +39,14 @@ constexpr uint8_t kAccepted = 0x01;
 // The device-settings command: its first data byte selects a sub-command.
 constexpr uint8_t kCmdDeviceSettings = 0xA1;
 
+// Codes more than one command file sends.
+constexpr uint8_t kCmdProtocol = 0x06;  // the protocol type; the GB lock is its sub-command 0x02
+constexpr uint8_t kCmdSetGen2 = 0x20;
+constexpr uint8_t kCmdReadData = 0x84;
+constexpr uint8_t kCmdWriteData = 0x86;
+constexpr uint8_t kCmdDeactivate = 0xB0;  // also the crypto pass-through
+constexpr uint8_t kCmdDwell = 0xB2;
+
 // Sends req with code cmd and waits for code cmd + 1. Returns 0 when a reply
 // arrived (its data in out), -1 when req overflowed its buffer (nothing is
 // sent) or the exchange failed, -4 when only other codes answered.

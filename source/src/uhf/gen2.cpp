@@ -9,8 +9,6 @@ using namespace uhf;
 namespace {
 
 enum : uint8_t {
-    kCmdProtocol = 0x06,
-    kCmdSetGen2 = 0x20,
     kCmdGetGen2 = 0x22,
     kCmdSetWorkTime = 0x3C,
     kCmdGetWorkTime = 0x3E,

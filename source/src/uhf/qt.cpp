@@ -10,8 +10,6 @@ using namespace uhf;
 namespace {
 
 enum : uint8_t {
-    kCmdReadData = 0x84,
-    kCmdWriteData = 0x86,
     kCmdSetQt = 0x97,
     kCmdGetQt = 0x99,
     kCmdReadQt = 0x9B,

@@ -15,7 +15,6 @@ enum : uint8_t {
     kCmdGetHopping = 0x16,
     kCmdSetParam = 0x18,
     kCmdGetParam = 0x1A,
-    kCmdSetGen2 = 0x20,
     kCmdSetCw = 0x24,
     kCmdGetCw = 0x26,
     kCmdRfLink = 0x52,

@@ -13,8 +13,6 @@ using namespace uhf;
 namespace {
 
 constexpr uint8_t kLogging = 0xA3;
-constexpr uint8_t kDeactivate = 0xB0;
-constexpr uint8_t kDwell = 0xB2;
 constexpr uint8_t kSensorCode = 0x7C;
 
 constexpr size_t kLoggingBuf = 1024;
@@ -170,7 +168,7 @@ int UHFDeactivate(unsigned int cmd, unsigned char* u_accessPwd, unsigned char Fi
     RequestBuf<kSmallBuf> req;
     req.u16(cmd).bytes(u_accessPwd, 4).filter(FilterBank, FilterStartaddr, FilterLen, FilterData);
     Reply reply;
-    if (transact(kDeactivate, req, reply) != 0 || !reply.is(0, 0x01)) return -1;
+    if (transact(kCmdDeactivate, req, reply) != 0 || !reply.is(0, 0x01)) return -1;
     return 0;
 }
 
@@ -178,7 +176,7 @@ int UHFDwell(unsigned int dwell, unsigned int count) {
     RequestBuf<kSmallBuf> req;
     req.u32(dwell).u32(count);
     Reply reply;
-    if (transact(kDwell, req, reply) != 0 || !reply.is(0, 0x01)) return -1;
+    if (transact(kCmdDwell, req, reply) != 0 || !reply.is(0, 0x01)) return -1;
     return 0;
 }
 

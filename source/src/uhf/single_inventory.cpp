@@ -14,7 +14,6 @@ namespace {
 enum : uint8_t {
     kCmdInventoryBank = 0x30,
     kCmdInventoryOnce = 0x80,
-    kCmdCrypto = 0xB0,
     kCmdBatch = 0xEB,
 };
 
@@ -119,7 +118,7 @@ int CryptoTransmit(const uint8_t* pin, uint16_t inLen, uint8_t* pout, uint16_t* 
     RequestBuf<kFrameData> req;
     req.bytes(pin, inLen);
     Reply reply;
-    if (transact(kCmdCrypto, req, reply, wait_recv_ms) != 0) {
+    if (transact(kCmdDeactivate, req, reply, wait_recv_ms) != 0) {
         *outLen = 0;
         return -2;
     }

@@ -9,8 +9,6 @@ using namespace uhf;
 namespace {
 
 enum : uint8_t {
-    kCmdReadData = 0x84,
-    kCmdWriteData = 0x86,
     kCmdScreenBlockWrite = 0x90,
     kCmdBlockWrite = 0x93,
     kCmdBlockErase = 0x95,

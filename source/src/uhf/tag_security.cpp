@@ -9,13 +9,10 @@ using namespace uhf;
 namespace {
 
 enum : uint8_t {
-    kCmdGbLock = 0x06,
     kCmdLock = 0x88,
     kCmdKill = 0x8A,
     kCmdAuthenticate = 0x8E,
     kCmdBlockPermalock = 0x9F,
-    kCmdDeactivate = 0xB0,
-    kCmdDwell = 0xB2,
 };
 
 // The GB lock's sub-command of the protocol command.
@@ -72,7 +69,7 @@ int UHFGBTagLock(uint8_t* uAccessPwd, uint8_t FilterBank, uint16_t FilterStartad
     req.u8(static_cast<unsigned>(memory)).u8(static_cast<unsigned>(config)).u8(static_cast<unsigned>(action));
     Reply reply;
     // Only the exact two bytes 02 01 mean the lock was done.
-    return exchange_checked(kCmdGbLock, req, reply,
+    return exchange_checked(kCmdProtocol, req, reply,
                             [](const Reply& r) { return r.size() == 2 && r.be16(0) == 0x0201; });
 }
 
