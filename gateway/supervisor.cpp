@@ -16,6 +16,7 @@ namespace {
 constexpr double kQuietS = 1.5;
 constexpr unsigned kSimTags = 30;
 constexpr unsigned kSimRate = 300;
+constexpr const char* kBusy = "the gateway is busy or stopping; try again";
 
 const std::map<std::string, int> kRegionCodes = {{"fcc", 1}, {"etsi", 2}, {"china-920", 3}, {"china-840", 4}};
 const std::map<std::string, int> kModeCodes = {{"epc", 0}, {"epc+tid", 1}, {"epc+tid+user", 2}};
@@ -137,7 +138,7 @@ void Supervisor::run_jobs() {
     }
 }
 
-std::string Supervisor::run_job(std::function<std::string()> job) {
+std::optional<std::string> Supervisor::run_job(std::function<std::string()> job) {
     auto done = std::make_shared<bool>(false);
     auto result = std::make_shared<std::string>();
     std::unique_lock<std::mutex> lock(mu_);
@@ -150,8 +151,9 @@ std::string Supervisor::run_job(std::function<std::string()> job) {
     });
     jobs_done_.notify_all();
     // Long enough for a reader being reconnected to time out first.
+    // A job still queued when the wait gives up runs later on its own copies.
     if (!jobs_done_.wait_for(lock, std::chrono::seconds(20), [&] { return *done || stop_; }) || !*done)
-        return "the gateway is busy or stopping; try again";
+        return std::nullopt;
     return *result;
 }
 
@@ -322,8 +324,8 @@ void Supervisor::tick(double now) {
 }
 
 json Supervisor::details(const std::string& name) {
-    json out;
-    std::string err = run_job([&]() -> std::string {
+    auto text = run_job([this, name]() -> std::string {
+        json out;
         Reader* r = find(name);
         ReaderView v;
         {
@@ -337,7 +339,7 @@ json Supervisor::details(const std::string& name) {
                {"reconnects", v.reconnects},
                {"reads_per_s", std::round(v.reads_per_s * 10) / 10}};
         if (!v.error.empty()) out["error"] = v.error;
-        if (!select(*r)) return "";
+        if (!select(*r)) return out.dump();
         bool running = v.state == LinkState::Running;
         if (running) UHFStopGet();
         uint8_t b[300] = {}, power = 0, region = 0, mode = 0, ant[2] = {};
@@ -367,47 +369,49 @@ json Supervisor::details(const std::string& name) {
         if (running) UHFInventory();
         out["info"] = info;
         out["settings"] = settings;
-        return "";
+        return out.dump();
     });
-    if (!err.empty()) out["error"] = err;
-    return out;
+    if (!text) return {{"name", name}, {"error", kBusy}};
+    return json::parse(*text);
 }
 
 std::string Supervisor::apply(const std::string& name, const ReaderSettings& s) {
-    return run_job([&]() -> std::string {
-        Reader* r = find(name);
-        if (!select(*r)) return "the reader is not connected";
-        bool running = r->view.state == LinkState::Running;
-        if (running) UHFStopGet();
-        std::string err;
-        bool ok = apply_now(s, err);
-        if (running) UHFInventory();
-        if (!ok) return err;
-        // What a reconnect applies from now on.
-        ReaderSettings& kept = r->conf.settings;
-        if (s.power) kept.power = s.power;
-        if (s.antennas) kept.antennas = s.antennas;
-        if (s.region) kept.region = s.region;
-        if (s.session) kept.session = s.session;
-        if (s.target) kept.target = s.target;
-        if (s.q) kept.q = s.q;
-        if (s.mode) kept.mode = s.mode;
-        return "";
-    });
+    return run_job([this, name, s]() -> std::string {
+               Reader* r = find(name);
+               if (!select(*r)) return "the reader is not connected";
+               bool running = r->view.state == LinkState::Running;
+               if (running) UHFStopGet();
+               std::string err;
+               bool ok = apply_now(s, err);
+               if (running) UHFInventory();
+               if (!ok) return err;
+               // What a reconnect applies from now on.
+               ReaderSettings& kept = r->conf.settings;
+               if (s.power) kept.power = s.power;
+               if (s.antennas) kept.antennas = s.antennas;
+               if (s.region) kept.region = s.region;
+               if (s.session) kept.session = s.session;
+               if (s.target) kept.target = s.target;
+               if (s.q) kept.q = s.q;
+               if (s.mode) kept.mode = s.mode;
+               return "";
+           })
+        .value_or(kBusy);
 }
 
 std::string Supervisor::set_inventory(const std::string& name, bool on) {
-    return run_job([&]() -> std::string {
-        Reader* r = find(name);
-        r->want_running = on;
-        if (!select(*r)) return "";  // applies when it connects
-        if (on == (r->view.state == LinkState::Running)) return "";
-        if (on ? UHFInventory() != 0 : UHFStopGet() != 0)
-            return on ? "the reader did not start its inventory" : "the reader did not confirm the stop";
-        r->last_report = r->last_probe = now_s();
-        set_state(*r, on ? LinkState::Running : LinkState::Stopped);
-        return "";
-    });
+    return run_job([this, name, on]() -> std::string {
+               Reader* r = find(name);
+               r->want_running = on;
+               if (!select(*r)) return "";  // applies when it connects
+               if (on == (r->view.state == LinkState::Running)) return "";
+               if (on ? UHFInventory() != 0 : UHFStopGet() != 0)
+                   return on ? "the reader did not start its inventory" : "the reader did not confirm the stop";
+               r->last_report = r->last_probe = now_s();
+               set_state(*r, on ? LinkState::Running : LinkState::Stopped);
+               return "";
+           })
+        .value_or(kBusy);
 }
 
 }  // namespace uhfd

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -77,7 +78,8 @@ private:
     bool apply_now(const ReaderSettings& s, std::string& err);
     size_t take_reports(double now);
     Reader* find(const std::string& name);
-    std::string run_job(std::function<std::string()> job);
+    // The job's result, or nothing when it did not run in time.
+    std::optional<std::string> run_job(std::function<std::string()> job);
 
     Config config_;
     Hub& hub_;
