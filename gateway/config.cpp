@@ -117,7 +117,13 @@ bool parse_config(const std::string& text, Config& out, std::string& err) {
         }
         uhftools::Target t;
         std::string uri_err;
-        bool sim = rc.uri == "sim" || rc.uri.rfind("sim:", 0) == 0;
+        const bool sim = rc.uri == "sim" || rc.uri.rfind("sim:", 0) == 0;
+        const std::string tags = sim && rc.uri.size() > 4 ? rc.uri.substr(4) : "30";
+        if (sim && (tags.empty() || tags.size() > 4 || tags.find_first_not_of("0123456789") != std::string::npos ||
+                    std::stoi(tags) < 1)) {
+            err = where + "uri: sim[:TAGS] takes 1..9999 tags";
+            return false;
+        }
         if (!sim && !uhftools::parse_target(rc.uri, t, uri_err)) {
             err = where + "uri: " + uri_err;
             return false;

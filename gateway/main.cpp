@@ -125,10 +125,9 @@ int main(int argc, char** argv) {
         });
     }
     HttpApi api(c, sup, hub, presence, mqtt_out);
-    if (c.http_port != 0 || !http.empty()) {
-        if (c.http_port == 0 && !http.empty()) c.http_port = 0;
-        if (c.http_port != 0 && !api.start(err)) return usage(err);
-        if (c.http_port != 0) std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
+    if (c.http_port != 0) {
+        if (!api.start(err)) return usage(err);
+        std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
     }
     sup.start();
 
