@@ -31,18 +31,6 @@ protected:
     }
     void TearDown() override { reset_links(); }
 
-    // The data of the single request frame the reader saw (after the frame
-    // header checks), for request-byte assertions.
-    Bytes only_request_data(uint8_t expected_cmd) {
-        auto reqs = reader.requests();
-        EXPECT_EQ(reqs.size(), 1u);
-        if (reqs.empty()) return {};
-        const Bytes& f = reqs.back();
-        EXPECT_GE(f.size(), 8u);
-        EXPECT_EQ(f[4], expected_cmd);
-        return Bytes(f.begin() + 5, f.end() - 3);
-    }
-
     ScriptedReader reader;
 };
 

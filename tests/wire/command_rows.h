@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <initializer_list>
 #include <thread>
@@ -46,10 +47,27 @@ struct StepRow {
     Outcome expect;
 };
 
+// The answer to request code `cmd`: a frame of code cmd + 1.
+inline Bytes answer(uint8_t cmd, const Bytes& data) { return frame(uint8_t(cmd + 1), data); }
+
+// A call that makes one exchange under `cmd`: the request data it must send
+// and the reply data it gets.
+inline std::vector<Step> ask(uint8_t cmd, Bytes request, Bytes reply) {
+    return {{cmd, std::move(request), answer(cmd, reply)}};
+}
+
+// A call's result and its N outputs of type T, each
+// set to 0xEE bytes first, so an untouched one shows.
+template <class T, size_t N, class F>
+Outcome filled(F&& call) {
+    T v[N];
+    memset(v, 0xEE, sizeof v);
+    int r = call(v);
+    return {r, std::vector<unsigned>(v, v + N)};
+}
+
 class CommandTest : public WireTest {
 protected:
-    // The answer to request code `cmd`: a frame of code cmd + 1.
-    static Bytes answer(uint8_t cmd, const Bytes& data) { return frame(uint8_t(cmd + 1), data); }
 
     // Scripts `reply` (raw bytes; empty = say nothing), runs `call`, and
     // records the one request frame it sent in sent_cmd / sent_data.

@@ -210,6 +210,9 @@ TEST_F(Commands, BadArgumentsSendNothing) {
         [] { return UHFDownloadUserParam(nullptr, &us); },
         [] { return UHFSetIp(nullptr, b, b, b); },
         [] { return UHFGetDestIp(nullptr, b); },
+        [] { return UHFSetIp(b, nullptr, b, b); },
+        [] { return UHFSetDestIp(b, nullptr); },
+        [] { return UHFUpdating(nullptr); },
     };
     // clang-format on
     refused([&] {
