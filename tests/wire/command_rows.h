@@ -68,7 +68,6 @@ Outcome filled(F&& call) {
 
 class CommandTest : public WireTest {
 protected:
-
     // Scripts `reply` (raw bytes; empty = say nothing), runs `call`, and
     // records the one request frame it sent in sent_cmd / sent_data.
     template <class F>

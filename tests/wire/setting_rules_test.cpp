@@ -18,11 +18,14 @@ Outcome done(int r) { return {r, {}}; }
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 auto set_gen2(std::array<uint8_t, 14> f) {
-    return [=] { return done(UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13])); };
+    return [=] {
+        return done(UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
+    };
 }
 Outcome get_gen2() {
     return filled<uint8_t, 14>([](uint8_t* f) {
-        return UHFGetGen2(f, f + 1, f + 2, f + 3, f + 4, f + 5, f + 6, f + 7, f + 8, f + 9, f + 10, f + 11, f + 12, f + 13);
+        return UHFGetGen2(f, f + 1, f + 2, f + 3, f + 4, f + 5, f + 6, f + 7, f + 8, f + 9, f + 10, f + 11, f + 12,
+                          f + 13);
     });
 }
 auto filter(uint8_t flag, uint8_t bank, uint16_t addr, uint16_t len) {
