@@ -1,6 +1,8 @@
 // Tag access on the wire: the filter block every tag command carries, the
 // status bytes each command judges, and what reads and single inventories
 // hand back.
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "command_rows.h"
@@ -26,6 +28,8 @@ uint8_t data[8] = {0xA1, 0xA2, 0xB1, 0xB2, 0xC1, 0xC2, 0xD1, 0xD2};
 uint8_t lock[3] = {0x0C, 0x03, 0x02};
 uint8_t out[600];
 uint8_t n8;
+
+Outcome done(int r) { return {r, {}}; }
 
 // PC+EPC, extra data, RSSI, antenna 2: a single-inventory reply.
 Bytes single_reply(const Bytes& extra) { return kUii + extra + kRssi + Bytes{0x02}; }
@@ -216,6 +220,51 @@ TEST_F(TagRules, CallsThatAddressATagByItsUii) {
         {"QT para: any non-zero is 1", set_para(0x80), {kInventory, {0x97, kNoPwd + kUiiFilter + Bytes{0x00}, answer(0x97, {0x01})}}, {0, {}}},
         {"QT para: bit 1 clear reads 1", get_para, {kInventory, {0x99, kNoPwd + kUiiFilter, answer(0x99, {0x01, 0x00})}}, {0, {1}}},
         {"QT para: bit 1 set reads 0", get_para, {kInventory, {0x99, kNoPwd + kUiiFilter, answer(0x99, {0x01, 0x02})}}, {0, {0}}},
+    });
+    // clang-format on
+}
+
+// Sensor tags: the logging family (0xA3) and the sensor-code family (0x7C).
+TEST_F(TagRules, SensorTags) {
+    auto start = [] { return done(UHFStartLogging(1, 0x20, 0, mask, -0.1f, 25.6f, 0x0102, 0x0304)); };
+    auto readings = [] {
+        unsigned short total = 0xEEEE;
+        unsigned char count = 0xEE;
+        float t[255];
+        std::fill(std::begin(t), std::end(t), 99.0f);
+        int r = UHFReadMultiTemp(1, 0, 0, nullptr, 0, 3, &total, &count, t);
+        std::vector<unsigned> v = {total, count};
+        for (int i = 0; i < 4; i++) v.push_back(unsigned(std::lround(t[i] * 100)));
+        return Outcome{r, v};
+    };
+    uint8_t zeros[16] = {};
+    auto code = [&] { return area([&] { return UHFGetSensorCode(zeros, 1, zeros, out); }); };
+    const Bytes start_req = {0x03, 0x01, 0x00, 0x20, 0x00, 0x00, 0x03, 0xFF, 0x00, 0x66, 0x01, 0x02, 0x03, 0x04};
+    const Bytes read_req = {0x07, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x03};
+    const Bytes head3 = {0x07, 0x01, 0x2C, 0x03};  // 300 held, 3 returned
+    // 25.5, -1.25, and -10.0 with bits above the tenth ignored.
+    const Bytes records = {0x66, 0x00, 0xAA, 0xBB, 0xFF, 0x03, 0x00, 0x00, 0xD8, 0xFF, 0x00, 0x00};
+    const Bytes code_req = Bytes{0x01} + Bytes(16, 0) + Bytes{0x01, 0x00, 0x00};
+    // clang-format off
+    check_steps({
+        {"start, no mask, codes rounded down", start, ask(0xA3, start_req, {0x01, 0x00}), {0, {}}},
+        {"start: reader's error code", start, ask(0xA3, start_req, {0x00, 0x05}), {5, {}}},
+        {"start: byte 0 decides first", start, ask(0xA3, start_req, {0x01, 0x05}), {0, {}}},
+        {"start: error 255", start, ask(0xA3, start_req, {0x02, 0xFF}), {255, {}}},
+        {"start: error 0 is -1", start, ask(0xA3, start_req, {0x00, 0x00}), {-1, {}}},
+        {"start, 9-bit mask sends 2 bytes", [] { return done(UHFStartLogging(1, 0x20, 9, mask, -10.0f, 127.75f, 0, 0xFFFF)); },
+         ask(0xA3, {0x03, 0x01, 0x00, 0x20, 0x00, 0x09, 0xE2, 0x00, 0x03, 0xD8, 0x01, 0xFF, 0x00, 0x00, 0xFF, 0xFF}, {0x01, 0x00}), {0, {}}},
+        {"stop never sends the password", [] { return done(UHFStopLogging(3, 0x0100, 16, mask, 0x12345678UL)); },
+         ask(0xA3, {0x04, 0x03, 0x01, 0x00, 0x00, 0x10, 0xE2, 0x00}, {0x00, 0x05}), {5, {}}},
+        {"operating mode", [] { return done(UHFCheckOpMode(2, 0, 32, mask)); },
+         ask(0xA3, {0x05, 0x02, 0x00, 0x00, 0x00, 0x20, 0xE2, 0x00, 0x34, 0x12}, {0x05, 0x01, 0x02}), {0x0102, {}}},
+        {"readings: little-endian records", readings, ask(0xA3, read_req, head3 + records), {0, {300, 3, 2550, unsigned(-125), unsigned(-1000), 9900}}},
+        {"readings: announces 3, carries 2", readings, ask(0xA3, read_req, head3 + Bytes(records.begin(), records.end() - 4)), {-3, {300, 3, 9900, 9900, 9900, 9900}}},
+        {"readings: another sub-command", readings, ask(0xA3, read_req, {0x06, 0x00, 0x01, 0x00}), {-1, {0xEEEE, 0xEE, 9900, 9900, 9900, 9900}}},
+        {"sensor code: two words", code, ask(0x7C, code_req, {0x01, 0x00, 0x00, 0x02, 0xAA, 0xBB, 0xCC, 0xDD}), {4, {0xAA, 0xBB, 0xCC, 0xDD}}},
+        {"sensor code: more words announced than came", code, ask(0x7C, code_req, {0x01, 0x00, 0x00, 0x03, 0xAA, 0xBB, 0xCC, 0xDD}), {-1, {}}},
+        {"calibration: 8 bytes of data", [&] { return done(UHFWriteCalibrationData(zeros, 1, zeros, zeros)); },
+         ask(0x7C, Bytes{0x06} + Bytes(16, 0) + Bytes{0x01, 0x00, 0x00} + Bytes(8, 0), {0x01, 0x02}), {-1, {}}},
     });
     // clang-format on
 }
