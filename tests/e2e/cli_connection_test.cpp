@@ -1,34 +1,14 @@
 // uhfctl: how readers are named and opened, and the exit code 3 messages
 // when they cannot be.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include "cli_helpers.h"
+#include "loopback_socket.h"
 #include "transport/servers.h"
 
 using namespace clitest;
 
 namespace {
-
-// A loopback socket bound (and optionally listening) on a free port.
-struct LoopbackSocket {
-    int fd = -1;
-    int port = 0;
-    explicit LoopbackSocket(bool listening) {
-        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        socklen_t len = sizeof a;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-        port = ntohs(a.sin_port);
-        if (listening) listen(fd, 4);
-    }
-    ~LoopbackSocket() { close(fd); }
-};
 
 TEST(CliConnection, RefusedPortExitsThreeNamingTheAddress) {
     LoopbackSocket bound(false);  // bound, not listening: connect is refused

@@ -6,13 +6,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <pty.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -32,80 +31,61 @@ struct Result {
 // Environment changes for one child: "NAME=value" sets, "NAME" unsets.
 using Env = std::vector<std::string>;
 
-// argv and envp built before fork: the child only calls execve, as a
-// child of a threaded process should.
-class ExecArgs {
-public:
-    ExecArgs(const std::string& path, const std::vector<std::string>& args, const Env& env) : path_(path) {
-        strings_.push_back(path);
-        for (const auto& a : args) strings_.push_back(a);
-        size_t nargs = strings_.size();
-        for (char** e = environ; *e; e++) {
-            std::string kv = *e, name = kv.substr(0, kv.find('='));
-            bool changed = false;
-            for (const auto& c : env) changed = changed || c.substr(0, c.find('=')) == name;
-            if (!changed) strings_.push_back(kv);
-        }
-        for (const auto& c : env)
-            if (c.find('=') != std::string::npos) strings_.push_back(c);
-        for (size_t i = 0; i < strings_.size(); i++) {
-            (i < nargs ? argv_ : envp_).push_back(strings_[i].data());
-        }
-        argv_.push_back(nullptr);
-        envp_.push_back(nullptr);
+// Starts path with args under env(1), which applies the environment changes;
+// `io` sets up the child's standard streams.
+inline pid_t spawn(std::vector<std::string> argv, const std::string& path, const std::vector<std::string>& args,
+                   const Env& env, posix_spawn_file_actions_t* io) {
+    argv.push_back("/usr/bin/env");
+    for (const auto& e : env) {
+        if (e.find('=') == std::string::npos) argv.push_back("-u");
+        argv.push_back(e);
     }
-    [[noreturn]] void exec() {
-        execve(path_.c_str(), argv_.data(), envp_.data());
-        _exit(127);
-    }
+    argv.push_back(path);
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<char*> ptrs;
+    for (auto& a : argv) ptrs.push_back(a.data());
+    ptrs.push_back(nullptr);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, ptrs[0], io, nullptr, ptrs.data(), environ) != 0) return -1;
+    return pid;
+}
 
-private:
-    std::string path_;
-    std::vector<std::string> strings_;
-    std::vector<char*> argv_, envp_;
-};
-
-inline int exit_code(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
-
-// Reads both pipes to their end. The kill deadline only guards the suite
-// against a hung child; nothing asserts on time.
-inline Result run_program(const std::string& path, const std::vector<std::string>& args, const Env& env = {},
-                          int kill_after_s = 60) {
-    int out[2], err[2];
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return {};
-    ExecArgs exec_args(path, args, env);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        close(out[0]), close(err[0]), close(out[1]), close(err[1]);
-        exec_args.exec();
-    }
-    close(out[1]);
-    close(err[1]);
-    Result r;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kill_after_s);
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-    int open_fds = 2;
-    while (open_fds > 0) {
-        if (std::chrono::steady_clock::now() > deadline) kill(pid, SIGKILL);
-        if (poll(fds, 2, 500) <= 0) continue;
-        for (int i = 0; i < 2; i++) {
-            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
-            char buf[4096];
-            ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n > 0) {
-                (i == 0 ? r.out : r.err).append(buf, static_cast<size_t>(n));
-            } else {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                open_fds--;
-            }
-        }
-    }
+inline int wait_for(pid_t pid) {
     int status = 0;
     waitpid(pid, &status, 0);
-    r.code = exit_code(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// An unlinked file to catch a child's output; read back from its start.
+inline int scratch() {
+    char name[] = "/tmp/uhf-test-XXXXXX";
+    int fd = mkostemp(name, O_CLOEXEC);
+    unlink(name);
+    return fd;
+}
+inline std::string slurp(int fd) {
+    std::string s;
+    char b[4096];
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t n; (n = read(fd, b, sizeof b)) > 0;) s.append(b, static_cast<size_t>(n));
+    close(fd);
+    return s;
+}
+
+// Runs a program to its end. timeout(1) only guards the suite against a hung
+// child; nothing asserts on time.
+inline Result run_program(const std::string& path, const std::vector<std::string>& args, const Env& env = {}) {
+    int out = scratch(), err = scratch();
+    posix_spawn_file_actions_t io;
+    posix_spawn_file_actions_init(&io);
+    posix_spawn_file_actions_adddup2(&io, out, 1);
+    posix_spawn_file_actions_adddup2(&io, err, 2);
+    pid_t pid = spawn({"/usr/bin/timeout", "-s", "KILL", "60"}, path, args, env, &io);
+    posix_spawn_file_actions_destroy(&io);
+    Result r;
+    if (pid > 0) r.code = wait_for(pid);
+    r.out = slurp(out);
+    r.err = slurp(err);
     return r;
 }
 
@@ -120,13 +100,11 @@ public:
     Background(const std::string& path, const std::vector<std::string>& args, const Env& env = {"UHF_READER"}) {
         int out[2];
         if (pipe2(out, O_CLOEXEC) != 0) return;
-        ExecArgs exec_args(path, args, env);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], 1);
-            close(out[0]), close(out[1]);
-            exec_args.exec();
-        }
+        posix_spawn_file_actions_t io;
+        posix_spawn_file_actions_init(&io);
+        posix_spawn_file_actions_adddup2(&io, out[1], 1);
+        pid_ = spawn({}, path, args, env, &io);
+        posix_spawn_file_actions_destroy(&io);
         close(out[1]);
         fd_ = out[0];
     }
@@ -141,25 +119,22 @@ public:
     // the guard time.
     bool line(std::string& out, int guard_s = 30) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(guard_s);
-        while (true) {
-            auto nl = buf_.find('\n');
-            if (nl != std::string::npos) {
-                out = buf_.substr(0, nl);
-                buf_.erase(0, nl + 1);
-                return true;
-            }
+        for (size_t nl; (nl = buf_.find('\n')) == std::string::npos;) {
             if (fd_ < 0 || std::chrono::steady_clock::now() > deadline) return false;
             pollfd p{fd_, POLLIN, 0};
             if (poll(&p, 1, 200) <= 0) continue;
             char b[4096];
             ssize_t n = read(fd_, b, sizeof b);
-            if (n <= 0) {
-                close(fd_);
-                fd_ = -1;
-                continue;
+            if (n > 0) {
+                buf_.append(b, static_cast<size_t>(n));
+            } else {
+                close_output();
             }
-            buf_.append(b, static_cast<size_t>(n));
         }
+        size_t nl = buf_.find('\n');
+        out = buf_.substr(0, nl);
+        buf_.erase(0, nl + 1);
+        return true;
     }
     // Everything still to come, up to the end of output.
     std::string rest() {
@@ -174,10 +149,8 @@ public:
         fd_ = -1;
     }
     int wait() {
-        int status = 0;
-        waitpid(pid_, &status, 0);
         waited_ = true;
-        return exit_code(status);
+        return wait_for(pid_);
     }
 
 private:
@@ -253,11 +226,5 @@ protected:
     }
     std::unique_ptr<uhfsim::PtyServer> pty;
 };
-
-inline size_t count_lines(const std::string& text) {
-    size_t n = 0;
-    for (char c : text) n += c == '\n';
-    return n;
-}
 
 }  // namespace clitest

@@ -34,12 +34,6 @@ TEST_F(CliSensor, StopWithoutARunShowsTheReadersErrorCode) {
     EXPECT_NE(r.err.find("refused it with error 0x0C"), std::string::npos) << r.err;
 }
 
-TEST_F(CliSensor, StartOnAPlainTagIsRefused) {
-    Result r = ctl({"sensor", "log", "start", "--epc", "300000000000000000000001"});
-    EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("refused it with error 0x0A"), std::string::npos) << r.err;
-}
-
 TEST(CliSensorUsage, Rows) {
     struct Row {
         std::vector<std::string> args;

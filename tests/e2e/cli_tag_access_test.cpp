@@ -55,11 +55,9 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, CliRead,
     ::testing::Values(
         ReadRow{"tid_by_epc", {"tid", "0", "6", "--epc", kEpcA}, "E280116020007A1B0C3D4E5F"},
-        ReadRow{"user_offset", {"user", "2", "2", "--epc", kEpcA}, "44556677"},
         ReadRow{"epc_by_tid_filter", {"epc", "2", "6", "--filter", "tid:0:96:E28011602000000000000002"}, kEpcB},
         ReadRow{"odd_bit_filter", {"user", "0", "1", "--filter", "user:8:4:10"}, "0011"},
-        ReadRow{"bank_by_number", {"3", "7", "1", "--epc", kEpcA}, "EEFF"},
-        ReadRow{"passwords", {"reserved", "0", "4", "--epc", kEpcA}, "0BADCAFE12345678"}),
+        ReadRow{"bank_by_number", {"3", "7", "1", "--epc", kEpcA}, "EEFF"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTags, ReadJson) {
