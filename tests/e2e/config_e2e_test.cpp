@@ -89,6 +89,30 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
     unsigned freqs[2] = {920125, 924875};  // region 3 is set by then
     uint8_t id[4] = {1, 2, 3, 4}, value[4] = {0xDE, 0xAD, 0xBE, 0xEF};
     uint8_t para[6] = {6, 5, 4, 3, 2, 1};
+    auto antenna_power = [] {
+        uint8_t b[64] = {};
+        uint16_t n = 0;
+        int r = UHFGetAntennaPower(b, &n);
+        std::vector<unsigned> out = {unsigned(r), n};
+        out.insert(out.end(), b, b + 12);
+        return out;
+    };
+    auto hops = [] {
+        unsigned b[256] = {};
+        int r = UHFGetJumpFrequency(b);
+        return std::vector<unsigned>{unsigned(r), b[0], b[1], b[2]};
+    };
+    auto param = [&] {
+        uint8_t v[4] = {};
+        int r = UHF_Get_Param(2, id, v);
+        return std::vector<unsigned>{unsigned(r), v[0], v[1], v[2], v[3]};
+    };
+    auto report_mode = [] {
+        uint8_t m[3] = {};
+        int r = UHFGetEPCTIDUSERMode(0, 0, m);
+        return std::vector<unsigned>{unsigned(r), m[0], m[1], m[2]};
+    };
+    // clang-format off
     const struct {
         const char* name;
         std::function<int()> set;
@@ -96,68 +120,30 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
         std::vector<unsigned> expect;
     } settings[] = {
         {"power", [] { return UHFSetPower(0, 25); }, bytes(UHFGetPower), {0, 25}},
-        {"antenna power",
-         [] { return UHFSetAntennaPower(0, 2, 2650, 2000); },
-         [] {
-             uint8_t b[64] = {};
-             uint16_t n = 0;
-             int r = UHFGetAntennaPower(b, &n);
-             std::vector<unsigned> out = {unsigned(r), n};
-             out.insert(out.end(), b, b + 12);
-             return out;
-         },
-         {0, 12, 1, 25, 25, 2, 26, 20, 3, 30, 30, 4, 30, 30}},  // antenna 1 from the row above
+        // antenna 1 from the row above
+        {"antenna power", [] { return UHFSetAntennaPower(0, 2, 2650, 2000); }, antenna_power, {0, 12, 1, 25, 25, 2, 26, 20, 3, 30, 30, 4, 30, 30}},
         {"antennas", [&] { return UHFSetANT(0, mask); }, bytes<2>(UHFGetANT), {0, 0x00, 0x05}},
         {"antenna work time", [] { return UHFSetANTWorkTime(2, 0, 500); }, ant_work_time(2), {0, 500}},
         {"region", [] { return UHFSetRegion(0, 3); }, bytes(UHFGetRegion), {0, 3}},
-        {"hopping table",
-         [&] { return UHFSetJumpFrequency(2, freqs); },
-         [] {
-             unsigned b[256] = {};
-             int r = UHFGetJumpFrequency(b);
-             return std::vector<unsigned>{unsigned(r), b[0], b[1], b[2]};
-         },
-         {0, 2, 920125, 924875}},
+        {"hopping table", [&] { return UHFSetJumpFrequency(2, freqs); }, hops, {0, 2, 920125, 924875}},
         {"RF link", [] { return UHFSetRFLink(0, 2); }, bytes(UHFGetRFLink), {0, 2}},
         {"RF link preset 1", [] { return UHF_Set_RFLink(1); }, bytes(UHF_Get_RFLink), {0, 1}},
-        {"RF link preset 3 brings its Gen2 block",
-         [] { return UHF_Set_RFLink(3); },
-         gen2_fields,
-         {0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3}},
+        {"RF link preset 3 brings its Gen2 block", [] { return UHF_Set_RFLink(3); }, gen2_fields, {0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3}},
         {"CW", [] { return UHFSetCW(1); }, bytes(UHFGetCW), {0, 1}},
-        {"parameter",
-         [&] { return UHF_Set_Param(2, id, value); },
-         [&] {
-             uint8_t v[4] = {};
-             int r = UHF_Get_Param(2, id, v);
-             return std::vector<unsigned>{unsigned(r), v[0], v[1], v[2], v[3]};
-         },
-         {0, 0xDE, 0xAD, 0xBE, 0xEF}},
-        {"Gen2",
-         [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); },
-         gen2_fields,
-         {0, 5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}},
+        {"parameter", [&] { return UHF_Set_Param(2, id, value); }, param, {0, 0xDE, 0xAD, 0xBE, 0xEF}},
+        {"Gen2", [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); }, gen2_fields, {0, 5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}},
         {"FastID", [] { return UHFSetFastID(1); }, bytes(UHFGetFastID), {0, 1}},
         {"FastID only when changed", [] { return R2000_Set_FastID(1); }, bytes(UHFGetFastID), {0, 1}},
         {"TagFocus", [] { return R2000_Set_TagFocus(1); }, bytes(UHFGetTagfocus), {0, 1}},
-        {"EPC+TID+USER mode",
-         [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); },
-         [] {
-             uint8_t m[3] = {};
-             int r = UHFGetEPCTIDUSERMode(0, 0, m);
-             return std::vector<unsigned>{unsigned(r), m[0], m[1], m[2]};
-         },
-         {3, 2, 4, 2}},
+        {"EPC+TID+USER mode", [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); }, report_mode, {3, 2, 4, 2}},
         {"EPC+TID mode", [] { return UHF_OPENMODE(); }, bytes(UHFGetEPCTIDMode), {0, 1}},
         {"dual/single", [] { return UHFSetDualSingelMode(0, 1); }, bytes(UHFGetDualSingelMode), {0, 1}},
         {"work mode", [] { return UHFSetWorkMode(2); }, bytes(UHFGetWorkMode), {0, 2}},
-        {"work mode parameters",
-         [&] { return UHFSetWorkModePara(para); },
-         bytes<6>(UHFGetWorkModePara),
-         {0, 6, 5, 4, 3, 2, 1}},
+        {"work mode parameters", [&] { return UHFSetWorkModePara(para); }, bytes<6>(UHFGetWorkModePara), {0, 6, 5, 4, 3, 2, 1}},
         {"work time", [] { return UHFSetWorkTime(0, 1, 2, 3, 4); }, bytes<4>(UHFGetWorkTime), {4, 1, 2, 3, 4}},
         {"protocol type", [] { return UHFSetProtocolType(2); }, bytes(UHFGetProtocolType), {0, 2}},
     };
+    // clang-format on
     for (const auto& s : settings) {
         SCOPED_TRACE(s.name);
         EXPECT_EQ(s.set(), 0);
