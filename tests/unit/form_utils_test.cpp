@@ -120,6 +120,7 @@ Bytes tag_report(size_t n) {
 
 TEST_F(DataEvents, SingleReportCells) {
     enum { PC = CELL_UHF_PC, RSSI = CELL_UHF_RSSI, EPC = CELL_UHF_EPC, TID = CELL_UHF_TID, USER = CELL_UHF_USER };
+    // clang-format off
     struct Case {
         const char* name;
         uint8_t cmd;
@@ -127,21 +128,13 @@ TEST_F(DataEvents, SingleReportCells) {
         Call want;
     } cases[] = {
         {"PC+EPC+RSSI+ant", 0x81, tag_report(17), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 14}}},
-        {"one byte more claims a whole TID",
-         0x81,
-         tag_report(18),
-         {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 15}, {TID, 12, 14}}},
+        {"one byte more claims a whole TID", 0x81, tag_report(18), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 15}, {TID, 12, 14}}},
         {"with TID", 0x81, tag_report(29), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 26}, {TID, 12, 14}}},
-        {"with TID and 4 USER bytes",
-         0x83,
-         tag_report(33),
-         {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 30}, {TID, 12, 14}, {USER, 4, 26}}},
+        {"with TID and 4 USER bytes", 0x83, tag_report(33), {{EPC, 12, 2}, {PC, 2, 0}, {RSSI, 2, 30}, {TID, 12, 14}, {USER, 4, 26}}},
         {"2-byte EPC, shortest content", 0x81, {0x08, 0x00, 0xAB, 0xCD, 0xFF}, {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 2}}},
-        {"EPC length ignores low PC bits",
-         0x81,
-         {0x0B, 0x00, 0xAB, 0xCD, 0xFF, 0x9C},
-         {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 3}}},
+        {"EPC length ignores low PC bits", 0x81, {0x0B, 0x00, 0xAB, 0xCD, 0xFF, 0x9C}, {{EPC, 2, 2}, {PC, 2, 0}, {RSSI, 2, 3}}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(deliver(c.cmd, c.content), std::vector<Call>{c.want});

@@ -42,6 +42,7 @@ protected:
 }  // namespace
 
 TEST_F(Fetch, ReceivedExLayouts) {
+    // clang-format off
     struct Case {
         const char* name;
         Bytes report;
@@ -51,11 +52,11 @@ TEST_F(Fetch, ReceivedExLayouts) {
         {"antenna, no data", kUii + kRssi + Bytes{2}, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{2}},
         {"no antenna: defaults to 1", kUii + kRssi, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}},
         {"TID data", kUii + kTid + kRssi + Bytes{3}, Bytes{14} + kUii + Bytes{12} + kTid + kRssi + Bytes{3}},
-        {"short EPC", Bytes{0x08, 0x00, 0xAB, 0xCD} + kRssi + Bytes{4},
-         Bytes{4, 0x08, 0x00, 0xAB, 0xCD, 0} + kRssi + Bytes{4}},
+        {"short EPC", Bytes{0x08, 0x00, 0xAB, 0xCD} + kRssi + Bytes{4}, Bytes{4, 0x08, 0x00, 0xAB, 0xCD, 0} + kRssi + Bytes{4}},
         {"sensor value is data", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1},
          Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         queue(c.report, c.mode);

@@ -51,6 +51,7 @@ TEST_F(Exchange, RequestFrameBytes) {
 }
 
 TEST_F(Exchange, ReplyOutcomes) {
+    // clang-format off
     struct Case {
         const char* name;
         Bytes wire;
@@ -61,26 +62,13 @@ TEST_F(Exchange, ReplyOutcomes) {
         {"garbage before the frame", Bytes{0x00, 0x5A, 0x11, 0x0D} + frame(0x35, {9}), 0, {9}},
         {"wrong code first, then the reply", frame(0x99, {7}) + frame(0x35, {8}), 0, {8}},
         {"only a wrong code", frame(0x99, {7}), -4, {}},
-        {"bad check byte",
-         [] {
-             Bytes f = frame(0x35, {5});
-             f[6] ^= 0xFF;
-             return f;
-         }(),
-         -1,
-         {}},
+        {"bad check byte", [] { Bytes f = frame(0x35, {5}); f[6] ^= 0xFF; return f; }(), -1, {}},
         {"a stray A5 swallows the next start byte", Bytes{0xA5} + frame(0x35, {5}), -1, {}},
-        {"A5 A5 5A never starts a frame",
-         [] {
-             Bytes f = frame(0x35, {5});
-             f.insert(f.begin() + 1, 0xA5);
-             return f;
-         }(),
-         -1,
-         {}},
+        {"A5 A5 5A never starts a frame", [] { Bytes f = frame(0x35, {5}); f.insert(f.begin() + 1, 0xA5); return f; }(), -1, {}},
         {"length field above 4096", Bytes{0xA5, 0x5A, 0x10, 0x01, 0x35, 0x00, 0x0D, 0x0A}, -1, {}},
         {"silence", Bytes{}, -1, {}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         reader.reply(c.wire);

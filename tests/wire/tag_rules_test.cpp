@@ -107,25 +107,23 @@ TEST_F(TagRules, FilterBlockAndTarget) {
 
 // The write and lock commands judge different status bytes.
 TEST_F(TagRules, StatusBytesEachCommandJudges) {
+    // clang-format off
     struct Case {
         const char* name;
         uint8_t cmd;
         std::function<int()> call;
         int r0100, r0103, r0101, r01, r0000;  // results for replies 01 00, 01 03, 01 01, 01, 00 00
     } cases[] = {
-        {"write: status byte alone", 0x86, [] { return UHFWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, 0, 0, 0,
-         0, -1},
-        {"block write: tag byte 00 too", 0x93, [] { return UHFBlockWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); },
-         0, -1, -1, -1, -1},
-        {"block erase: tag byte 00 too", 0x95, [] { return UHFBlockEraseData(pwd, 1, 0x20, 0, mask, 3, 0, 1); }, 0, -1,
-         -1, -1, -1},
-        {"screen: 01 01", 0x90, [] { return UHFWriteScreenBlockData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, -1, -1, 0,
-         -1, -1},
+        {"write: status byte alone", 0x86, [] { return UHFWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, 0, 0, 0, 0, -1},
+        {"block write: tag byte 00 too", 0x93, [] { return UHFBlockWriteData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, 0, -1, -1, -1, -1},
+        {"block erase: tag byte 00 too", 0x95, [] { return UHFBlockEraseData(pwd, 1, 0x20, 0, mask, 3, 0, 1); }, 0, -1, -1, -1, -1},
+        {"screen: 01 01", 0x90, [] { return UHFWriteScreenBlockData(pwd, 1, 0x20, 0, mask, 3, 0, 1, data); }, -1, -1, 0, -1, -1},
         {"kill: tag byte 00 too", 0x8A, [] { return UHFKillTag(pwd, 1, 0, 0, mask); }, 0, -1, -1, -1, -1},
         {"lock: every failure is 1", 0x88, [] { return UHFLockTag(pwd, 1, 0, 0, mask, lock); }, 0, 1, 1, 1, 1},
         {"GB lock: 02 01 only", 0x06, [] { return UHFGBTagLock(pwd, 1, 0, 0, mask, 0, 0, 0); }, -1, -1, -1, -1, -1},
         {"deactivate: status byte", 0xB0, [] { return UHF_Deactivate(1, pwd, 1, 0, 0, mask); }, 0, 0, 0, 0, -1},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const std::pair<Bytes, int> replies[] = {{{0x01, 0x00}, c.r0100},
