@@ -66,6 +66,7 @@ TEST_F(Fetch, ReceivedExLayouts) {
 }
 
 TEST_F(Fetch, TagDataItems) {
+    // clang-format off
     struct Case {
         const char* name;
         Bytes report;
@@ -74,8 +75,7 @@ TEST_F(Fetch, TagDataItems) {
     } cases[] = {
         {"antenna", kUii + kRssi + Bytes{2}, NORMAL_INVENTORY,
          Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
-        {"no antenna", kUii + kRssi, NORMAL_INVENTORY,
-         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi},
+        {"no antenna", kUii + kRssi, NORMAL_INVENTORY, Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi},
         // The data item stops one byte short of the RSSI.
         {"TID minus its last byte", kUii + kTid + kRssi + Bytes{2}, NORMAL_INVENTORY,
          Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x07, 11} + Bytes(kTid.begin(), kTid.end() - 1) +
@@ -83,6 +83,7 @@ TEST_F(Fetch, TagDataItems) {
         {"sensor value", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY,
          Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x0B, 2, 0x01, 0x9A, 0x04, 2} + kRssi + Bytes{0x05, 1, 1}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         queue(c.report, c.mode);

@@ -86,8 +86,7 @@ const std::vector<Command>& commands() {
          {0x02, 0x10, 0x20, 0x30, 0x40}, {0x01, 0x10, 0x20, 0x30, 0x40, 0x11, 0x22, 0x33, 0x44},
          [] { return Bytes(b, b + 4) == Bytes{0x11, 0x22, 0x33, 0x44}; }},
         {"protocol configuration", 0xC0, [] { return Vexa_Protocol_Configuration(5); }, {0x05, 0x00}, {0x01}, {}},
-        {"device id", 0x04, [] { return UHFGetDeviceID(&ui); }, {}, {0x80, 0x00, 0x00, 0x01, 0x99}, [] { return ui == 0x80000001u; },
-         false, 0, true},
+        {"device id", 0x04, [] { return UHFGetDeviceID(&ui); }, {}, {0x80, 0x00, 0x00, 0x01, 0x99}, [] { return ui == 0x80000001u; }, false, 0, true},
         {"temperature", 0x34, [] { return UHFGetTemperature(&i32); }, {}, {0x01, 0xFF, 0x9D}, [] { return i32 == 0; }},  // -0.99 truncates
         {"temperature, unsigned", 0x34, [] { return UHFGeTemperature(&u16); }, {}, {0x01, 0xFF, 0x38}, [] { return u16 == 653; }},
         {"set temperature guard", 0x38, [] { return UHFSetTemperatureProtect(0x55); }, {0x55}, {0x01}, {}},
