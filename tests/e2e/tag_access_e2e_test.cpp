@@ -47,8 +47,6 @@ protected:
     }
 };
 
-const Bytes kEpcABytes(kEpcA, kEpcA + 12);
-const Bytes kEpcBBytes(kEpcB, kEpcB + 12);
 
 }  // namespace
 
@@ -100,22 +98,3 @@ TEST_F(TagAccess, LocksNeedThePassword) {
     EXPECT_EQ(read(kNoPwd, kEpcA, 0, 2, 2), std::nullopt);
     EXPECT_EQ(read(kAccessA, kEpcA, 0, 2, 2), (Bytes{0x12, 0x34, 0x56, 0x78}));
 }
-
-namespace {
-
-// One tag in the field, so single-shot calls always find it.
-class OneTag : public SimTcpTest {
-protected:
-    uhfsim::SimOptions options() override {
-        uhfsim::SimOptions o;
-        o.tags.add(make_tag(kEpcA, {0xE280, 0x1160, 0x2000, 0x7A1B, 0x0C3D, 0x4E5F}, 0, 0));
-        o.tags.tags()[0].set_public_epc(std::vector<uint8_t>{0xAA, 0xBB, 0xCC, 0xDD});
-        o.engine.rssi_jitter = 0;
-        return o;
-    }
-};
-
-const Bytes kUiiA = Bytes{0x30, 0x00} + kEpcABytes;
-const Bytes kRssiA = {0xFD, 0xDA};  // -55.0 dBm
-
-}  // namespace
