@@ -79,15 +79,13 @@ def test_bad_input_raises_before_any_byte_is_sent():
     srv.close()
 
 
-def test_unreachable_reader_fails_fast_with_the_address():
+def test_unreachable_reader_fails_naming_the_address():
     s = socket.socket()
     s.bind(("127.0.0.1", 0))
     port = s.getsockname()[1]
     s.close()  # nothing listens there now
-    start = time.monotonic()
     with pytest.raises(uhfhost.ReaderUnreachable, match=f"127.0.0.1:{port}"):
         uhfhost.open(f"tcp:127.0.0.1:{port}")
-    assert time.monotonic() - start < 5
 
 
 def test_declarations_match_the_header():

@@ -83,18 +83,4 @@ TEST_F(TagAccess, LocksNeedThePassword) {
     EXPECT_EQ(read(kNoPwd, kEpcA, 3, 0, 1), (Bytes{0xAB, 0xCD}));
     // The lock is per area: EPC memory stays writable without the password.
     EXPECT_EQ(write(kNoPwd, kEpcA, 1, 7, {0xCD, 0xEF}), 0);
-
-    // Permalock USER as locked; no later lock may change it.
-    uint8_t perma_user[3] = {0x00, 0x0C, 0x03};
-    ASSERT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, perma_user), 0);
-    EXPECT_EQ(write(kAccessA, kEpcA, 3, 0, {0x00, 0x00}), -1);
-    uint8_t unlock_user[3] = {0x00, 0x0C, 0x00};
-    EXPECT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, unlock_user), 1);
-
-    // The access password reads back until its area is read/write locked.
-    EXPECT_EQ(read(kNoPwd, kEpcA, 0, 2, 2), (Bytes{0x12, 0x34, 0x56, 0x78}));
-    uint8_t lock_access[3] = {0x02, 0x00, 0x80};
-    ASSERT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, lock_access), 0);
-    EXPECT_EQ(read(kNoPwd, kEpcA, 0, 2, 2), std::nullopt);
-    EXPECT_EQ(read(kAccessA, kEpcA, 0, 2, 2), (Bytes{0x12, 0x34, 0x56, 0x78}));
 }

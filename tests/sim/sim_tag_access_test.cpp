@@ -12,12 +12,13 @@ using uhfsim::TagField;
 
 namespace {
 
-// A: EPC E200..CDEF, access password 12345678, TID 6 words, USER 4 words.
+// A: EPC E200..CDEF, access password 12345678, kill password 0BADCAFE, TID 6
+// words, USER 4 words.
 // B: EPC AABB CCDD, public EPC 0102, in the public view from the start.
 TagField field() {
     auto f = TagField::from_json(R"({"tags":[
     {"epc":"E200 3412 0123 4567 89AB CDEF","tid":"E280 1160 2000 7A1B 0C3D 4E5F",
-     "user":"0011 2233 4455 6677","access_password":"12345678"},
+     "user":"0011 2233 4455 6677","access_password":"12345678","kill_password":"0BADCAFE"},
     {"epc":"AABB CCDD","tid":"E280 1105 0000 0001","user":"ABCD","public_epc":"0102","qt_public":true}]})");
     return *f;
 }
@@ -87,4 +88,40 @@ TEST(SimTagAccess, EpcWritesKeepTheStoredCrc) {
     EXPECT_EQ(bank[7], 0xCDEE);
     EXPECT_EQ(bank[0], uhfsim::gen2_crc16(uhfsim::words_to_bytes(std::span(bank).subspan(1))));
     EXPECT_NE(bank[0], crc_before);
+}
+
+// One tag through the Gen2 lock model: password locks, permalock, a read-
+// locked password area and kill, each step answered as a tag would.
+TEST(SimTagAccess, LockPermalockAndKill) {
+    const Bytes user0 = Bytes{0x03, 0x00, 0x00, 0x00, 0x01};  // USER word 0
+    const Bytes access_pwd = Bytes{0x00, 0x00, 0x02, 0x00, 0x02};
+    // clang-format off
+    const struct {
+        const char* what;
+        uint8_t code;
+        Bytes data;
+        Bytes reply;
+    } steps[] = {
+        {"lock needs the password", 0x88, kNoPwd + kSelA + Bytes{0x00, 0x08, 0x02}, {0x00, 0x11}},
+        {"password-lock USER", 0x88, kPwd + kSelA + Bytes{0x00, 0x08, 0x02}, {0x01, 0x00}},
+        {"write without the password", 0x86, kNoPwd + kSelA + user0 + Bytes{0xAB, 0xCD}, {0x00, 0x04}},
+        {"write with it", 0x86, kPwd + kSelA + user0 + Bytes{0xAB, 0xCD}, {0x01, 0x00}},
+        {"permalock USER as locked", 0x88, kPwd + kSelA + Bytes{0x00, 0x0C, 0x03}, {0x01, 0x00}},
+        {"no write after that", 0x86, kPwd + kSelA + user0 + Bytes{0x00, 0x00}, {0x00, 0x04}},
+        {"nor an unlock", 0x88, kPwd + kSelA + Bytes{0x00, 0x0C, 0x00}, {0x00, 0x04}},
+        {"USER still reads", 0x84, kNoPwd + kSelA + user0, {0x01, 0x00, 0x00, 0x01, 0xAB, 0xCD}},
+        {"access password reads while open", 0x84, kNoPwd + kSelA + access_pwd, {0x01, 0x00, 0x00, 0x02, 0x12, 0x34, 0x56, 0x78}},
+        {"read/write-lock it", 0x88, kPwd + kSelA + Bytes{0x02, 0x00, 0x80}, {0x01, 0x00}},
+        {"now it needs the password", 0x84, kNoPwd + kSelA + access_pwd, {0x00, 0x04}},
+        {"and reads with it", 0x84, kPwd + kSelA + access_pwd, {0x01, 0x00, 0x00, 0x02, 0x12, 0x34, 0x56, 0x78}},
+        {"kill, wrong password", 0x8A, kPwd + kSelA, {0x00, 0x11}},
+        {"kill", 0x8A, Bytes{0x0B, 0xAD, 0xCA, 0xFE} + kSelA, {0x01, 0x00}},
+        {"a killed tag never answers", 0x84, kNoPwd + kSelA + user0, {0x00, 0x10}},
+    };
+    // clang-format on
+    Bench b(field(), quiet());
+    for (const auto& s : steps) {
+        b.send(frame(s.code, s.data));
+        EXPECT_EQ(b.take(), (std::vector<Reply>{{uint8_t(s.code + 1), s.reply}})) << s.what;
+    }
 }
