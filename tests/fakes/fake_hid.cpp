@@ -31,7 +31,6 @@ struct State {
     Counters count;
     std::vector<Written> writes;
 
-    bool scripted = true;
     std::deque<Bytes> script;
 
     std::unique_ptr<uhfsim::Session> reader;
@@ -70,7 +69,7 @@ size_t cut_report(State& s, uint8_t* out) {
 
 // One input report into data, or 0 when none is due yet.
 int next_input(State& s, unsigned char* data, size_t length) {
-    if (s.scripted) {
+    if (!s.reader) {
         if (s.script.empty()) return 0;
         Bytes r = std::move(s.script.front());
         s.script.pop_front();
@@ -78,7 +77,6 @@ int next_input(State& s, unsigned char* data, size_t length) {
         memcpy(data, r.data(), n);
         return static_cast<int>(n);
     }
-    if (!s.reader) return 0;
     s.reader->service(Clock::now(), [&s](const uint8_t* p, size_t n) { s.stream.insert(s.stream.end(), p, p + n); });
     uint8_t report[kReport] = {};
     if (cut_report(s, report) == 0) return 0;
@@ -97,9 +95,8 @@ void reset() {
     s.write_error = 0;
     s.read_error = 0;
     // Live objects are the transport's to free; they stay counted.
-    s.count = Counters{0, 0, 0, s.count.lists_live, 0, s.count.devices_live, 0, 0};
+    s.count = Counters{0, s.count.lists_live, s.count.devices_live};
     s.writes.clear();
-    s.scripted = true;
     s.script.clear();
     s.reader.reset();
     s.stream.clear();
@@ -128,12 +125,6 @@ void unplug(int error) {
     s.input.notify_all();
 }
 
-void use_script() {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().scripted = true;
-    state().reader.reset();
-}
-
 void push_report(Bytes report) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
@@ -149,7 +140,6 @@ size_t reports_queued() {
 void use_reader(const uhfsim::SimOptions& opts) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
-    s.scripted = false;
     s.reader = std::make_unique<uhfsim::Session>(opts);
     s.stream.clear();
     s.frame_left = 0;
@@ -178,11 +168,7 @@ using fakehid::State;
 
 extern "C" {
 
-int hid_init(void) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().count.init++;
-    return 0;
-}
+int hid_init(void) { return 0; }
 
 int hid_exit(void) {
     std::lock_guard<std::mutex> lock(state().mu);
@@ -198,7 +184,6 @@ const struct hid_api_version* hid_version(void) {
 struct hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_id) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
-    s.count.enumerate++;
     hid_device_info* head = nullptr;
     hid_device_info** tail = &head;
     for (const auto& e : s.devices) {
@@ -232,13 +217,12 @@ void hid_free_enumeration(struct hid_device_info* devs) {
 hid_device* hid_open_path(const char* path) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
-    s.count.open++;
     if (s.open_fails || path == nullptr) return nullptr;
     bool listed =
         std::any_of(s.devices.begin(), s.devices.end(), [&](const fakehid::Entry& e) { return e.path == path; });
     if (!listed) return nullptr;
     s.count.devices_live++;
-    return new hid_device{s.count.open};
+    return new hid_device{s.count.devices_live};
 }
 
 void hid_close(hid_device* dev) {
@@ -267,7 +251,6 @@ int hid_write(hid_device* dev, const unsigned char* data, size_t length) {
 int hid_read_timeout(hid_device* dev, unsigned char* data, size_t length, int milliseconds) {
     State& s = state();
     std::unique_lock<std::mutex> lock(s.mu);
-    s.count.reads++;
     if (dev == nullptr || data == nullptr) return -1;
     auto deadline = fakehid::Clock::now() + std::chrono::milliseconds(milliseconds);
     for (;;) {
@@ -286,10 +269,6 @@ int hid_read_timeout(hid_device* dev, unsigned char* data, size_t length, int mi
     }
 }
 
-int LIBUSB_CALL libusb_handle_events_timeout(libusb_context*, struct timeval*) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().count.events++;
-    return 0;
-}
+int LIBUSB_CALL libusb_handle_events_timeout(libusb_context*, struct timeval*) { return 0; }
 
 }  // extern "C"

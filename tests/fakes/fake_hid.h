@@ -31,14 +31,9 @@ struct Written {
 };
 
 struct Counters {
-    int init = 0;
-    int exit = 0;
-    int enumerate = 0;
-    int lists_live = 0;  // enumerations not yet freed
-    int open = 0;
+    int exit = 0;          // hid_exit calls
+    int lists_live = 0;    // enumerations not yet freed
     int devices_live = 0;  // opened and not yet closed
-    int reads = 0;
-    int events = 0;  // libusb_handle_events_timeout calls
 };
 
 // Back to a machine with nothing plugged in: empty list, no reader, no faults,
@@ -50,8 +45,8 @@ void fail_open(bool on);      // hid_open_path returns null
 void fail_writes(int error);  // hid_write returns error (0: works)
 void unplug(int error = -1);  // every read from now on fails
 
-// Input reports come only from this queue, each returned as given.
-void use_script();
+// Input reports come from this queue, each returned as given, unless a
+// virtual reader answers (use_reader).
 void push_report(Bytes report);
 size_t reports_queued();
 

@@ -25,17 +25,6 @@ inline Bytes frame(uint8_t code, const Bytes& data = {}) {
     return f;
 }
 
-// An escaped frame: AA, the body with 0xFF before every AA, 55 and FF, then 55.
-inline Bytes escaped(const Bytes& body) {
-    Bytes out = {0xAA};
-    for (uint8_t x : body) {
-        if (x == 0xAA || x == 0x55 || x == 0xFF) out.push_back(0xFF);
-        out.push_back(x);
-    }
-    out.push_back(0x55);
-    return out;
-}
-
 struct Reply {
     uint8_t code;
     Bytes data;

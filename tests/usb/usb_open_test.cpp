@@ -36,6 +36,21 @@ class UsbOpen_ : public UsbTest {};
 
 }  // namespace
 
+TEST_F(UsbOpen_, DeviceListShapes) {
+    for (const auto& c : kOpenCases) {
+        SCOPED_TRACE(c.name);
+        shut_down();
+        fakehid::reset();
+        fakehid::set_devices(c.devices);
+        fakehid::fail_open(c.open_fails);
+        EXPECT_EQ(usbOpen(), c.result);
+        EXPECT_STREQ(cur_usb_path, c.path);
+        EXPECT_EQ(fakehid::counters().lists_live, 0) << "device list not freed";
+        EXPECT_EQ(fakehid::counters().devices_live, c.result == 0 ? 1 : 0);
+        EXPECT_EQ(uhf::usb_receive_threads(), c.result == 0 ? 1 : 0);
+    }
+}
+
 TEST_F(UsbOpen_, WrapperTakesASlotStopsTheReaderAndClosesQuietly) {
     static int calls;
     calls = 0;
