@@ -5,7 +5,6 @@
 #include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -93,8 +92,8 @@ inline Result uhfctl(const std::vector<std::string>& args, const Env& env = {"UH
     return run_program(UHFCTL_PATH, args, env);
 }
 
-// A child left running: its stdout is read line by line; killed with
-// SIGTERM (then waited for) when the object goes.
+// A child left running, its stdout read line by line; killed with SIGTERM
+// (then waited for) when the object goes.
 class Background {
 public:
     Background(const std::string& path, const std::vector<std::string>& args, const Env& env = {"UHF_READER"}) {
@@ -106,47 +105,34 @@ public:
         pid_ = spawn({}, path, args, env, &io);
         posix_spawn_file_actions_destroy(&io);
         close(out[1]);
-        fd_ = out[0];
+        out_ = fdopen(out[0], "r");
     }
     ~Background() {
         if (pid_ > 0 && !waited_) {
             kill(pid_, SIGTERM);
             wait();
         }
-        if (fd_ >= 0) close(fd_);
+        close_output();
     }
-    // Next line of output (without the newline); false at the end or after
-    // the guard time.
-    bool line(std::string& out, int guard_s = 30) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(guard_s);
-        for (size_t nl; (nl = buf_.find('\n')) == std::string::npos;) {
-            if (fd_ < 0 || std::chrono::steady_clock::now() > deadline) return false;
-            pollfd p{fd_, POLLIN, 0};
-            if (poll(&p, 1, 200) <= 0) continue;
-            char b[4096];
-            ssize_t n = read(fd_, b, sizeof b);
-            if (n > 0) {
-                buf_.append(b, static_cast<size_t>(n));
-            } else {
-                close_output();
-            }
-        }
-        size_t nl = buf_.find('\n');
-        out = buf_.substr(0, nl);
-        buf_.erase(0, nl + 1);
-        return true;
+    // The next line of output, without its newline; false at the end.
+    bool line(std::string& l) {
+        char* p = nullptr;
+        size_t cap = 0;
+        ssize_t n = out_ ? getline(&p, &cap, out_) : -1;
+        if (n > 0) l.assign(p, static_cast<size_t>(p[n - 1] == '\n' ? n - 1 : n));
+        free(p);
+        return n > 0;
     }
-    // Everything still to come, up to the end of output.
     std::string rest() {
         std::string all, l;
         while (line(l)) all += l + "\n";
-        return all + buf_;
+        return all;
     }
     void signal(int sig) { kill(pid_, sig); }
     // The reading end goes away, as when `| head -1` has had its line.
     void close_output() {
-        if (fd_ >= 0) close(fd_);
-        fd_ = -1;
+        if (out_) fclose(out_);
+        out_ = nullptr;
     }
     int wait() {
         waited_ = true;
@@ -155,9 +141,8 @@ public:
 
 private:
     pid_t pid_ = -1;
-    int fd_ = -1;
+    FILE* out_ = nullptr;
     bool waited_ = false;
-    std::string buf_;
 };
 
 // uhfsim as a child on a free loopback port (or a pseudo-terminal), and the

@@ -26,7 +26,7 @@ struct RoundTrip {
     const char* name;
     std::vector<std::string> set;
     const char* get_text;  // what `get NAME` prints after the name
-    std::function<bool(const uhfsim::ReaderState&)> holds;
+    std::function<bool(const uhfsim::ReaderState&)> holds = nullptr;  // what only the reader shows (saved values, bytes)
 };
 
 class CliSettings : public PtyReaderTest, public ::testing::WithParamInterface<RoundTrip> {
@@ -42,7 +42,7 @@ TEST_P(CliSettings, SetThenGet) {
     ASSERT_EQ(s.code, 0) << s.err;
     EXPECT_EQ(s.out, row.set[0] + " set\n");
     bool held = false;
-    pty->for_each_reader([&](uhfsim::VirtualReader& r) { held = row.holds(r.state()); });
+    pty->for_each_reader([&](uhfsim::VirtualReader& r) { held = !row.holds || row.holds(r.state()); });
     EXPECT_TRUE(held);
 
     Result g = ctl({"get", row.set[0]});
@@ -54,31 +54,18 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, CliSettings,
     // clang-format off
     ::testing::Values(
-        RoundTrip{"output_two_high", {"outputs", "2", "high"}, "1 low, 2 high",
-                  [](const auto& s) { return s.current.outputs == std::array<uint8_t, 2>{0, 1}; }},
-        RoundTrip{"ip_with_mask", {"ip", "192.0.2.10:5000", "255.255.0.0", "192.0.2.1"},
-                  "192.0.2.10:5000  mask 255.255.0.0  gateway 192.0.2.1",
-                  [](const auto& s) {
-                      return s.current.own.ip == std::array<uint8_t, 4>{192, 0, 2, 10} &&
-                             s.current.own.port == std::array<uint8_t, 2>{0x13, 0x88};
-                  }},
-        RoundTrip{"user_params", {"user-params", "00 11 aa", "BB"}, "0011AABB",
-                  [](const auto& s) { return s.current.user_params == std::vector<uint8_t>{0x00, 0x11, 0xAA, 0xBB}; }},
+        RoundTrip{"output_two_high", {"outputs", "2", "high"}, "1 low, 2 high"},
+        RoundTrip{"ip_with_mask", {"ip", "192.0.2.10:5000", "255.255.0.0", "192.0.2.1"}, "192.0.2.10:5000  mask 255.255.0.0  gateway 192.0.2.1",
+                  [](const auto& s) { return s.current.own.ip == std::array<uint8_t, 4>{192, 0, 2, 10} && s.current.own.port == std::array<uint8_t, 2>{0x13, 0x88}; }},
+        RoundTrip{"user_params", {"user-params", "00 11 aa", "BB"}, "0011AABB"},
         RoundTrip{"power_saved", {"power", "25", "--save"}, "1: 25/25, 2: 25/25, 3: 25/25, 4: 25/25 dBm",
-                  [](const auto& s) {
-                      return s.saved.antennas[0].read_power == 2500 && s.saved.antennas[3].write_power == 2500;
-                  }},
+                  [](const auto& s) { return s.saved.antennas[0].read_power == 2500 && s.saved.antennas[3].write_power == 2500; }},
         RoundTrip{"antennas", {"antennas", "1,3", "--save"}, " 1,3\n",
                   [](const auto& s) { return s.current.antenna_mask == 0x0005 && s.saved.antenna_mask == 0x0005; }},
-        RoundTrip{"frequencies", {"frequencies", "903250", "904250"}, " 903250 904250 kHz\n",
-                  [](const auto& s) { return s.current.hop_table == std::vector<uint32_t>{903250, 904250}; }},
-        RoundTrip{"gen2_named_fields", {"gen2", "--session", "2", "--q", "0"}, "q=0 startq=4",
-                  [](const auto& s) { return (s.current.gen2[3] >> 4 & 3) == 2 && (s.current.gen2[0] & 1) == 0; }},
-        RoundTrip{"fastid", {"fastid", "on"}, " on\n", [](const auto& s) { return s.current.fast_id; }},
-        RoundTrip{"mode_user", {"mode", "epc+tid+user", "1", "2"}, "epc+tid+user (USER from word 1, 2 words)",
-                  [](const auto& s) {
-                      return s.current.inventory_mode == uhfsim::InventoryMode::EpcTidUser && s.current.user_words == 2;
-                  }}),
+        RoundTrip{"frequencies", {"frequencies", "903250", "904250"}, " 903250 904250 kHz\n"},
+        RoundTrip{"gen2_named_fields", {"gen2", "--session", "2", "--q", "0"}, "q=0 startq=4 minq=0 maxq=15 d=1 coding=2 p=1 sel=1 session=2"},
+        RoundTrip{"fastid", {"fastid", "on"}, " on\n"},
+        RoundTrip{"mode_user", {"mode", "epc+tid+user", "1", "2"}, "epc+tid+user (USER from word 1, 2 words)"}),
     // clang-format on
     [](const auto& info) { return std::string(info.param.name); });
 
