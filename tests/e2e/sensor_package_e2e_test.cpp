@@ -1,5 +1,4 @@
-// Sensor tags, the packaged protocol and the detection thread through the
-// library against the virtual reader.
+// A sensor tag's logging run through the library against the virtual reader.
 #include <chrono>
 
 #include "sim_link.h"
