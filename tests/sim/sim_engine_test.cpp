@@ -12,9 +12,6 @@ using uhfsim::TagField;
 
 namespace {
 
-const Bytes kPowerDefaults = {0x01, 0x01, 0x0B, 0xB8, 0x0B, 0xB8, 0x02, 0x0B, 0xB8, 0x0B, 0xB8,
-                              0x03, 0x0B, 0xB8, 0x0B, 0xB8, 0x04, 0x0B, 0xB8, 0x0B, 0xB8};
-
 // Two known tags, so every report byte can be written down.
 //   A: EPC E200 3412 0123 4567 89AB CDEF, -52.5 dBm on 1, -71.0 on 2
 //   B: EPC AABB CCDD, -80.0 dBm on 2 and -70.0 on 3

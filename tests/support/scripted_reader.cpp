@@ -85,8 +85,6 @@ void ScriptedReader::reply(Bytes raw) {
 
 void ScriptedReader::reply_frame(uint8_t cmd, const Bytes& data) { reply(frame(cmd, data)); }
 
-void ScriptedReader::silence() { reply({}); }
-
 void ScriptedReader::set_responder(std::function<Bytes(const Bytes&)> fn) {
     std::lock_guard<std::mutex> lock(mu_);
     responder_ = std::move(fn);

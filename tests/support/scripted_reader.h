@@ -31,7 +31,6 @@ public:
     // forms) consumes one entry; an empty entry means "say nothing".
     void reply(Bytes raw);
     void reply_frame(uint8_t cmd, const Bytes& data = {});
-    void silence();
     // Answer every request with whatever the function returns.
     void set_responder(std::function<Bytes(const Bytes& request)> fn);
     // Write bytes to the client now; optionally one byte per write.

@@ -9,8 +9,6 @@ using namespace uhftest;
 
 namespace {
 
-const Bytes kStop = frame(0x8C);
-
 Bytes report(uint8_t last_epc_byte, uint8_t antenna = 1) {
     return {0x10, 0x00, 0xE2, 0x00, 0x00, last_epc_byte, 0xFD, 0x7A, antenna};  // 4-byte EPC
 }
