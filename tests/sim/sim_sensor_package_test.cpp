@@ -1,10 +1,7 @@
-// The virtual reader's sensor-tag, packaged-protocol and escaped-stream
-// behaviour at the byte level.
+// The virtual reader's temperature-logging sensor tags at the byte level.
 #include <gtest/gtest.h>
 
 #include "bytes_ops.h"
-#include "engine/escaped_reports.h"
-#include "engine/packaged.h"
 #include "sim_test_util.h"
 
 using namespace simtest;

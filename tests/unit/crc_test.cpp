@@ -28,10 +28,3 @@ TEST(CalcCrc, SkipsFirstByteAndIsNotInverted) {
     EXPECT_EQ(reg, 0xE1F0);  // eight shifts of 0xFFFF, each with the top bit set
 }
 
-TEST(CrcFlag, StartsOnAndToggles) {
-    EXPECT_EQ(g_uflagCrc, 1);
-    UHF_FlafCrcOff();
-    EXPECT_EQ(g_uflagCrc, 0);
-    UHF_FlagCrcOn();
-    EXPECT_EQ(g_uflagCrc, 1);
-}

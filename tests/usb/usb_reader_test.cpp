@@ -76,13 +76,6 @@ bool rssi_plausible(const Bytes& b) {
 
 }  // namespace
 
-TEST_F(UsbReader, PowerSetThenGet) {
-    ASSERT_EQ(UHFSetPower(0, 26), 0);
-    uint8_t dbm = 0;
-    ASSERT_EQ(UHFGetPower(&dbm), 0);
-    EXPECT_EQ(dbm, 26);
-}
-
 TEST_F(UsbReader, SingleShotInventoryReachesReplyAndCallback) {
     setOnDataReceived(collect);
     uint8_t len = 0;
