@@ -25,6 +25,10 @@ Bytes frame(uint8_t cmd, const Bytes& data) {
     return f;
 }
 
+namespace {
+
+// The length of the first request unit in b: 0 when incomplete, 1 to drop a
+// stray byte.
 size_t next_unit(const Bytes& b) {
     if (b.empty()) return 0;
     if (b[0] == 0xA5) {
@@ -46,6 +50,8 @@ size_t next_unit(const Bytes& b) {
     }
     return 1;
 }
+
+}  // namespace
 
 ScriptedReader::ScriptedReader() {
     listen_fd_ = socket(AF_INET, SOCK_STREAM, 0);

@@ -64,8 +64,4 @@ private:
     std::thread thread_;
 };
 
-// Splits the first request unit off buf: returns its length, 0 when
-// incomplete, or 1 to drop a stray byte.
-size_t next_unit(const Bytes& buf);
-
 }  // namespace uhftest

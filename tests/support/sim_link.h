@@ -22,31 +22,28 @@ inline uhfsim::SimOptions sim_options(size_t tags = 10, uint32_t rate = 400, uin
     return o;
 }
 
+inline std::string hex(const uint8_t* p, size_t n) {
+    std::string s;
+    char b[3];
+    for (size_t i = 0; i < n; i++) {
+        snprintf(b, sizeof b, "%02X", p[i]);
+        s += b;
+    }
+    return s;
+}
+
 // Hex text of the EPC of every tag in the field.
 inline std::set<std::string> field_epcs(const uhfsim::TagField& f) {
     std::set<std::string> out;
     for (const auto& t : f.tags()) {
-        std::string s;
-        char b[3];
-        for (uint8_t x : t.epc()) {
-            snprintf(b, sizeof b, "%02X", x);
-            s += b;
-        }
-        out.insert(s);
+        const std::vector<uint8_t> epc = t.epc();
+        out.insert(hex(epc.data(), epc.size()));
     }
     return out;
 }
 
 // EPC (hex) of a UHF_GetReceived_EX output: length, PC+EPC, ...
-inline std::string epc_of_ex(const uint8_t* out) {
-    std::string s;
-    char b[3];
-    for (int i = 3; i <= out[0]; i++) {
-        snprintf(b, sizeof b, "%02X", out[i]);
-        s += b;
-    }
-    return s;
-}
+inline std::string epc_of_ex(const uint8_t* out) { return out[0] < 2 ? "" : hex(out + 3, out[0] - 2u); }
 
 // Poll UHF_GetReceived_EX until `want` distinct EPCs were seen or ms passed;
 // returns the outputs in arrival order.

@@ -48,25 +48,6 @@ Bytes take(uint16_t capacity = 300) {
     return out;
 }
 
-TEST_F(TagQueue, RecordsComeBackInOrderWithIdAndMode) {
-    struct Item {
-        INVENTORY_MODE mode;
-        int id;
-        Bytes rep;
-    } items[] = {
-        {NORMAL_INVENTORY, 0, report(2, 1)},
-        {SENSOR_INVENTORY, 0xABCD, report(40, 2)},
-        {NORMAL_INVENTORY, 19, report(1, 3)},
-        {SENSOR_INVENTORY, 0x0100, report(252, 4)},
-    };
-    for (const Item& it : items)
-        ASSERT_EQ(addTagData(it.mode, it.rep.data(), static_cast<uint16_t>(it.rep.size()), it.id), it.rep.size() + 3);
-    for (const Item& it : items) EXPECT_EQ(take(), expected_record(it.id, it.mode, it.rep));
-    EXPECT_EQ(take(), Bytes{});
-    EXPECT_TRUE(ring_is_zero());
-    EXPECT_EQ(add_tag_index, drop_tag_index);
-}
-
 TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
     struct Case {
         const char* name;

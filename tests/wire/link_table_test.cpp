@@ -1,12 +1,36 @@
 // The link table: rotation, wrap, release rules, the JSON list, idle times.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <string>
 
 #include "link_helpers.h"
-#include "loopback_socket.h"
 
 using namespace uhftest;
 
 namespace {
+
+// A loopback socket on a free port. Bound only, a connect to it is refused;
+// listening, the kernel completes connections into its backlog (enough for a
+// full link table) while nobody accepts.
+struct LoopbackSocket {
+    int fd = -1;
+    int port = 0;
+    explicit LoopbackSocket(bool listening) {
+        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+        socklen_t len = sizeof a;
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+        port = ntohs(a.sin_port);
+        if (listening) listen(fd, 64);
+    }
+    ~LoopbackSocket() { close(fd); }
+};
 
 class Links : public ::testing::Test {
 protected:

@@ -10,11 +10,20 @@
 
 #include "form_utils.h"
 #include "link_helpers.h"
-#include "trans_package.h"
 
 using namespace uhftest;
 
 namespace {
+
+ST_TransPackage package(uint8_t type, uint16_t cmd, uint16_t prop, const std::vector<uint8_t>& content) {
+    ST_TransPackage p{};
+    p.type = type;
+    p.cmd = cmd;
+    p.prop = prop;
+    p.len = static_cast<uint16_t>(content.size());
+    std::copy(content.begin(), content.end(), p.content);
+    return p;
+}
 
 // Built by hand rather than with the codec under test.
 Bytes wire_frame(const Bytes& pkg) {
