@@ -1,5 +1,5 @@
-// Test-side framing, written separately from the reader's codec so a codec bug
-// cannot hide behind itself.
+// The virtual reader engine on a test bench: frames in, replies cut apart,
+// a clock the test owns.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +13,7 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-inline Bytes frame(uint8_t code, const Bytes& data = {}) {
-    const size_t n = data.size() + 8;
-    Bytes f{0xA5, 0x5A, static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n), code};
-    f.insert(f.end(), data.begin(), data.end());
-    uint8_t x = 0;
-    for (size_t i = 2; i < f.size(); ++i) x ^= f[i];
-    f.push_back(x);
-    f.push_back(0x0D);
-    f.push_back(0x0A);
-    return f;
-}
+using uhftest::frame;
 
 struct Reply {
     uint8_t code;

@@ -13,18 +13,6 @@
 
 namespace uhftest {
 
-Bytes frame(uint8_t cmd, const Bytes& data) {
-    size_t total = data.size() + 8;
-    Bytes f = {0xA5, 0x5A, uint8_t(total >> 8), uint8_t(total), cmd};
-    f.insert(f.end(), data.begin(), data.end());
-    uint8_t x = 0;
-    for (size_t i = 2; i < f.size(); i++) x ^= f[i];
-    f.push_back(x);
-    f.push_back(0x0D);
-    f.push_back(0x0A);
-    return f;
-}
-
 namespace {
 
 // The length of the first request unit in b: 0 when incomplete, 1 to drop a

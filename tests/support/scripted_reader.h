@@ -11,12 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "bytes_ops.h"
+
 namespace uhftest {
-
-using Bytes = std::vector<uint8_t>;
-
-// A5 5A command frame with a two-byte length, XOR check and CR LF.
-Bytes frame(uint8_t cmd, const Bytes& data = {});
 
 class ScriptedReader {
 public:
