@@ -1,7 +1,6 @@
-// Fixture for table-driven command tests. CallRow tables: each row scripts one
-// reply, makes one call, and then looks at the single request frame the call
-// sent. StepRow tables: a call that makes any number of exchanges (none: it
-// must refuse without traffic) and hands back outputs.
+// Fixture for table-driven command tests. StepRow tables: a call that makes
+// any number of exchanges (none: it must refuse without traffic), the request
+// each must carry, and what the call hands back.
 #pragma once
 
 #include <chrono>
@@ -15,16 +14,6 @@
 #include "transport.h"
 
 namespace uhftest {
-
-// One call that a good reply (data `reply` under code+1) lets succeed: the
-// request data it must send under `code`.
-struct CallRow {
-    const char* name;
-    uint8_t code;
-    std::function<int()> call;
-    Bytes request;
-    Bytes reply;
-};
 
 // A call's result and its outputs, flattened (sentinels where untouched).
 struct Outcome {
@@ -49,6 +38,9 @@ struct StepRow {
 
 // The answer to request code `cmd`: a frame of code cmd + 1.
 inline Bytes answer(uint8_t cmd, const Bytes& data) { return frame(uint8_t(cmd + 1), data); }
+
+// A call with no outputs.
+inline Outcome done(int r) { return {r, {}}; }
 
 // A call that makes one exchange under `cmd`: the request data it must send
 // and the reply data it gets.
@@ -97,15 +89,6 @@ protected:
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         EXPECT_EQ(reader.received().size(), before) << "no traffic expected";
         return r;
-    }
-
-    void check_rows(std::initializer_list<CallRow> rows) {
-        for (const CallRow& c : rows) {
-            SCOPED_TRACE(c.name);
-            EXPECT_EQ(exchange(answer(c.code, c.reply), c.call), 0);
-            EXPECT_EQ(sent_cmd, c.code);
-            EXPECT_EQ(sent_data, c.request);
-        }
     }
 
     void check_steps(const std::vector<StepRow>& rows) {

@@ -8,21 +8,12 @@ namespace {
 
 // A package frame as the reader sends it (head 0xAB).
 Bytes pkg(uint8_t type, const Bytes& data) {
-    size_t L = data.size() + 5;
-    Bytes f = {0xA5,
-               0x03,
-               uint8_t(L >> 8),
-               uint8_t(L),
-               0xAB,
-               uint8_t(type << 4 | 2),
-               uint8_t(data.size()),
-               uint8_t(data.size() >> 8)};
-    f = f + data;
+    const size_t n = data.size();
+    Bytes f = Bytes{0xA5, 0x03, uint8_t((n + 5) >> 8), uint8_t(n + 5), 0xAB, uint8_t(type << 4 | 2), uint8_t(n), uint8_t(n >> 8)};
     uint8_t x = 0;
     for (size_t i = 5; i < f.size(); i++) x ^= f[i];
-    f.push_back(x);
-    f.push_back(0x03);
-    return f;
+    for (uint8_t b : data) x ^= b;
+    return f + data + Bytes{x, 0x03};
 }
 
 const Bytes kAck = {0xA5, 0x02, 0x00, 0x02, 0x01, 0x00, 0x03};

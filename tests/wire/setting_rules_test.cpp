@@ -14,7 +14,6 @@ namespace {
 using SettingRules = CommandTest;
 constexpr unsigned kNone = 0xEEEEEEEE;
 
-Outcome done(int r) { return {r, {}}; }
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 auto set_gen2(std::array<uint8_t, 14> f) {
