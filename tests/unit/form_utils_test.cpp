@@ -78,12 +78,10 @@ void record_cells(ST_UHF_DATA_CELL* cells) {
     g_calls.push_back(call);
 }
 
-int g_other_calls = 0;
 class DataEvents : public ::testing::Test {
 protected:
     void SetUp() override {
         g_calls.clear();
-        g_other_calls = 0;
         setOnDataReceived(record_cells);
     }
     void TearDown() override { setOnDataReceived(nullptr); }
