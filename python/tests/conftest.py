@@ -15,15 +15,26 @@ sys.path.insert(0, str(ROOT / "python"))
 
 
 @pytest.fixture
-def sim():
-    """A running uhfsim; yields its 'tcp:HOST:PORT'."""
-    proc = subprocess.Popen([str(BUILD / "sim" / "uhfsim"), "--tcp", "127.0.0.1:0", "--tags", str(TAGS)],
+def sim_proc():
+    """A running uhfsim that logs each request it answers; yields (process, 'tcp:HOST:PORT')."""
+    proc = subprocess.Popen([str(BUILD / "sim" / "uhfsim"), "--tcp", "127.0.0.1:0", "--tags", str(TAGS), "--verbose"],
                             stdout=subprocess.PIPE, text=True)
     line = proc.stdout.readline()
     assert line.startswith("tcp "), line
-    yield "tcp:" + line.split()[1]
+    yield proc, "tcp:" + line.split()[1]
     proc.terminate()
     proc.wait(10)
+
+
+@pytest.fixture
+def sim(sim_proc):
+    return sim_proc[1]
+
+
+def requests_seen(proc):
+    """The codes of the requests the reader answered, once it has stopped."""
+    proc.terminate()
+    return [line.split()[0] for line in proc.communicate(timeout=10)[0].splitlines() if line.startswith("0x")]
 
 
 @pytest.fixture
