@@ -43,19 +43,6 @@ TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
     EXPECT_EQ(seen, field_epcs(o.tags));
 }
 
-TEST_F(InventoryE2E, ReaderClosingMidInventory) {
-    auto o = sim_options(3, 400);
-    o.faults.close_after = 20;
-    start(o);
-    ASSERT_EQ(UHFInventory(), 0);
-    auto got = collect_reports(100, 1500);  // the stream ends after 20 frames
-    EXPECT_LE(got.size(), 20u);
-    uint8_t out[512];
-    int len = 0;
-    EXPECT_EQ(UHF_GetReceived_EX(&len, out), -1);
-    EXPECT_EQ(UHFStopGet(), -1);
-}
-
 // A saturated serial line whose bytes arrive a few at a time, as a UART hands
 // them over: every report the reader sent reaches the application (the reads
 // its line had no room for are the reader's loss, not the host's).
