@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "outcome.h"
 #include "sim_link.h"
 
 using namespace uhftest;
@@ -49,37 +50,18 @@ protected:
     }
 };
 
-using Get = std::function<std::vector<unsigned>()>;
+using Get = std::function<Outcome()>;
 
-std::vector<unsigned> one(int r, unsigned v) { return {unsigned(r), v}; }
-
-// A getter filling n bytes: its result, then the bytes.
+// A getter filling N bytes.
 template <size_t N = 1>
 Get bytes(int (*get)(uint8_t*)) {
-    return [get] {
-        uint8_t b[N] = {};
-        int r = get(b);
-        std::vector<unsigned> out = {unsigned(r)};
-        out.insert(out.end(), b, b + N);
-        return out;
-    };
+    return [get] { return filled<uint8_t, N>(get); };
 }
 
-std::vector<unsigned> gen2_fields() {
-    std::array<uint8_t, 14> f{};
-    int r = UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
-                       &f[13]);
-    std::vector<unsigned> out = {unsigned(r)};
-    out.insert(out.end(), f.begin(), f.end());
-    return out;
-}
-
-Get ant_work_time(uint8_t ant) {
-    return [ant] {
-        unsigned t = 0;
-        int r = UHFGetANTWorkTime(ant, &t);
-        return one(r, t);
-    };
+Outcome gen2_fields() {
+    return filled<uint8_t, 14>([](uint8_t* f) {
+        return UHFGetGen2(f, f + 1, f + 2, f + 3, f + 4, f + 5, f + 6, f + 7, f + 8, f + 9, f + 10, f + 11, f + 12, f + 13);
+    });
 }
 
 }  // namespace
@@ -90,58 +72,49 @@ TEST_F(ConfigE2E, EverySettingReadsBackWhatWasSet) {
     uint8_t id[4] = {1, 2, 3, 4}, value[4] = {0xDE, 0xAD, 0xBE, 0xEF};
     uint8_t para[6] = {6, 5, 4, 3, 2, 1};
     auto antenna_power = [] {
-        uint8_t b[64] = {};
         uint16_t n = 0;
-        int r = UHFGetAntennaPower(b, &n);
-        std::vector<unsigned> out = {unsigned(r), n};
-        out.insert(out.end(), b, b + 12);
-        return out;
+        Outcome o = filled<uint8_t, 64>([&](uint8_t* b) { return UHFGetAntennaPower(b, &n); });
+        o.out.resize(12);
+        o.out.insert(o.out.begin(), n);
+        return o;
     };
     auto hops = [] {
-        unsigned b[256] = {};
-        int r = UHFGetJumpFrequency(b);
-        return std::vector<unsigned>{unsigned(r), b[0], b[1], b[2]};
+        Outcome o = filled<unsigned, 256>(UHFGetJumpFrequency);
+        o.out.resize(3);
+        return o;
     };
-    auto param = [&] {
-        uint8_t v[4] = {};
-        int r = UHF_Get_Param(2, id, v);
-        return std::vector<unsigned>{unsigned(r), v[0], v[1], v[2], v[3]};
-    };
-    auto report_mode = [] {
-        uint8_t m[3] = {};
-        int r = UHFGetEPCTIDUSERMode(0, 0, m);
-        return std::vector<unsigned>{unsigned(r), m[0], m[1], m[2]};
-    };
+    auto param = [&] { return filled<uint8_t, 4>([&](uint8_t* v) { return UHF_Get_Param(2, id, v); }); };
+    auto report_mode = [] { return filled<uint8_t, 3>([](uint8_t* m) { return UHFGetEPCTIDUSERMode(0, 0, m); }); };
+    auto work_time_2 = [] { return filled<unsigned, 1>([](unsigned* t) { return UHFGetANTWorkTime(2, t); }); };
     // clang-format off
     const struct {
         const char* name;
         std::function<int()> set;
         Get get;
-        std::vector<unsigned> expect;
+        Outcome expect;
     } settings[] = {
-        {"power", [] { return UHFSetPower(0, 25); }, bytes(UHFGetPower), {0, 25}},
+        {"power", [] { return UHFSetPower(0, 25); }, bytes(UHFGetPower), {0, {25}}},
         // antenna 1 from the row above
-        {"antenna power", [] { return UHFSetAntennaPower(0, 2, 2650, 2000); }, antenna_power, {0, 12, 1, 25, 25, 2, 26, 20, 3, 30, 30, 4, 30, 30}},
-        {"antennas", [&] { return UHFSetANT(0, mask); }, bytes<2>(UHFGetANT), {0, 0x00, 0x05}},
-        {"antenna work time", [] { return UHFSetANTWorkTime(2, 0, 500); }, ant_work_time(2), {0, 500}},
-        {"region", [] { return UHFSetRegion(0, 3); }, bytes(UHFGetRegion), {0, 3}},
-        {"hopping table", [&] { return UHFSetJumpFrequency(2, freqs); }, hops, {0, 2, 920125, 924875}},
-        {"RF link", [] { return UHFSetRFLink(0, 2); }, bytes(UHFGetRFLink), {0, 2}},
-        {"RF link preset 1", [] { return UHF_Set_RFLink(1); }, bytes(UHF_Get_RFLink), {0, 1}},
-        {"RF link preset 3 brings its Gen2 block", [] { return UHF_Set_RFLink(3); }, gen2_fields, {0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 1, 1, 1, 0, 3}},
-        {"CW", [] { return UHFSetCW(1); }, bytes(UHFGetCW), {0, 1}},
-        {"parameter", [&] { return UHF_Set_Param(2, id, value); }, param, {0, 0xDE, 0xAD, 0xBE, 0xEF}},
-        {"Gen2", [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); }, gen2_fields, {0, 5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}},
-        {"FastID", [] { return UHFSetFastID(1); }, bytes(UHFGetFastID), {0, 1}},
-        {"FastID only when changed", [] { return R2000_Set_FastID(1); }, bytes(UHFGetFastID), {0, 1}},
-        {"TagFocus", [] { return R2000_Set_TagFocus(1); }, bytes(UHFGetTagfocus), {0, 1}},
-        {"EPC+TID+USER mode", [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); }, report_mode, {3, 2, 4, 2}},
-        {"EPC+TID mode", [] { return UHF_OPENMODE(); }, bytes(UHFGetEPCTIDMode), {0, 1}},
-        {"dual/single", [] { return UHFSetDualSingelMode(0, 1); }, bytes(UHFGetDualSingelMode), {0, 1}},
-        {"work mode", [] { return UHFSetWorkMode(2); }, bytes(UHFGetWorkMode), {0, 2}},
-        {"work mode parameters", [&] { return UHFSetWorkModePara(para); }, bytes<6>(UHFGetWorkModePara), {0, 6, 5, 4, 3, 2, 1}},
-        {"work time", [] { return UHFSetWorkTime(0, 1, 2, 3, 4); }, bytes<4>(UHFGetWorkTime), {4, 1, 2, 3, 4}},
-        {"protocol type", [] { return UHFSetProtocolType(2); }, bytes(UHFGetProtocolType), {0, 2}},
+        {"antenna power", [] { return UHFSetAntennaPower(0, 2, 2650, 2000); }, antenna_power, {0, {12, 1, 25, 25, 2, 26, 20, 3, 30, 30, 4, 30, 30}}},
+        {"antennas", [&] { return UHFSetANT(0, mask); }, bytes<2>(UHFGetANT), {0, {0x00, 0x05}}},
+        {"antenna work time", [] { return UHFSetANTWorkTime(2, 0, 500); }, work_time_2, {0, {500}}},
+        {"region", [] { return UHFSetRegion(0, 3); }, bytes(UHFGetRegion), {0, {3}}},
+        {"hopping table", [&] { return UHFSetJumpFrequency(2, freqs); }, hops, {0, {2, 920125, 924875}}},
+        {"RF link", [] { return UHFSetRFLink(0, 2); }, bytes(UHFGetRFLink), {0, {2}}},
+        {"RF link preset 1", [] { return UHF_Set_RFLink(1); }, bytes(UHF_Get_RFLink), {0, {1}}},
+        {"CW", [] { return UHFSetCW(1); }, bytes(UHFGetCW), {0, {1}}},
+        {"parameter", [&] { return UHF_Set_Param(2, id, value); }, param, {0, {0xDE, 0xAD, 0xBE, 0xEF}}},
+        {"Gen2", [] { return UHFSetGen2(5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6); }, gen2_fields, {0, {5, 1, 0, 1, 5, 2, 15, 1, 2, 0, 2, 1, 0, 6}}},
+        {"FastID", [] { return UHFSetFastID(1); }, bytes(UHFGetFastID), {0, {1}}},
+        {"FastID only when changed", [] { return R2000_Set_FastID(1); }, bytes(UHFGetFastID), {0, {1}}},
+        {"TagFocus", [] { return R2000_Set_TagFocus(1); }, bytes(UHFGetTagfocus), {0, {1}}},
+        {"EPC+TID+USER mode", [] { return UHFSetEPCTIDUSERMode(0, 2, 4, 2); }, report_mode, {3, {2, 4, 2}}},
+        {"EPC+TID mode", [] { return UHF_OPENMODE(); }, bytes(UHFGetEPCTIDMode), {0, {1}}},
+        {"dual/single", [] { return UHFSetDualSingelMode(0, 1); }, bytes(UHFGetDualSingelMode), {0, {1}}},
+        {"work mode", [] { return UHFSetWorkMode(2); }, bytes(UHFGetWorkMode), {0, {2}}},
+        {"work mode parameters", [&] { return UHFSetWorkModePara(para); }, bytes<6>(UHFGetWorkModePara), {0, {6, 5, 4, 3, 2, 1}}},
+        {"work time", [] { return UHFSetWorkTime(0, 1, 2, 3, 4); }, bytes<4>(UHFGetWorkTime), {4, {1, 2, 3, 4}}},
+        {"protocol type", [] { return UHFSetProtocolType(2); }, bytes(UHFGetProtocolType), {0, {2}}},
     };
     // clang-format on
     for (const auto& s : settings) {

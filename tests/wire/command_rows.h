@@ -4,22 +4,16 @@
 #pragma once
 
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <initializer_list>
 #include <thread>
 #include <vector>
 
 #include "link_helpers.h"
+#include "outcome.h"
 #include "transport.h"
 
 namespace uhftest {
-
-// A call's result and its outputs, flattened (sentinels where untouched).
-struct Outcome {
-    int result;
-    std::vector<unsigned> out;
-};
 
 // One exchange of a call: the request code and data the reader must see, and
 // the wire bytes it answers with (empty: it says nothing).
@@ -39,23 +33,10 @@ struct StepRow {
 // The answer to request code `cmd`: a frame of code cmd + 1.
 inline Bytes answer(uint8_t cmd, const Bytes& data) { return frame(uint8_t(cmd + 1), data); }
 
-// A call with no outputs.
-inline Outcome done(int r) { return {r, {}}; }
-
 // A call that makes one exchange under `cmd`: the request data it must send
 // and the reply data it gets.
 inline std::vector<Step> ask(uint8_t cmd, Bytes request, Bytes reply) {
     return {{cmd, std::move(request), answer(cmd, reply)}};
-}
-
-// A call's result and its N outputs of type T, each
-// set to 0xEE bytes first, so an untouched one shows.
-template <class T, size_t N, class F>
-Outcome filled(F&& call) {
-    T v[N];
-    memset(v, 0xEE, sizeof v);
-    int r = call(v);
-    return {r, std::vector<unsigned>(v, v + N)};
 }
 
 class CommandTest : public WireTest {
