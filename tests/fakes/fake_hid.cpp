@@ -43,6 +43,12 @@ State& state() {
     return s;
 }
 
+template <class F>
+auto locked(F&& fn) {
+    std::lock_guard<std::mutex> lock(state().mu);
+    return fn(state());
+}
+
 // The next report's worth of reader output: never more than what is left of
 // the current frame, so each frame starts a report. Bytes that do not start
 // a frame go out up to the next 0xA5.
@@ -104,61 +110,42 @@ void reset() {
 }
 
 void set_devices(std::vector<Entry> list) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().devices = std::move(list);
+    locked([&](State& s) { s.devices = std::move(list); });
 }
-
 void fail_open(bool on) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().open_fails = on;
+    locked([&](State& s) { s.open_fails = on; });
 }
-
 void fail_writes(int error) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().write_error = error;
+    locked([&](State& s) { s.write_error = error; });
 }
-
 void unplug(int error) {
-    State& s = state();
-    std::lock_guard<std::mutex> lock(s.mu);
-    s.read_error = error;
-    s.input.notify_all();
+    locked([&](State& s) { s.read_error = error, s.input.notify_all(); });
 }
-
 void push_report(Bytes report) {
-    State& s = state();
-    std::lock_guard<std::mutex> lock(s.mu);
-    s.script.push_back(std::move(report));
-    s.input.notify_all();
+    locked([&](State& s) { s.script.push_back(std::move(report)), s.input.notify_all(); });
 }
-
 size_t reports_queued() {
-    std::lock_guard<std::mutex> lock(state().mu);
-    return state().script.size();
+    return locked([](State& s) { return s.script.size(); });
+}
+std::vector<Written> written() {
+    return locked([](State& s) { return s.writes; });
+}
+Counters counters() {
+    return locked([](State& s) { return s.count; });
 }
 
 void use_reader(const uhfsim::SimOptions& opts) {
-    State& s = state();
-    std::lock_guard<std::mutex> lock(s.mu);
-    s.reader = std::make_unique<uhfsim::Session>(opts);
-    s.stream.clear();
-    s.frame_left = 0;
+    locked([&](State& s) {
+        s.reader = std::make_unique<uhfsim::Session>(opts);
+        s.stream.clear();
+        s.frame_left = 0;
+    });
 }
 
 void with_reader(const std::function<void(uhfsim::VirtualReader&)>& fn) {
-    State& s = state();
-    std::lock_guard<std::mutex> lock(s.mu);
-    if (s.reader) fn(s.reader->reader());
-}
-
-std::vector<Written> written() {
-    std::lock_guard<std::mutex> lock(state().mu);
-    return state().writes;
-}
-
-Counters counters() {
-    std::lock_guard<std::mutex> lock(state().mu);
-    return state().count;
+    locked([&](State& s) {
+        if (s.reader) fn(s.reader->reader());
+    });
 }
 
 }  // namespace fakehid
@@ -171,9 +158,7 @@ extern "C" {
 int hid_init(void) { return 0; }
 
 int hid_exit(void) {
-    std::lock_guard<std::mutex> lock(state().mu);
-    state().count.exit++;
-    return 0;
+    return fakehid::locked([](State& s) { return s.count.exit++, 0; });
 }
 
 const struct hid_api_version* hid_version(void) {
@@ -201,11 +186,7 @@ struct hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short p
 }
 
 void hid_free_enumeration(struct hid_device_info* devs) {
-    if (devs == nullptr) return;
-    {
-        std::lock_guard<std::mutex> lock(state().mu);
-        state().count.lists_live--;
-    }
+    if (devs != nullptr) fakehid::locked([](State& s) { s.count.lists_live--; });
     while (devs != nullptr) {
         hid_device_info* next = devs->next;
         free(devs->path);
@@ -218,19 +199,14 @@ hid_device* hid_open_path(const char* path) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mu);
     if (s.open_fails || path == nullptr) return nullptr;
-    bool listed =
-        std::any_of(s.devices.begin(), s.devices.end(), [&](const fakehid::Entry& e) { return e.path == path; });
-    if (!listed) return nullptr;
+    if (std::none_of(s.devices.begin(), s.devices.end(), [&](const fakehid::Entry& e) { return e.path == path; }))
+        return nullptr;
     s.count.devices_live++;
     return new hid_device{s.count.devices_live};
 }
 
 void hid_close(hid_device* dev) {
-    if (dev == nullptr) return;
-    {
-        std::lock_guard<std::mutex> lock(state().mu);
-        state().count.devices_live--;
-    }
+    if (dev != nullptr) fakehid::locked([](State& s) { s.count.devices_live--; });
     delete dev;
 }
 
