@@ -1,32 +1,26 @@
 // Continuous inventory through the library against the virtual reader, over
-// TCP and a pseudo-terminal.
+// TCP and a pseudo-terminal, and started and stopped in quick succession.
 #include "sim_link.h"
+#include "uhf/inventory.h"
 
 using namespace uhftest;
 
 namespace {
 
-// A virtual reader on loopback TCP, started by each test with its own options.
-class InventoryE2E : public ::testing::Test {
+class InventoryE2E : public SimTcpTest {
 protected:
-    void start(const uhfsim::SimOptions& o) {
-        reset_links();
-        srv = std::make_unique<uhfsim::TcpServer>(o);
-        ASSERT_TRUE(srv->start()) << srv->error();
-        ASSERT_EQ(TCPConnect("127.0.0.1", srv->port()), 0);
-    }
-    void TearDown() override {
-        if (my_terminals[cur_index].recv_task_running) UHFStopGet();
-        reset_links();
-    }
-    std::unique_ptr<uhfsim::TcpServer> srv;
+    uhfsim::SimOptions options() override { return sim_options(50, 400); }
+};
+
+// Inventories started and stopped as fast as an application can.
+class InventoryCycles : public SimTcpTest {
+protected:
+    uhfsim::SimOptions options() override { return sim_options(10, 5000); }
 };
 
 }  // namespace
 
 TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
-    const auto o = sim_options(50, 400);
-    start(o);
     ASSERT_EQ(UHFInventory(), 0);
     auto got = collect_reports(50, 5000);
     EXPECT_EQ(UHFStopGet(), 0);
@@ -40,7 +34,7 @@ TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
         EXPECT_GE(rssi, -1200);
         EXPECT_GE(r.back(), 1);
     }
-    EXPECT_EQ(seen, field_epcs(o.tags));
+    EXPECT_EQ(seen, field_epcs(opts.tags));
 }
 
 // A saturated serial line whose bytes arrive a few at a time, as a UART hands
@@ -85,4 +79,26 @@ TEST(InventoryPty, SerialLinkInSmallPiecesLosesNoReport) {
     EXPECT_EQ(UHFStopGet(), 0);
     ClosePort();
     reset_links();
+}
+
+// Never more than one receive thread on the link, and every record whole.
+TEST_F(InventoryCycles, OneReceiveThreadPerLinkAndWholeRecords) {
+    const auto epcs = field_epcs(opts.tags);
+    int max_threads = 0;
+    size_t fetched = 0;
+    for (int cycle = 0; cycle < 200; cycle++) {
+        ASSERT_EQ(UHFInventory(), 0);
+        max_threads = std::max(max_threads, uhf::inventory_threads(cur_index));
+        for (int i = 0; i < 3; i++) {
+            uint8_t out[512];
+            int len = 0;
+            if (UHF_GetReceived_EX(&len, out) != 0) continue;
+            fetched++;
+            EXPECT_TRUE(epcs.count(epc_of_ex(out))) << "cycle " << cycle << ": " << epc_of_ex(out);
+        }
+        UHFStopGet();
+        max_threads = std::max(max_threads, uhf::inventory_threads(cur_index));
+    }
+    EXPECT_LE(max_threads, 1);
+    EXPECT_GT(fetched, 0u);
 }
