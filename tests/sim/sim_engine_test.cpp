@@ -66,7 +66,7 @@ TEST(SimEngine, StreamsExactlyTheRateOverSimulatedTime) {
     const Row rows[] = {
         {300, 1000ms, 10ms, 300}, {300, 1000ms, 1000ms, 300},  // one late pump catches up
         {300, 10s, 10s, 300},                                  // but reads owed beyond a second's backlog are lost
-        {250, 2000ms, 7ms, 500},  {1, 3000ms, 100ms, 3},      {100000, 100ms, 1ms, 10000},
+        {1, 3000ms, 100ms, 3},    {100000, 100ms, 1ms, 10000},
     };
     for (const auto& r : rows) {
         Bench b(TagField::random(20, 3), quiet(r.rate));

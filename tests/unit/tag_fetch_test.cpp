@@ -122,18 +122,3 @@ TEST_F(Fetch, TempTagLayout) {
     EXPECT_EQ(UHF_GetTempTagReceived(&n, out), -1);  // empty
 }
 
-TEST_F(Fetch, BatchesAreSplitIntoRecordsAndNeverReadPastTheirEnd) {
-    Bytes a = kUii + kRssi + Bytes{1};
-    Bytes b = Bytes{0x08, 0x00, 0x12, 0x34} + kRssi + Bytes{2};
-    Bytes batch = Bytes{2, uint8_t(a.size())} + a + Bytes{uint8_t(b.size())} + b;
-    spliteTagData(batch.data(), batch.size(), 3);
-    EXPECT_EQ(ex(), (Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}));
-    EXPECT_EQ(ex(), (Bytes{4, 0x08, 0x00, 0x12, 0x34, 0} + kRssi + Bytes{2}));
-
-    Bytes lying = Bytes{5, 200} + a;  // count and length beyond the data
-    spliteTagData(lying.data(), lying.size(), 3);
-    Bytes empty = {0, 0, 0};
-    spliteTagData(empty.data(), empty.size(), 3);
-    spliteTagData(batch.data(), 2, 3);
-    EXPECT_EQ(ex(-1), Bytes{});
-}

@@ -81,16 +81,6 @@ TEST_F(Exchange, ReplyOutcomes) {
     }
 }
 
-TEST_F(Exchange, ReplySplitIntoSingleBytes) {
-    reader.set_responder([this](const Bytes&) {
-        std::thread([this] { reader.push(frame(0x81, {0x30, 0x00, 0x11, 0x22}), true); }).detach();
-        return Bytes{};
-    });
-    ASSERT_EQ(call(0x80, {0x00, 0x64}, 1500), 0);
-    EXPECT_EQ(reply(), (Bytes{0x30, 0x00, 0x11, 0x22}));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-}
-
 TEST_F(Exchange, JunkBeyondOneKilobyteDiscardsPartialReply) {
     // A frame begun inside the first kilobyte is lost when the buffer is
     // dropped; a whole reply after that is still found.
