@@ -9,17 +9,6 @@
 using uhf::Reply;
 using uhf::RequestBuf;
 
-namespace {
-std::vector<uint8_t> bytes_of(const uhf::Request& r) { return {r.data(), r.data() + r.size()}; }
-}  // namespace
-
-TEST(Request, BigEndianFields) {
-    RequestBuf<16> r;
-    r.u8(0x1FF).u16(0x1234).u24(0xABCDEF12).u32(0x01020304);
-    ASSERT_TRUE(r.ok());
-    EXPECT_EQ(bytes_of(r), (std::vector<uint8_t>{0xFF, 0x12, 0x34, 0xCD, 0xEF, 0x12, 1, 2, 3, 4}));
-}
-
 TEST(Request, OverflowPoisonsTheWholeRequest) {
     RequestBuf<4> r;
     r.u16(1).u16(2);
