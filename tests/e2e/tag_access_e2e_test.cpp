@@ -1,5 +1,5 @@
 // Tag access through the library against the virtual reader over TCP:
-// memory written, read back and erased, and locks that need the password.
+// memory written, read back and erased.
 #include <cstring>
 #include <optional>
 
@@ -13,7 +13,6 @@ namespace {
 // first 12 bits, so a short filter picks one of them.
 uint8_t kEpcA[12] = {0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
 uint8_t kEpcB[12] = {0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01};
-uint8_t kAccessA[4] = {0x12, 0x34, 0x56, 0x78};
 uint8_t kNoPwd[4] = {0, 0, 0, 0};
 
 uhfsim::Tag make_tag(const uint8_t* epc, std::vector<uint16_t> tid, uint32_t kill, uint32_t access) {
@@ -47,7 +46,6 @@ protected:
     }
 };
 
-
 }  // namespace
 
 TEST_F(TagAccess, WriteReadBackAndEraseUser) {
@@ -69,18 +67,3 @@ TEST_F(TagAccess, WriteReadBackAndEraseUser) {
     EXPECT_EQ(UHFBlockEraseData(kNoPwd, 1, 0x20, 96, kEpcB, 3, 6, 3), -1);
 }
 
-TEST_F(TagAccess, LocksNeedThePassword) {
-    // USER password-write lock: mask bit 11 (USER pwd), action bit 1.
-    uint8_t lock_user[3] = {0x00, 0x08, 0x02};
-    EXPECT_EQ(UHFLockTag(kNoPwd, 1, 0x20, 96, kEpcA, lock_user), 1) << "locking needs the access password";
-    ASSERT_EQ(UHFLockTag(kAccessA, 1, 0x20, 96, kEpcA, lock_user), 0);
-
-    EXPECT_EQ(write(kNoPwd, kEpcA, 3, 0, {0xAB, 0xCD}), -1);
-    uint8_t wrong[4] = {0x12, 0x34, 0x56, 0x79};
-    EXPECT_EQ(write(wrong, kEpcA, 3, 0, {0xAB, 0xCD}), -1);
-    EXPECT_EQ(read(kNoPwd, kEpcA, 3, 0, 1), (Bytes{0x00, 0x11}));
-    ASSERT_EQ(write(kAccessA, kEpcA, 3, 0, {0xAB, 0xCD}), 0);
-    EXPECT_EQ(read(kNoPwd, kEpcA, 3, 0, 1), (Bytes{0xAB, 0xCD}));
-    // The lock is per area: EPC memory stays writable without the password.
-    EXPECT_EQ(write(kNoPwd, kEpcA, 1, 7, {0xCD, 0xEF}), 0);
-}

@@ -76,11 +76,3 @@ TEST_F(UsbOpen_, WrapperTakesASlotStopsTheReaderAndClosesQuietly) {
     EXPECT_EQ(calls, 0) << "a close is no disconnect";
 }
 
-TEST_F(UsbOpen_, WrapperFailureLeavesNoLink) {
-    fakehid::set_devices({{"1-1:1.0", 6}});
-    EXPECT_EQ(UsbOpen(), ERR_OPEN_USB_FAILURE);
-    char info[256];
-    LinkGetInfo(info, sizeof info);
-    EXPECT_STREQ(info, "[]");
-    EXPECT_TRUE(fakehid::written().empty());
-}
