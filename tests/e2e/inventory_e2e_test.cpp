@@ -22,7 +22,7 @@ protected:
 
 TEST_F(InventoryE2E, EveryTagOfTheFieldIsDelivered) {
     ASSERT_EQ(UHFInventory(), 0);
-    auto got = collect_reports(50, 5000);
+    auto got = fetch_reports(200, 5000);  // four rounds of the field
     EXPECT_EQ(UHFStopGet(), 0);
     std::set<std::string> seen;
     for (const auto& r : got) {

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+#include <vector>
+
 #include "UHF.h"
 #include "bytes_ops.h"
 #include "scripted_reader.h"
@@ -20,6 +24,21 @@ inline void reset_links() {
 inline void connect_to(const ScriptedReader& reader) {
     ASSERT_EQ(TCPConnect("127.0.0.1", reader.port()), 0);
     ASSERT_TRUE(reader.wait_client(2000));
+}
+
+// Polls UHF_GetReceived_EX until n reports came or ms passed; the outputs.
+inline std::vector<Bytes> fetch_reports(size_t n, int ms = 2000) {
+    std::vector<Bytes> got;
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (got.size() < n && std::chrono::steady_clock::now() < end) {
+        uint8_t out[512];
+        int len = 0;
+        if (UHF_GetReceived_EX(&len, out) == 0)
+            got.emplace_back(out, out + len);
+        else
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return got;
 }
 
 // A fixture with a scripted reader connected on the selected link.

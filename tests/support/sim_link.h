@@ -45,25 +45,6 @@ inline std::set<std::string> field_epcs(const uhfsim::TagField& f) {
 // EPC (hex) of a UHF_GetReceived_EX output: length, PC+EPC, ...
 inline std::string epc_of_ex(const uint8_t* out) { return out[0] < 2 ? "" : hex(out + 3, out[0] - 2u); }
 
-// Poll UHF_GetReceived_EX until `want` distinct EPCs were seen or ms passed;
-// returns the outputs in arrival order.
-inline std::vector<std::vector<uint8_t>> collect_reports(size_t want_distinct, int ms) {
-    std::vector<std::vector<uint8_t>> got;
-    std::set<std::string> seen;
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (seen.size() < want_distinct && std::chrono::steady_clock::now() < end) {
-        uint8_t out[512];
-        int len = 0;
-        if (UHF_GetReceived_EX(&len, out) == 0) {
-            got.emplace_back(out, out + len);
-            seen.insert(epc_of_ex(out));
-        } else {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-    }
-    return got;
-}
-
 // A fixture: a virtual reader on loopback TCP and a library link to it.
 class SimTcpTest : public ::testing::Test {
 protected:

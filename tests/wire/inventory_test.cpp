@@ -28,20 +28,6 @@ protected:
             return Bytes{};
         });
     }
-    // Poll UHF_GetReceived_EX until n reports came or ms passed.
-    std::vector<Bytes> drain(size_t n, int ms = 2000) {
-        std::vector<Bytes> got;
-        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-        while (got.size() < n && std::chrono::steady_clock::now() < end) {
-            uint8_t out[512];
-            int len = 0;
-            if (UHF_GetReceived_EX(&len, out) == 0)
-                got.emplace_back(out, out + len);
-            else
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return got;
-    }
 };
 
 }  // namespace
@@ -56,7 +42,7 @@ TEST_F(Inventory, StartSendsTheStartFrameAndQueuesReports) {
     for (uint8_t i = 0; i < 20; i++) stream = stream + frame(0x83, report(i, uint8_t(1 + i % 4)));
     stream = stream + frame(0x83, {0x10, 0x00, 0x01});  // 3 data bytes: ignored
     reader.push(stream);
-    auto got = drain(20);
+    auto got = fetch_reports(20);
     ASSERT_EQ(got.size(), 20u);
     for (uint8_t i = 0; i < 20; i++)
         EXPECT_EQ(got[i], (Bytes{6, 0x10, 0x00, 0xE2, 0x00, 0x00, i, 0, 0xFD, 0x7A, uint8_t(1 + i % 4)}));
@@ -72,7 +58,7 @@ TEST_F(Inventory, ReportsSplitAcrossReadsAndBatchesAreQueued) {
     Bytes a = report(8), b = report(9, 2);
     reader.push(frame(0xEC, Bytes{2, uint8_t(a.size())} + a + Bytes{uint8_t(b.size())} + b));
     reader.push(frame(0x7F, {0x10, 0x00, 0xE2, 0x00, 0x00, 0x0A, 0x01, 0x9A, 0xFD, 0x7A, 0x03}));
-    auto got = drain(4);
+    auto got = fetch_reports(4);
     ASSERT_EQ(got.size(), 4u);
     EXPECT_EQ(got[0][6], 7);
     EXPECT_EQ(got[1][6], 8);
@@ -93,7 +79,7 @@ TEST_F(Inventory, StopReplyInTheSameReadDropsWhatFollows) {
     });
     EXPECT_EQ(UHFStopGet(), 0);
     // Reports queued before the stop stay fetchable after it.
-    auto got = drain(3, 300);
+    auto got = fetch_reports(3, 300);
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0][6], 1);
     EXPECT_EQ(got[1][6], 2);
@@ -108,7 +94,7 @@ TEST_F(Inventory, StopWithoutAThreadFails) {
 TEST_F(Inventory, ReaderHangingUpNeitherCrashesNorHangs) {
     ASSERT_EQ(UHFInventory(), 0);
     reader.push(frame(0x83, report(1)));
-    EXPECT_EQ(drain(1).size(), 1u);
+    EXPECT_EQ(fetch_reports(1).size(), 1u);
     reader.hang_up();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     uint8_t out[512];
