@@ -41,10 +41,7 @@ TEST(EscapedStream, FramesStoredPerMode) {
         std::vector<Bytes> reads;
         std::vector<Bytes> stored;
     } cases[] = {
-        {"escaped FF inside, CRC mode",
-         true,
-         {{0xAA, 0x06, 0x91, 0x00, 0xFF, 0xFF, 0x12, 0x34, 0x55}},
-         {{0xAA, 0x06, 0x91, 0x00, 0xFF, 0x12, 0x34, 0x55}}},
+        {"escaped FF inside, CRC mode", true, {{0xAA, 0x06, 0x91, 0x00, 0xFF, 0xFF, 0x12, 0x34, 0x55}}, {{0xAA, 0x06, 0x91, 0x00, 0xFF, 0x12, 0x34, 0x55}}},
         {"escaped 55 and AA inside", true, {{0xAA, 0x05, 0xA6, 0x00, 0xFF, 0x55, 0xFF, 0xAA, 0x55}}, {{0xAA, 0x05, 0xA6, 0x00, 0x55, 0xAA, 0x55}}},
         {"two frames in one read", true, {tag91 + Bytes{0xAA, 0x03, 0xA6, 0x00, 0x55}}, {tag91, {0xAA, 0x03, 0xA6, 0x00, 0x55}}},
         {"non-CRC kinds refused in CRC mode", true, {tag11}, {}},
@@ -54,10 +51,7 @@ TEST(EscapedStream, FramesStoredPerMode) {
         {"wrong closing byte", true, {{0xAA, 0x04, 0x91, 0x00, 0x12, 0x56}}, {}},
         {"noise before a frame", true, {Bytes{0x00, 0x13, 0x55} + tag91}, {tag91}},
         {"frame cut by a read is lost in CRC mode", true, {Bytes(tag91.begin(), tag91.begin() + 3), Bytes(tag91.begin() + 3, tag91.end())}, {}},
-        {"frame cut by a read is joined without CRC",
-         false,
-         {Bytes(tag11.begin(), tag11.begin() + 3), Bytes(tag11.begin() + 3, tag11.end())},
-         {tag11}},
+        {"frame cut by a read is joined without CRC", false, {Bytes(tag11.begin(), tag11.begin() + 3), Bytes(tag11.begin() + 3, tag11.end())}, {tag11}},
         {"escape split across reads, non-CRC",
          false,
          {{0xAA, 0x06, 0x11, 0x00, 0xFF}, {0xFF, 0x12, 0x34, 0x55}},

@@ -53,8 +53,7 @@ TEST_F(Fetch, ReceivedExLayouts) {
         {"no antenna: defaults to 1", kUii + kRssi, Bytes{14} + kUii + Bytes{0} + kRssi + Bytes{1}},
         {"TID data", kUii + kTid + kRssi + Bytes{3}, Bytes{14} + kUii + Bytes{12} + kTid + kRssi + Bytes{3}},
         {"short EPC", Bytes{0x08, 0x00, 0xAB, 0xCD} + kRssi + Bytes{4}, Bytes{4, 0x08, 0x00, 0xAB, 0xCD, 0} + kRssi + Bytes{4}},
-        {"sensor value is data", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1},
-         Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY},
+        {"sensor value is data", kUii + Bytes{0x01, 0x9A} + kRssi + Bytes{1}, Bytes{14} + kUii + Bytes{2, 0x01, 0x9A} + kRssi + Bytes{1}, SENSOR_INVENTORY},
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -73,8 +72,7 @@ TEST_F(Fetch, TagDataItems) {
         INVENTORY_MODE mode;
         Bytes expected;
     } cases[] = {
-        {"antenna", kUii + kRssi + Bytes{2}, NORMAL_INVENTORY,
-         Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
+        {"antenna", kUii + kRssi + Bytes{2}, NORMAL_INVENTORY, Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi + Bytes{0x05, 1, 2}},
         {"no antenna", kUii + kRssi, NORMAL_INVENTORY, Bytes{0x01, 2, 0x01, 0x02, 0x06, 14} + kUii + Bytes{0x04, 2} + kRssi},
         // The data item stops one byte short of the RSSI.
         {"TID minus its last byte", kUii + kTid + kRssi + Bytes{2}, NORMAL_INVENTORY,

@@ -104,17 +104,6 @@ TEST_F(UsbReports, FramesAreReassembledFromReports) {
     }
 }
 
-TEST_F(UsbReports, APartFrameIsNotHandedOver) {
-    const Bytes big = frame(0x81, pattern(142));
-    fakehid::push_report(slice(big, 0, 64));
-    fakehid::push_report(slice(big, 64, 64));
-    ASSERT_TRUE(eventually([] { return fakehid::reports_queued() == 0; }));
-    uint8_t buf[256];
-    EXPECT_EQ(usbRecv(buf, sizeof buf), 0);
-    fakehid::push_report(report_of(slice(big, 128, 22)));
-    EXPECT_EQ(next_frame(), big);
-}
-
 namespace {
 
 std::atomic<int> g_disconnect_arg{0};
