@@ -126,9 +126,10 @@ TEST_F(UsbReader, ContinuousInventoryPollsBatches) {
     // record's last two bytes as RSSI, then the bytes between as EPC (the
     // reader's antenna byte shifts them: the EPC cell ends with the RSSI's
     // high byte, and the RSSI cell holds its low byte and the antenna).
-    const auto d = deliveries();
-    ASSERT_GE(d.size(), fetched.size());
-    for (const auto& del : d) {
+    // The frame is handed over before its callback runs, so the last
+    // callbacks may still be on their way.
+    ASSERT_TRUE(eventually([&] { return deliveries().size() >= fetched.size(); }));
+    for (const auto& del : deliveries()) {
         EXPECT_TRUE(pthread_equal(del.thread, thread_id));
         ASSERT_EQ(del.cells.size(), 3u);
         EXPECT_EQ(del.cells[0].first, CELL_UHF_PC);
