@@ -12,16 +12,6 @@ namespace {
 
 using FirmwareE2E = SimTcpTest;
 
-Bytes payload(size_t n) {
-    Bytes p(n);
-    uint32_t x = 12345;
-    for (auto& b : p) {
-        x = x * 1103515245u + 12345u;
-        b = uint8_t(x >> 16);
-    }
-    return p;
-}
-
 std::string software_version() {
     uint8_t v[16] = {};
     EXPECT_EQ(UHFGetSoftwareVersion(v), 0);
@@ -32,7 +22,7 @@ std::string software_version() {
 
 TEST_F(FirmwareE2E, UpgradeIn64ByteBlocksReportsTheNewVersion) {
     ASSERT_EQ(software_version(), "V2.10.4");
-    Bytes image = uhfsim::build_image({4, 7, 12}, payload(1000));
+    Bytes image = uhfsim::build_image({4, 7, 12}, Bytes(1000, 0xA7));
     ASSERT_EQ(image.size() % 64, 0u);
 
     ASSERT_EQ(UHFJump2Boot(2), 0);

@@ -23,9 +23,6 @@ Bytes package(uint8_t type, uint16_t dlen, const uint8_t* data) {
 }  // namespace
 
 TEST(PackageFrame, BuildMixesByteOrdersAndChecksFromTheTypeByte) {
-    const uint8_t one[] = {0x02};
-    EXPECT_EQ(package(1, 1, one), (Bytes{0xA5, 0x03, 0x00, 0x06, 0xAA, 0x12, 0x01, 0x00, 0x02, 0x11, 0x03}));
-
     Bytes data(300, 0x5A);
     Bytes f = package(11, 300, data.data());
     ASSERT_EQ(f.size(), 310u);

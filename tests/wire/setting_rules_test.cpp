@@ -140,7 +140,6 @@ TEST_F(SettingRules, EncodingsAndDecodings) {
         {"hops get: 255 fill 256 entries", get_jump, ask(0x16, {}, all_freqs), {0, {255, 0x0D0000, 0x0D0001, 0x0D0002, 0x0D0000 + 254, kNone}}},
         {"hops get: truncated", get_jump, ask(0x16, {}, {0x02, 0x0D, 0xC6, 0x5E, 0x0D, 0xF7}), {-1, std::vector<unsigned>(6, kNone)}},
         {"RF preset 3 then its Gen2 block", rf_preset(3), {{0x52, {0x00, 0x01, 0x03}, answer(0x52, {0x01})}, {0x20, kMode3Gen2, answer(0x20, {0x01})}}, {0, {}}},
-        {"RF preset 0", rf_preset(0), {{0x52, {0x00, 0x01, 0x00}, answer(0x52, {0x01})}, {0x20, kMode012Gen2, answer(0x20, {0x01})}}, {0, {}}},
         {"RF preset: Gen2 refused still succeeds", rf_preset(1), {{0x52, {0x00, 0x01, 0x01}, answer(0x52, {0x01})}, {0x20, kMode012Gen2, answer(0x20, {0x00})}}, {0, {}}},
         {"RF preset get 1: one exchange", get_preset, ask(0x54, {0x00, 0x00}, {0x01, 0x00, 0x01}), {0, {1}}},
         {"RF preset get 3 re-applies its Gen2", get_preset, {{0x54, {0x00, 0x00}, answer(0x54, {0x01, 0x00, 0x03})}, {0x20, kMode3Gen2, answer(0x20, {0x00})}}, {0, {3}}},
