@@ -20,7 +20,6 @@ USAGE = [
     (["--sim", "read", "flash", "0", "2"], "flash: the banks are"),
     (["--sim", "kill", "-p", "0BADCAFE"], "name the tag with --epc or --filter"),
     (["--sim"] * 21 + ["links"], "at most 20 readers"),
-    (["--sim", "sensor"], "subcommand"),
     (["--sim", "sensor", "log", "start", "--min", "30", "--max", "2"], "--min is above --max"),
     (["--sim", "sensor", "temp"], "--epc is required"),
     (["--sim", "sensor", "temp", "--epc", "00112233445566778899AABBCCDDEEFF00"], "1..16 bytes"),

@@ -57,30 +57,6 @@ TEST(SimEngine, InventoryVisitsEachTagOnEachEnabledAntennaInTurn) {
     }
 }
 
-TEST(SimEngine, StreamsExactlyTheRateOverSimulatedTime) {
-    struct Row {
-        uint32_t rate;
-        std::chrono::milliseconds span, step;
-        size_t expect;
-    };
-    const Row rows[] = {
-        {300, 1000ms, 10ms, 300}, {300, 1000ms, 1000ms, 300},  // one late pump catches up
-        {300, 10s, 10s, 300},                                  // but reads owed beyond a second's backlog are lost
-        {1, 3000ms, 100ms, 3},    {100000, 100ms, 1ms, 10000},
-    };
-    for (const auto& r : rows) {
-        Bench b(TagField::random(20, 3), quiet(r.rate));
-        b.send(kStart);
-        for (auto t = 0ms; t < r.span; t += r.step) b.advance(r.step);
-        const auto got = b.take();
-        EXPECT_EQ(got.size(), r.expect) << r.rate << "/s";
-        EXPECT_EQ(std::count_if(got.begin(), got.end(), [](const Reply& g) { return g.code == 0x83; }), long(r.expect));
-        EXPECT_EQ(b.reader.stats().tag_reports, r.expect);
-        b.advance(100ms);  // the pace goes on from there
-        EXPECT_EQ(b.take().size(), r.rate / 10) << r.rate << "/s";
-    }
-}
-
 TEST(SimEngine, StopEndsTheStreamUnlessIgnored) {
     for (bool ignored : {false, true}) {
         auto opts = quiet(300);
