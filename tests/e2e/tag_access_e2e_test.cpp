@@ -1,6 +1,5 @@
 // Tag access through the library against the virtual reader over TCP:
 // memory written, read back and erased.
-#include <cstring>
 #include <optional>
 
 #include "sim_link.h"
@@ -9,28 +8,18 @@ using namespace uhftest;
 
 namespace {
 
-// Tag A: password-protected, killable. Tag B: open. Their EPCs differ in the
-// first 12 bits, so a short filter picks one of them.
+// Two tags with the same USER words; A is password-protected.
 uint8_t kEpcA[12] = {0xE2, 0x00, 0x34, 0x12, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
 uint8_t kEpcB[12] = {0x30, 0x08, 0x33, 0xB2, 0xDD, 0xD9, 0x01, 0x40, 0x00, 0x00, 0x00, 0x01};
 uint8_t kNoPwd[4] = {0, 0, 0, 0};
-
-uhfsim::Tag make_tag(const uint8_t* epc, std::vector<uint16_t> tid, uint32_t kill, uint32_t access) {
-    uhfsim::Tag t;
-    t.set_epc(std::span<const uint8_t>(epc, 12));
-    t.tid = std::move(tid);
-    t.user = {0x0011, 0x2233, 0x4455, 0x6677, 0x8899, 0xAABB, 0xCCDD, 0xEEFF};
-    t.reserved = {uint16_t(kill >> 16), uint16_t(kill), uint16_t(access >> 16), uint16_t(access)};
-    t.rssi[0] = -550;
-    return t;
-}
 
 class TagAccess : public SimTcpTest {
 protected:
     uhfsim::SimOptions options() override {
         uhfsim::SimOptions o;
-        o.tags.add(make_tag(kEpcA, {0xE280, 0x1160, 0x2000, 0x7A1B, 0x0C3D, 0x4E5F}, 0x55667788, 0x12345678));
-        o.tags.add(make_tag(kEpcB, {0xE280, 0x1105, 0x2000, 0x0001, 0x0002, 0x0003}, 0, 0));
+        o.tags = *uhfsim::TagField::from_json(R"({"tags":[
+          {"epc":"E200 3412 0123 4567 89AB CDEF","user":"0011 2233 4455 6677 8899 AABB CCDD EEFF","access_password":"12345678"},
+          {"epc":"3008 33B2 DDD9 0140 0000 0001","user":"0011 2233 4455 6677 8899 AABB CCDD EEFF"}]})");
         return o;
     }
 
