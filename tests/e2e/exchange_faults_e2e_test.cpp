@@ -25,7 +25,6 @@ uhfsim::FaultOptions with(void (*set)(uhfsim::FaultOptions&)) {
 TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
     // clang-format off
     const FaultCase cases[] = {
-        {"none", {}, 0, 0},
         {"reply later than the time limit", with([](auto& f) { f.delay_ms = 1700; }), -1, 0},
         {"reply a little late", with([](auto& f) { f.delay_ms = 200; }), 0, 0},
         {"every reply dropped", with([](auto& f) { f.drop_ratio = 1.0; }), -1, 0},
