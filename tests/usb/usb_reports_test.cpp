@@ -44,7 +44,6 @@ TEST_F(UsbReports, SendsAreCutInto64ByteReports) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.len);
         fakehid::reset();
-        fakehid::set_devices({kReader});
         const Bytes data = pattern(c.len);
         ASSERT_EQ(usbSend(data.data(), static_cast<unsigned>(c.len)), static_cast<int>(c.len));
         auto w = fakehid::written();

@@ -112,15 +112,6 @@ TEST_F(Links, TcpDisconnectReleasesTheSlotTheNextLinkWouldTake) {
     EXPECT_EQ(my_terminals[0].connected, 1);
 }
 
-TEST_F(Links, ClosePortReleasesTheSelectedLink) {
-    open_n(3);
-    ASSERT_EQ(LinkSelect(1), 0);
-    ClosePort();
-    EXPECT_EQ(my_terminals[1].device_info.trans_type, TYPE_INVALID);
-    EXPECT_EQ(my_terminals[0].connected, 1);
-    EXPECT_EQ(my_terminals[2].connected, 1);
-}
-
 TEST_F(Links, LinkListIsIndentedJsonInKeyOrder) {
     EXPECT_EQ(link_info(), "[]");
     open_n(2);
