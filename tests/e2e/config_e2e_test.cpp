@@ -60,7 +60,8 @@ Get bytes(int (*get)(uint8_t*)) {
 
 Outcome gen2_fields() {
     return filled<uint8_t, 14>([](uint8_t* f) {
-        return UHFGetGen2(f, f + 1, f + 2, f + 3, f + 4, f + 5, f + 6, f + 7, f + 8, f + 9, f + 10, f + 11, f + 12, f + 13);
+        return UHFGetGen2(f, f + 1, f + 2, f + 3, f + 4, f + 5, f + 6, f + 7, f + 8, f + 9, f + 10, f + 11, f + 12,
+                          f + 13);
     });
 }
 

@@ -55,4 +55,3 @@ TEST_F(TagAccess, WriteReadBackAndEraseUser) {
     EXPECT_EQ(read(kNoPwd, kEpcB, 3, 0, 5), (Bytes{0x00, 0x11, 0, 0, 0, 0, 0, 0, 0x88, 0x99}));
     EXPECT_EQ(UHFBlockEraseData(kNoPwd, 1, 0x20, 96, kEpcB, 3, 6, 3), -1);
 }
-

@@ -49,7 +49,8 @@ TEST(SimTagField, LoadsTheDocumentedExampleFileAndJsonDefaults) {
     const auto field = TagField::load_file(UHFSIM_EXAMPLES "/tags.json", &err);
     ASSERT_TRUE(field) << err;
     ASSERT_EQ(field->size(), 4u);
-    EXPECT_EQ(field->tags()[0].reserved, (std::vector<uint16_t>{0, 0, 0x1234, 0x5678}));  // kill password 0, access password
+    EXPECT_EQ(field->tags()[0].reserved,
+              (std::vector<uint16_t>{0, 0, 0x1234, 0x5678}));  // kill password 0, access password
     EXPECT_FALSE(field->tags()[0].visible_on(3));
     EXPECT_EQ(field->tags()[3].sensor->centi_celsius, 2375);
 

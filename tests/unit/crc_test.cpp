@@ -13,4 +13,3 @@ TEST(Crc16, Gen2CheckValueByteOrderAndEmptyInput) {
     CRC16Calculation(nullptr, 0, out);  // the inverted initial value
     EXPECT_EQ(out[0] << 8 | out[1], 0x0000);
 }
-

@@ -119,4 +119,3 @@ TEST_F(Fetch, TempTagLayout) {
     uint8_t out[96];
     EXPECT_EQ(UHF_GetTempTagReceived(&n, out), -1);  // empty
 }
-

@@ -44,7 +44,6 @@ TEST(TempCode, DecoderKeepsTheExtraMinusOneOnNegativeQuarters) {
     for (const Case& c : cases) EXPECT_FLOAT_EQ(code10_to_temp(c.code), c.temp) << std::hex << c.code;
 }
 
-
 // The exported converter is the encoder the logging commands use.
 TEST(TempCode, ExportedConverterIsTheEncoder) {
     for (float t : {25.6f, -0.1f, -10.0f}) EXPECT_EQ(convert10BitValue(t), temp_to_code10(t)) << t;

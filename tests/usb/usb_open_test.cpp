@@ -75,4 +75,3 @@ TEST_F(UsbOpen_, WrapperTakesASlotStopsTheReaderAndClosesQuietly) {
     ASSERT_TRUE(no_receive_thread());
     EXPECT_EQ(calls, 0) << "a close is no disconnect";
 }
-

@@ -31,7 +31,7 @@ struct Command {
     bool any = false;             // formats whatever reply came, even an empty one
 };
 
- // password, EPC bank from bit 32, 8 bits
+// password, EPC bank from bit 32, 8 bits
 const Bytes kIp = {192, 168, 1, 200, 0x0F, 0xA1};
 
 const std::vector<Command>& commands() {

@@ -9,7 +9,8 @@ namespace {
 // A package frame as the reader sends it (head 0xAB).
 Bytes pkg(uint8_t type, const Bytes& data) {
     const size_t n = data.size();
-    Bytes f = Bytes{0xA5, 0x03, uint8_t((n + 5) >> 8), uint8_t(n + 5), 0xAB, uint8_t(type << 4 | 2), uint8_t(n), uint8_t(n >> 8)};
+    Bytes f = Bytes{0xA5,       0x03,           uint8_t((n + 5) >> 8), uint8_t(n + 5), 0xAB, uint8_t(type << 4 | 2),
+                    uint8_t(n), uint8_t(n >> 8)};
     uint8_t x = 0;
     for (size_t i = 5; i < f.size(); i++) x ^= f[i];
     for (uint8_t b : data) x ^= b;

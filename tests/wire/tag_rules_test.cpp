@@ -29,7 +29,6 @@ uint8_t lock[3] = {0x0C, 0x03, 0x02};
 uint8_t out[600];
 uint8_t n8;
 
-
 // PC+EPC, extra data, RSSI, antenna 2: a single-inventory reply.
 Bytes single_reply(const Bytes& extra) { return kUii + extra + kRssi + Bytes{0x02}; }
 const Step kInventory = {0x80, {0x00, 0x64}, answer(0x80, kUii + kRssi + Bytes{0x01})};
