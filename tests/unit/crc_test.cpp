@@ -13,3 +13,9 @@ TEST(Crc16, Gen2CheckValueByteOrderAndEmptyInput) {
     CRC16Calculation(nullptr, 0, out);  // the inverted initial value
     EXPECT_EQ(out[0] << 8 | out[1], 0x0000);
 }
+
+TEST(CalcCrc, SkipsFirstByteAndIsNotInverted) {
+    uint8_t a[] = {0x00, 0x12, 0x34}, b[] = {0xEE, 0x12, 0x34}, one[] = {0x99};
+    EXPECT_EQ(CalcCRC(a, 3), CalcCRC(b, 3));
+    EXPECT_EQ(CalcCRC(one, 1), 0xFFFF);  // nothing after the skipped byte: the seed, not inverted
+}
