@@ -31,12 +31,6 @@ def sim(sim_proc):
     return sim_proc[1]
 
 
-def requests_seen(proc):
-    """The codes of the requests the reader answered, once it has stopped."""
-    proc.terminate()
-    return [line.split()[0] for line in proc.communicate(timeout=10)[0].splitlines() if line.startswith("0x")]
-
-
 @pytest.fixture
 def reader(sim):
     import uhfhost

@@ -7,7 +7,11 @@ import uhfhost
 from uhfhost._decls import DECLS
 from uhfhost._header import parse
 
-from conftest import requests_seen
+
+def requests_seen(proc):
+    """The codes of the requests the reader answered, once it has stopped."""
+    proc.terminate()
+    return [line.split()[0] for line in proc.communicate(timeout=10)[0].splitlines() if line.startswith("0x")]
 
 
 def test_open_info_and_power_round_trip(reader):
