@@ -114,7 +114,7 @@ struct LateReplies {
 LateReplies g_late[MAX_TERMINALS];
 
 void note_timeout(LateReplies& l, uint8_t code, bool met_late, uint16_t timeout) {
-    if (met_late && ++l.streak > 2) {
+    if (met_late && ++l.streak >= 2) {
         l = LateReplies{};
         return;
     }

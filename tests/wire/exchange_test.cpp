@@ -105,6 +105,16 @@ TEST_F(Exchange, JunkBeyondOneKilobyteDiscardsPartialReply) {
 
 // One-byte length that wraps; the result reads only the transport's low byte,
 // so a failed send (-1 from a free slot) still comes out as 0.
+// A reader that lost a request and answers every later one at once: the
+// next two answers are taken for the late reply, the third is trusted.
+TEST_F(Exchange, ALostRequestCostsTwoFurtherCalls) {
+    reader.reply({});
+    for (int i = 0; i < 3; i++) reader.reply_frame(0x03, {0x01});
+    std::vector<int> got;
+    for (int i = 0; i < 4; i++) got.push_back(call(0x02, {}));
+    EXPECT_EQ(got, (std::vector<int>{-1, -1, -1, 0}));
+}
+
 TEST_F(Exchange, VexaSendWrapsItsLengthAndReportsSuccessAlways) {
     EXPECT_EQ(Vexa_Send(0x8C, nullptr, 0, 7), 0);
     EXPECT_EQ(Vexa_Send(0x8C, nullptr, 0, 99), 0);
