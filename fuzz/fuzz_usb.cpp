@@ -25,8 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     usb_event_buf_len = 0;
     const size_t step = 1 + data[0] % 64;
     for (size_t at = 1; at < size; at += step) {
-        size_t room = uhf::kUsbAccumulated - usb_event_buf_len, n = size - at < step ? size - at : step;
-        if (usb_event_buf_len > uhf::kUsbAccumulated || room < 64) continue;  // read_report reads nothing then
+        if (usb_event_buf_len > uhf::kUsbAccumulated) usb_event_buf_len = 0;
+        size_t n = size - at < step ? size - at : step;
+        if (sizeof usb_event_buf - usb_event_buf_len < 64) __builtin_trap();  // the thread could not read on
         memcpy(usb_event_buf + usb_event_buf_len, data + at, n);
         uhf::usb_reassemble(static_cast<int>(n));
         uhf::usb_discard_frame();

@@ -7,6 +7,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "frame_size.h"
+
 OnDataReceived myOnDataRecved = nullptr;
 
 namespace uhf {
@@ -21,6 +23,22 @@ enum SearchState { kStart, kSecond, kLenHigh, kLenLow, kBody, kCheck, kCr, kLf }
 
 bool first_start_byte(uint8_t b) { return b == 0xA5 || b == 0xC8; }
 bool second_start_byte(uint8_t b) { return b == 0x5A || b == 0x8C; }
+
+enum class FrameAt { kNone, kPartial, kWhole };
+
+// What a command frame starting at p[0] would be, given the n bytes in.
+FrameAt frame_at(const unsigned char* p, size_t n) {
+    if (!first_start_byte(p[0])) return FrameAt::kNone;
+    if (n < 2) return FrameAt::kPartial;
+    if (!second_start_byte(p[1])) return FrameAt::kNone;
+    if (n < 4) return FrameAt::kPartial;
+    const size_t flen = static_cast<size_t>(p[2] << 8 | p[3]);
+    if (flen < 8 || flen > 4096) return FrameAt::kNone;
+    if (n < flen) return FrameAt::kPartial;
+    uint8_t x = 0;
+    for (size_t i = 2; i < flen - 3; i++) x ^= p[i];
+    return x == p[flen - 3] && p[flen - 2] == 0x0D && p[flen - 1] == 0x0A ? FrameAt::kWhole : FrameAt::kNone;
+}
 
 ST_UHF_DATA_CELL make_cell(uint8_t type, uint16_t len, uint8_t* data) {
     return ST_UHF_DATA_CELL{type, len, data, nullptr};
@@ -147,6 +165,20 @@ int searchPack(const unsigned char* buf, int len) {
                 break;
         }
     }
+    return -1;
+}
+
+long uhf::frame_resync(const unsigned char* buf, size_t len, size_t* resume) {
+    size_t keep = len;
+    for (size_t i = 0; buf != nullptr && i < len; i++) {
+        FrameAt at = frame_at(buf + i, len - i);
+        if (at == FrameAt::kWhole) {
+            if (resume != nullptr) *resume = i;
+            return static_cast<long>(i);
+        }
+        if (at == FrameAt::kPartial && keep == len) keep = i;
+    }
+    if (resume != nullptr) *resume = keep;
     return -1;
 }
 

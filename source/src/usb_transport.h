@@ -7,7 +7,8 @@ namespace uhf {
 // usbClose let go without waiting included.
 int usb_receive_threads();
 
-// The part of usb_event_buf the receive thread fills before it starts over.
+// The longest frame the receive thread waits for; more held than this and it
+// starts over.
 constexpr unsigned kUsbAccumulated = 4096;
 
 // n bytes of an input report were just placed at usb_event_buf +

@@ -18,6 +18,7 @@
 #include <shared_mutex>
 
 #include "form_utils.h"
+#include "frame_size.h"
 #include "globe_var.h"
 #include "log.h"
 #include "terminal.h"
@@ -185,8 +186,18 @@ int start_receiver() {
 // frame waiting for usbRecv and goes to the data callback. Everything else
 // in the buffer, before or after it, is dropped.
 void take_frame() {
-    int at = searchPack(usb_event_buf, usb_event_buf_len);
-    if (at < 0) return;
+    long at = searchPack(usb_event_buf, usb_event_buf_len);
+    if (at < 0) {
+        // Nothing whole yet: skip what cannot start a frame, so garbage or a
+        // start with a false length never fills the buffer for good.
+        size_t resume = 0;
+        at = frame_resync(usb_event_buf, usb_event_buf_len, &resume);
+        if (at < 0) {
+            usb_event_buf_len = static_cast<uint16_t>(usb_event_buf_len - resume);
+            memmove(usb_event_buf, usb_event_buf + resume, usb_event_buf_len);
+            return;
+        }
+    }
     uint8_t* f = usb_event_buf + at;
     uint16_t flen = static_cast<uint16_t>(f[2] << 8 | f[3]);
     uint8_t cmd = f[4];
@@ -352,9 +363,9 @@ void* thread_usb_recv(void*) {
             std::shared_lock<std::shared_mutex> lock(g_device);
             timeval tv{0, 100000};
             libusb_handle_events_timeout(nullptr, &tv);
-            // Less than a report's room left reads nothing: the buffer waits
-            // for a frame to be found in it (not reset below 4097 bytes).
-            n = read_report(usb_event_buf + usb_event_buf_len, kAccumulated - usb_event_buf_len);
+            // What is held is at most one frame still arriving (4096 bytes),
+            // so a whole report always fits behind it.
+            n = read_report(usb_event_buf + usb_event_buf_len, sizeof usb_event_buf - usb_event_buf_len);
         }
         if (n < 0) {
             UHF_LOG(kLogUsb, "receive failue:%d\n", n);

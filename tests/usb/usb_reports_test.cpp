@@ -27,6 +27,18 @@ Bytes pattern(size_t n) {
     return b;
 }
 
+// n reports: the first starts with head after skip zero bytes, the rest are zeros.
+std::vector<Bytes> flood(size_t n, const Bytes& head = {}, size_t skip = 0) {
+    std::vector<Bytes> r(n, Bytes(64, 0x00));
+    std::copy(head.begin(), head.end(), r[0].begin() + static_cast<std::ptrdiff_t>(skip));
+    return r;
+}
+
+std::vector<Bytes> operator+(std::vector<Bytes> a, const Bytes& b) {
+    a.push_back(b);
+    return a;
+}
+
 Bytes slice(const Bytes& b, size_t from, size_t n) {
     return Bytes(b.begin() + static_cast<std::ptrdiff_t>(from), b.begin() + static_cast<std::ptrdiff_t>(from + n));
 }
@@ -91,6 +103,9 @@ TEST_F(UsbReports, FramesAreReassembledFromReports) {
         {"junk before the frame", {report_of(Bytes{0x00, 0x33, 0xA5, 0x00} + a)}, a},
         {"bad check byte, then a good frame", {report_of(bad_check), report_of(b)}, b},
         {"header split at the report edge", {Bytes(62, 0x00) + slice(a, 0, 2), report_of(slice(a, 2, a.size() - 2))}, a},
+        {"4096 bytes with no frame, then a frame", flood(64) + report_of(a), a},
+        {"a start with a false length hides no frame", {report_of(Bytes{0xA5, 0x5A, 0x0F, 0xA0} + a)}, a},
+        {"a start that fills the room is given up", flood(65, {0xA5, 0x5A, 0x0F, 0xFA}, 10) + report_of(a), a},
     };
     // clang-format on
     const Bytes sentinel = frame(0x55, {0xEE});
