@@ -81,10 +81,12 @@ TEST(InventoryPty, SerialLinkInSmallPiecesLosesNoReport) {
     reset_links();
 }
 
-// Never more than one receive thread on the link, and every record whole.
+// Never more than one receive thread on the link, every record whole, and
+// the thread gone from the link when the stop (or the close) returns, so the
+// next command has the link to itself.
 TEST_F(InventoryCycles, OneReceiveThreadPerLinkAndWholeRecords) {
     const auto epcs = field_epcs(opts.tags);
-    int max_threads = 0;
+    int max_threads = 0, alive_after_stop = 0, failed_after_stop = 0;
     size_t fetched = 0;
     for (int cycle = 0; cycle < 200; cycle++) {
         ASSERT_EQ(UHFInventory(), 0);
@@ -96,9 +98,17 @@ TEST_F(InventoryCycles, OneReceiveThreadPerLinkAndWholeRecords) {
             fetched++;
             EXPECT_TRUE(epcs.count(epc_of_ex(out))) << "cycle " << cycle << ": " << epc_of_ex(out);
         }
-        UHFStopGet();
-        max_threads = std::max(max_threads, uhf::inventory_threads(cur_index));
+        EXPECT_EQ(UHFStopGet(), 0) << "cycle " << cycle;
+        alive_after_stop += uhf::inventory_threads(cur_index) > 0;
+        uint8_t power = 0;
+        failed_after_stop += UHFGetPower(&power) != 0;
     }
     EXPECT_LE(max_threads, 1);
     EXPECT_GT(fetched, 0u);
+    EXPECT_EQ(alive_after_stop, 0);
+    EXPECT_EQ(failed_after_stop, 0);
+    const int slot = cur_index;
+    ASSERT_EQ(UHFInventory(), 0);
+    ClosePort();
+    EXPECT_EQ(uhf::inventory_threads(slot), 0);
 }

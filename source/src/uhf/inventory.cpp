@@ -88,6 +88,22 @@ void wait_threads_gone(int index, int ms) {
     for (int i = 0; i < ms && threads_alive(index) > 0; i++) usleep(1000);
 }
 
+// Stop the slot's receive threads and wait, bounded, until they have left the
+// link. A thread raises its own flag once it runs, so one that had not yet
+// done so when told to stop is told again.
+void stop_threads(int index, int ms) {
+    for (int i = 0; i < ms && threads_alive(index) > 0; i++) {
+        if (running(index) != 0) {
+            set_running(index, 0);
+            wake(index);
+        }
+        usleep(1000);
+    }
+}
+
+// A pass of a receive thread lasts one read, one USB poll or a 10 ms pause.
+constexpr int kThreadLeaveMs = 500;
+
 // The UII (PC + EPC) length in bytes, from the PC's EPC-length field.
 uint16_t uii_len(const uint8_t* report) { return static_cast<uint16_t>(((report[0] >> 3) + 1) * 2); }
 
@@ -237,10 +253,7 @@ int uhf::inventory_threads(int index) { return slot_ok(index) ? threads_alive(in
 
 void uhf::inventory_quiesce(int index) {
     if (!slot_ok(index)) return;
-    set_running(index, 0);
-    wake(index);
-    // A pass of the thread lasts one read or a 10 ms wait; give it ample time.
-    wait_threads_gone(index, 500);
+    stop_threads(index, kThreadLeaveMs);
 }
 
 int Creat_R2000Thread(int index) {
@@ -312,11 +325,13 @@ int UHFStopGet(void) {
             usleep(5000);
             if (!closing()) continue;
             Stop_R2000Thread(cur_index);
+            if (slot_ok(cur_index)) stop_threads(cur_index, kThreadLeaveMs);
             discard_input(cur_index);
             return 0;
         }
     }
     Stop_R2000Thread(cur_index);
+    if (slot_ok(cur_index)) stop_threads(cur_index, kThreadLeaveMs);
     return -1;
 }
 
