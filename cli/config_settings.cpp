@@ -1,10 +1,9 @@
 // Power, antennas, region, hopping, RF link, Gen2 and inventory modes.
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <iterator>
 
 #include "UHF.h"
+#include "reader_settings.h"
 #include "session.h"
 #include "settings.h"
 
@@ -13,37 +12,23 @@ namespace uhfctl {
 namespace {
 
 using Args = std::vector<std::string>;
+using uhftools::range_error;
+using uhftools::setting_row;
+using uhftools::SettingRow;
 
-int usage(std::string& err, const std::string& why) {
-    err = why;
-    return kUsage;
-}
-
-bool parse_switch(const Args& a, unsigned char& flag) {
-    if (a.size() != 1) return false;
-    if (a[0] == "on" || a[0] == "1")
-        flag = 1;
-    else if (a[0] == "off" || a[0] == "0")
-        flag = 0;
-    else
-        return false;
-    return true;
-}
-
-Value switch_value(unsigned char flag) { return Value{flag ? "on" : "off", Json(cJSON_CreateBool(flag != 0))}; }
-
-Setting on_off(const char* name, const char* help, int (*get)(unsigned char*), int (*set)(unsigned char)) {
-    Setting s = make_setting(name, help, "on|off");
+Setting on_off(const char* name, int (*get)(unsigned char*), int (*set)(unsigned char)) {
+    Setting s = table_setting(name, "on|off");
     s.get = [get](Value& v) {
         unsigned char f = 0;
         if (get(&f) != 0) return false;
-        v = switch_value(f);
+        v = Value{f ? "on" : "off", Json(cJSON_CreateBool(f != 0))};
         return true;
     };
-    s.set = [set](const Args& a, bool, std::string& err) {
-        unsigned char f = 0;
-        if (!parse_switch(a, f)) return usage(err, "expected on or off");
-        return set_status(set(f));
+    const SettingRow& row = setting_row(name);
+    s.set = [set, &row](const Args& a, bool, std::string& err) {
+        int f = 0;
+        if (a.size() != 1 || !uhftools::choice_code(row, a[0], f)) return usage(err, range_error(row));
+        return set_status(set(static_cast<unsigned char>(f)));
     };
     return s;
 }
@@ -62,18 +47,18 @@ bool antenna_powers(std::vector<AntennaPower>& out) {
     return true;
 }
 
-// "25" or "25.5" dBm into 0.01 dBm; modules take 0..33 dBm.
+// "25" or "25.5" dBm into 0.01 dBm, within the power range.
 bool parse_dbm(const std::string& text, uint16_t& centi) {
+    const SettingRow& row = setting_row("power");
     char* end = nullptr;
     double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(v >= 0 && v <= 33)) return false;
+    if (text.empty() || *end != '\0' || !(v >= row.min && v <= row.max)) return false;
     centi = static_cast<uint16_t>(std::lround(v * 100));
     return true;
 }
 
 Setting power() {
-    Setting s = make_setting("power", "Read/write power per antenna, dBm",
-                             "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]");
+    Setting s = table_setting("power", "DBM (every antenna) | ANT=DBM[/WRITE_DBM] ... [--save]");
     s.get = [](Value& v) {
         std::vector<AntennaPower> list;
         if (!antenna_powers(list)) return false;
@@ -96,27 +81,24 @@ Setting power() {
             unsigned antenna;
             uint16_t read, write;
         };
-        std::vector<Change> changes;
         if (a.size() == 1 && a[0].find('=') == std::string::npos) {
             uint16_t p = 0;
-            if (!parse_dbm(a[0], p)) return usage(err, a[0] + ": expected dBm 0..33");
-            std::vector<AntennaPower> list;
-            if (!antenna_powers(list)) return static_cast<int>(kReaderFailed);
-            for (const auto& ap : list) changes.push_back({static_cast<unsigned>(ap.antenna), p, p});
-        } else {
-            for (const auto& item : a) {
-                auto eq = item.find('='), slash = item.find('/');
-                unsigned long ant = 0;
-                Change c{};
-                if (eq == std::string::npos || !parse_uint(item.substr(0, eq), 1, 255, ant) ||
-                    !parse_dbm(item.substr(eq + 1, slash == std::string::npos ? std::string::npos : slash - eq - 1),
-                               c.read) ||
-                    (slash != std::string::npos && !parse_dbm(item.substr(slash + 1), c.write)))
-                    return usage(err, item + ": expected ANT=DBM[/WRITE_DBM], dBm 0..33");
-                if (slash == std::string::npos) c.write = c.read;
-                c.antenna = static_cast<unsigned>(ant);
-                changes.push_back(c);
-            }
+            if (!parse_dbm(a[0], p)) return usage(err, a[0] + ": " + range_error(setting_row("power")));
+            return set_status(uhftools::set_power_everywhere(save, p) ? 0 : -1);
+        }
+        std::vector<Change> changes;
+        for (const auto& item : a) {
+            auto eq = item.find('='), slash = item.find('/');
+            unsigned long ant = 0;
+            Change c{};
+            if (eq == std::string::npos || !parse_in_range(setting_row("antennas"), item.substr(0, eq), ant) ||
+                !parse_dbm(item.substr(eq + 1, slash == std::string::npos ? std::string::npos : slash - eq - 1),
+                           c.read) ||
+                (slash != std::string::npos && !parse_dbm(item.substr(slash + 1), c.write)))
+                return usage(err, item + ": expected ANT=DBM[/WRITE_DBM]; " + range_error(setting_row("power")));
+            if (slash == std::string::npos) c.write = c.read;
+            c.antenna = static_cast<unsigned>(ant);
+            changes.push_back(c);
         }
         if (changes.empty()) return usage(err, "expected DBM or ANT=DBM");
         for (const auto& c : changes)
@@ -128,7 +110,7 @@ Setting power() {
 }
 
 Setting antennas() {
-    Setting s = make_setting("antennas", "Antennas in use", "N[,N...] (1..16) [--save]");
+    Setting s = table_setting("antennas", "N[,N...] [--save]");
     s.get = [](Value& v) {
         unsigned char mask[2] = {};
         if (UHFGetANT(mask) != 0) return false;
@@ -151,7 +133,8 @@ Setting antennas() {
             size_t comma = joined.find(',', start);
             std::string item = joined.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
             unsigned long n = 0;
-            if (!parse_uint(item, 1, 16, n)) return usage(err, "expected antenna numbers 1..16, e.g. 1,2,4");
+            if (!parse_in_range(setting_row("antennas"), item, n))
+                return usage(err, range_error(setting_row("antennas")) + ", e.g. 1,2,4");
             bits |= 1u << (n - 1);
             if (comma == std::string::npos) break;
             start = comma + 1;
@@ -162,33 +145,26 @@ Setting antennas() {
     return s;
 }
 
-// Region codes as modules commonly number them; any other code passes through.
-const std::pair<const char*, int> kRegions[] = {{"fcc", 1}, {"etsi", 2}, {"china-920", 3}, {"china-840", 4}};
-
 Setting region() {
-    Setting s = make_setting("region", "Regulatory region code", "fcc|etsi|china-920|china-840|CODE [--save]");
-    s.get = [](Value& v) {
+    Setting s = table_setting("region", "REGION [--save]");
+    const SettingRow& row = setting_row("region");
+    s.get = [&row](Value& v) {
         uint8_t r = 0;
         if (UHFGetRegion(&r) != 0) return false;
         v = number_value(r, std::to_string(r));
-        for (const auto& [name, code] : kRegions)
-            if (code == r) v.text += std::string(" (") + name + ")";
+        if (uhftools::choice_word(row, r) != v.text) v.text += " (" + uhftools::choice_word(row, r) + ")";
         return true;
     };
-    s.set = [](const Args& a, bool save, std::string& err) {
-        if (a.size() != 1) return usage(err, "expected one region");
-        unsigned long code = 0;
-        bool known = parse_uint(a[0], 0, 255, code);
-        for (const auto& [name, c] : kRegions)
-            if (a[0] == name) code = static_cast<unsigned long>(c), known = true;
-        if (!known) return usage(err, a[0] + ": expected fcc, etsi, china-920, china-840 or a code 0..255");
+    s.set = [&row](const Args& a, bool save, std::string& err) {
+        int code = 0;
+        if (a.size() != 1 || !uhftools::choice_code(row, a[0], code)) return usage(err, range_error(row));
         return set_status(UHFSetRegion(save, static_cast<uint8_t>(code)));
     };
     return s;
 }
 
 Setting frequencies() {
-    Setting s = make_setting("frequencies", "Hopping table, kHz", "KHZ ... (at most 84)");
+    Setting s = table_setting("frequencies", "KHZ ...");
     s.get = [](Value& v) {
         static unsigned int f[257];
         if (UHFGetJumpFrequency(f) != 0 || f[0] > 256) return false;
@@ -208,7 +184,8 @@ Setting frequencies() {
         if (a.empty() || a.size() > 84) return usage(err, "expected 1 to 84 frequencies in kHz");
         for (size_t i = 0; i < a.size(); i++) {
             unsigned long k = 0;
-            if (!parse_uint(a[i], 1, 0xFFFFFF, k)) return usage(err, a[i] + ": expected a frequency in kHz");
+            if (!parse_in_range(setting_row("frequencies"), a[i], k))
+                return usage(err, a[i] + ": " + range_error(setting_row("frequencies")));
             f[i] = static_cast<unsigned int>(k);
         }
         return set_status(UHFSetJumpFrequency(static_cast<unsigned char>(a.size()), f));
@@ -216,37 +193,23 @@ Setting frequencies() {
     return s;
 }
 
-// The Gen2 block field by field.
-struct Gen2 {
-    unsigned char f[14] = {};
-};
-const char* const kGen2Names[14] = {"target", "action", "t", "q",   "startq",  "minq", "maxq",
-                                    "d",      "coding", "p", "sel", "session", "g",    "lf"};
-const unsigned kGen2Max[14] = {7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7};
-
 std::string gen2_field_list() {
     std::string s;
-    for (const char* n : kGen2Names) s += (s.empty() ? "" : " ") + std::string(n);
+    for (const SettingRow* r : uhftools::gen2_rows()) s += (s.empty() ? "" : " ") + std::string(r->name);
     return s;
 }
 
-bool get_gen2(Gen2& g) {
-    unsigned char* f = g.f;
-    return UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
-                      &f[13]) == 0;
-}
-
 Setting gen2() {
-    Setting s =
-        make_setting("gen2", "Gen2 air parameters",
-                     "--FIELD N ... or FIELD=N ... (target action t q startq minq maxq d coding p sel session g lf)");
+    Setting s = make_setting("gen2", "Gen2 air parameters, field by field (uhfctl settings lists them)",
+                             "--FIELD N ... or FIELD=N ... (" + gen2_field_list() + ")");
     s.get = [](Value& v) {
-        Gen2 g;
-        if (!get_gen2(g)) return false;
+        uhftools::Gen2Block g;
+        if (!uhftools::read_gen2(g)) return false;
         v.json.reset(cJSON_CreateObject());
-        for (int i = 0; i < 14; i++) {
-            v.text += (i ? " " : "") + std::string(kGen2Names[i]) + "=" + std::to_string(g.f[i]);
-            cJSON_AddNumberToObject(v.json.get(), kGen2Names[i], g.f[i]);
+        for (const SettingRow* r : uhftools::gen2_rows()) {
+            const unsigned char n = g.f[r->gen2];
+            v.text += (v.text.empty() ? "" : " ") + std::string(r->name) + "=" + std::to_string(n);
+            cJSON_AddNumberToObject(v.json.get(), r->name, n);
         }
         return true;
     };
@@ -254,55 +217,45 @@ Setting gen2() {
         // Parse everything before asking the reader anything.
         std::vector<std::pair<int, unsigned char>> changes;
         for (const auto& item : a) {
-            std::string key = item, val;
-            auto eq = key.find('=');
-            if (eq == std::string::npos) return usage(err, key + ": expected FIELD=N or --FIELD N");
-            val = key.substr(eq + 1);
-            key = key.substr(0, eq);
-            int idx = -1;
-            for (int k = 0; k < 14; k++)
-                if (key == kGen2Names[k]) idx = k;
+            auto eq = item.find('=');
+            if (eq == std::string::npos) return usage(err, item + ": expected FIELD=N or --FIELD N");
+            const SettingRow* row = uhftools::find_setting_row(item.substr(0, eq));
+            if (!row || row->gen2 < 0)
+                return usage(err, item.substr(0, eq) + ": not a Gen2 field (" + gen2_field_list() + ")");
             unsigned long n = 0;
-            if (idx < 0) return usage(err, key + ": not a Gen2 field (" + gen2_field_list() + ")");
-            if (!parse_uint(val, 0, kGen2Max[idx], n))
-                return usage(err, key + " takes 0.." + std::to_string(kGen2Max[idx]));
-            changes.emplace_back(idx, static_cast<unsigned char>(n));
+            if (!parse_in_range(*row, item.substr(eq + 1), n)) return usage(err, range_error(*row));
+            changes.emplace_back(row->gen2, static_cast<unsigned char>(n));
         }
         if (changes.empty()) return usage(err, "name at least one field, e.g. --session 1");
-        Gen2 g;
-        if (!get_gen2(g)) return static_cast<int>(kReaderFailed);
+        uhftools::Gen2Block g;
+        if (!uhftools::read_gen2(g)) return static_cast<int>(kReaderFailed);
         for (auto [idx, n] : changes) g.f[idx] = n;
-        const unsigned char* f = g.f;
-        return set_status(
-            UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]));
+        return uhftools::write_gen2(g) ? static_cast<int>(kOk) : static_cast<int>(kReaderFailed);
     };
     return s;
 }
 
-const char* const kModes[3] = {"epc", "epc+tid", "epc+tid+user"};
-
 Setting mode() {
-    Setting s = make_setting("mode", "What inventory reports besides the EPC",
-                             "epc|epc+tid|epc+tid+user [USER_WORD USER_WORDS] [--save]");
-    s.get = [](Value& v) {
+    Setting s = table_setting("mode", "MODE [USER_WORD USER_WORDS] [--save]");
+    const SettingRow& row = setting_row("mode");
+    s.get = [&row](Value& v) {
         uint8_t m[3] = {};
         if (UHFGetEPCTIDUSERMode(0, 0, m) < 0 || m[0] > 2) return false;
-        v.text = kModes[m[0]];
+        v.text = uhftools::choice_word(row, m[0]);
         if (m[0] == 2) v.text += " (USER from word " + std::to_string(m[1]) + ", " + std::to_string(m[2]) + " words)";
         v.json.reset(cJSON_CreateObject());
-        cJSON_AddStringToObject(v.json.get(), "mode", kModes[m[0]]);
+        cJSON_AddStringToObject(v.json.get(), "mode", uhftools::choice_word(row, m[0]).c_str());
         cJSON_AddNumberToObject(v.json.get(), "user_addr", m[1]);
         cJSON_AddNumberToObject(v.json.get(), "user_words", m[2]);
         return true;
     };
-    s.set = [](const Args& a, bool save, std::string& err) {
+    s.set = [&row](const Args& a, bool save, std::string& err) {
         int m = -1;
-        for (int i = 0; i < 3; i++)
-            if (!a.empty() && a[0] == kModes[i]) m = i;
         unsigned long addr = 0, words = 0;
-        bool ok = m >= 0 && (a.size() == 1 || (m == 2 && a.size() == 3 && parse_uint(a[1], 0, 255, addr) &&
-                                               parse_uint(a[2], 0, 255, words)));
-        if (!ok) return usage(err, "expected epc, epc+tid, or epc+tid+user [USER_WORD USER_WORDS]");
+        bool ok = !a.empty() && uhftools::choice_code(row, a[0], m) &&
+                  (a.size() == 1 ||
+                   (m == 2 && a.size() == 3 && parse_uint(a[1], 0, 255, addr) && parse_uint(a[2], 0, 255, words)));
+        if (!ok) return usage(err, range_error(row) + " [USER_WORD USER_WORDS]");
         return set_status(UHFSetEPCTIDUSERMode(save ? 1 : 0, static_cast<uint8_t>(m), static_cast<uint8_t>(addr),
                                                static_cast<uint8_t>(words)));
     };
@@ -310,20 +263,17 @@ Setting mode() {
 }
 
 Setting filter() {
-    Setting s = make_setting("filter", "Inventory filter: only tags whose memory matches answer",
-                             "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)");
-    s.in_info = false;  // the reader has no query for it
-    s.set = [](const Args& a, bool, std::string& err) {
+    Setting s = table_setting("filter", "BANK BYTE_ADDR HEX | off (EPC bank addresses count from the EPC)");
+    s.in_info = false;  // the reader has no query for it: `get` refuses it
+    const SettingRow& row = setting_row("filter");
+    s.set = [&row](const Args& a, bool, std::string& err) {
         if (a.size() == 1 && a[0] == "off") return set_status(UHFSetFilter(0, 1, 0, 0, nullptr));
         int bank = -1;
-        const char* banks[4] = {"reserved", "epc", "tid", "user"};
-        for (int i = 0; i < 4; i++)
-            if (a.size() == 3 && a[0] == banks[i]) bank = i;
         unsigned long addr = 0;
         std::vector<uint8_t> mask;
-        if (bank < 0 || !parse_uint(a[1], 0, 0xFFFF, addr) || !parse_hex(a[2], mask) || mask.empty() ||
-            mask.size() > 94)
-            return usage(err, "expected reserved|epc|tid|user BYTE_ADDR HEX (1..94 bytes), or off");
+        if (a.size() != 3 || !uhftools::choice_code(row, a[0], bank) || !parse_uint(a[1], 0, 0xFFFF, addr) ||
+            !parse_hex(a[2], mask) || mask.empty() || mask.size() > 94)
+            return usage(err, "expected BANK BYTE_ADDR HEX (1..94 bytes) or off; " + range_error(row));
         return set_status(UHFSetFilter(0, static_cast<uint8_t>(bank), static_cast<uint16_t>(addr),
                                        static_cast<uint16_t>(mask.size()), mask.data()));
     };
@@ -332,25 +282,20 @@ Setting filter() {
 
 }  // namespace
 
-const std::vector<std::string>& gen2_fields() {
-    static const std::vector<std::string> names(std::begin(kGen2Names), std::end(kGen2Names));
-    return names;
-}
-
 void register_config_settings(std::vector<Setting>& out) {
     out.push_back(power());
     out.push_back(antennas());
     out.push_back(region());
     out.push_back(frequencies());
-    out.push_back(byte_setting("rflink", "RF link mode", "MODE (0..255) [--save]", 255, UHFGetRFLink,
+    out.push_back(byte_setting("rflink", "MODE [--save]", UHFGetRFLink,
                                [](bool save, unsigned char m) { return UHFSetRFLink(save ? 1 : 0, m); }));
     out.push_back(gen2());
-    out.push_back(on_off("fastid", "FastID (TID with the EPC)", UHFGetFastID, UHFSetFastID));
-    out.push_back(on_off("tagfocus", "TagFocus", UHFGetTagfocus, UHFSetTagfocus));
+    out.push_back(on_off("fastid", UHFGetFastID, UHFSetFastID));
+    out.push_back(on_off("tagfocus", UHFGetTagfocus, UHFSetTagfocus));
     out.push_back(mode());
     out.push_back(filter());
-    out.push_back(byte_setting("work-mode", "Work mode", "MODE (0..2)", 2, UHFGetWorkMode,
-                               [](bool, unsigned char m) { return UHFSetWorkMode(m); }));
+    out.push_back(
+        byte_setting("work-mode", "MODE", UHFGetWorkMode, [](bool, unsigned char m) { return UHFSetWorkMode(m); }));
 }
 
 }  // namespace uhfctl

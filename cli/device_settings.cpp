@@ -14,8 +14,9 @@ std::string counted_text(const uint8_t* buf, size_t n, size_t cap) {
     return std::string(reinterpret_cast<const char*>(buf + 1), n < cap ? n : cap);
 }
 
-// "A.B.C.D[:PORT]"; the port stays as it was when not given.
-bool parse_address(const std::string& text, uint8_t ip[4], uint8_t port[2], std::string& err) {
+// "A.B.C.D[:PORT]"; the port stays as it was when not given. row says the port's range.
+bool parse_address(const uhftools::SettingRow& row, const std::string& text, uint8_t ip[4], uint8_t port[2],
+                   std::string& err) {
     auto colon = text.find(':');
     if (!parse_ipv4(text.substr(0, colon), ip)) {
         err = text + ": expected A.B.C.D[:PORT]";
@@ -23,8 +24,8 @@ bool parse_address(const std::string& text, uint8_t ip[4], uint8_t port[2], std:
     }
     if (colon == std::string::npos) return true;
     unsigned long p = 0;
-    if (!parse_uint(text.substr(colon + 1), 1, 65535, p)) {
-        err = text + ": the port must be 1..65535";
+    if (!parse_in_range(row, text.substr(colon + 1), p)) {
+        err = text + ": the port must be " + uhftools::range_text(row);
         return false;
     }
     port[0] = static_cast<uint8_t>(p >> 8);
@@ -90,94 +91,88 @@ void identity(std::vector<Setting>& out) {
 }
 
 void io(std::vector<Setting>& out) {
-    out.push_back(byte_setting("temp-protect", "Over-temperature protection byte", "VALUE (0..255)", 255,
-                               UHFGetTemperatureProtect,
+    out.push_back(byte_setting("temp-protect", "VALUE", UHFGetTemperatureProtect,
                                [](bool, unsigned char f) { return UHFSetTemperatureProtect(f); }));
-    out.push_back(byte_setting("beep", "Beeper mode", "MODE (0..255; the reader defines the modes)", 255, UHFGetBeep,
-                               [](bool, unsigned char m) { return UHFSetBeep(m); }));
-    out.push_back({"outputs", "Digital outputs 1 and 2", "1|2|all high|low",
-                   [](Value& v) {
-                       unsigned char s[2] = {};
-                       if (UHFGetIOControl(s) != 0) return false;
-                       auto level = [](unsigned char b) { return b ? "high" : "low"; };
-                       v.text = std::string("1 ") + level(s[0]) + ", 2 " + level(s[1]);
-                       v.json.reset(cJSON_CreateObject());
-                       cJSON_AddNumberToObject(v.json.get(), "1", s[0]);
-                       cJSON_AddNumberToObject(v.json.get(), "2", s[1]);
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       bool ok = a.size() == 2 && (a[0] == "1" || a[0] == "2" || a[0] == "all") &&
-                                 (a[1] == "high" || a[1] == "low");
-                       if (!ok) {
-                           err = "expected OUTPUT LEVEL: 1, 2 or all, then high or low";
-                           return static_cast<int>(kUsage);
-                       }
-                       unsigned char o1 = a[0] != "2", o2 = a[0] != "1";
-                       return set_status(UHFSetIOControl(o1, o2, a[1] == "high" ? 1 : 0));
-                   }});
+    out.push_back(byte_setting("beep", "MODE", UHFGetBeep, [](bool, unsigned char m) { return UHFSetBeep(m); }));
+    Setting outputs = table_setting("outputs", "1|2|all LEVEL");
+    outputs.get = [](Value& v) {
+        unsigned char s[2] = {};
+        if (UHFGetIOControl(s) != 0) return false;
+        auto level = [](unsigned char b) { return b ? "high" : "low"; };
+        v.text = std::string("1 ") + level(s[0]) + ", 2 " + level(s[1]);
+        v.json.reset(cJSON_CreateObject());
+        cJSON_AddNumberToObject(v.json.get(), "1", s[0]);
+        cJSON_AddNumberToObject(v.json.get(), "2", s[1]);
+        return true;
+    };
+    outputs.set = [](const std::vector<std::string>& a, bool, std::string& err) {
+        const uhftools::SettingRow& row = uhftools::setting_row("outputs");
+        int level = 0;
+        if (a.size() != 2 || (a[0] != "1" && a[0] != "2" && a[0] != "all") || !uhftools::choice_code(row, a[1], level))
+            return usage(err, "expected OUTPUT LEVEL: 1, 2 or all, then " + uhftools::range_text(row));
+        unsigned char o1 = a[0] != "2", o2 = a[0] != "1";
+        return set_status(UHFSetIOControl(o1, o2, static_cast<unsigned char>(level)));
+    };
+    out.push_back(outputs);
 }
 
 void network(std::vector<Setting>& out) {
-    out.push_back({"ip", "The reader's own address", "A.B.C.D[:PORT] [MASK GATEWAY]",
-                   [](Value& v) {
-                       uint8_t ip[4], port[2], mask[4], gate[4];
-                       if (UHFGetIp(ip, port, mask, gate) != 0) return false;
-                       v = address_value(ip, port, mask, gate);
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       uint8_t ip[4], port[2], mask[4], gate[4];
-                       if (a.size() != 1 && a.size() != 3) {
-                           err = "expected A.B.C.D[:PORT] [MASK GATEWAY]";
-                           return static_cast<int>(kUsage);
-                       }
-                       // Without a port, keep the one the reader has.
-                       if (UHFGetIp(ip, port, mask, gate) != 0) return static_cast<int>(kReaderFailed);
-                       if (!parse_address(a[0], ip, port, err)) return static_cast<int>(kUsage);
-                       if (a.size() == 3 && (!parse_ipv4(a[1], mask) || !parse_ipv4(a[2], gate))) {
-                           err = "mask and gateway must be A.B.C.D";
-                           return static_cast<int>(kUsage);
-                       }
-                       return set_status(a.size() == 3 ? UHFSetIp(ip, port, mask, gate)
-                                                       : UHFSetIp(ip, port, nullptr, nullptr));
-                   }});
-    out.push_back({"dest-ip", "The address the reader sends to", "A.B.C.D[:PORT]",
-                   [](Value& v) {
-                       uint8_t ip[4], port[2];
-                       if (UHFGetDestIp(ip, port) != 0) return false;
-                       v = address_value(ip, port, nullptr, nullptr);
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       uint8_t ip[4], port[2];
-                       if (a.size() != 1) {
-                           err = "expected A.B.C.D[:PORT]";
-                           return static_cast<int>(kUsage);
-                       }
-                       if (UHFGetDestIp(ip, port) != 0) return static_cast<int>(kReaderFailed);
-                       if (!parse_address(a[0], ip, port, err)) return static_cast<int>(kUsage);
-                       return set_status(UHFSetDestIp(ip, port));
-                   }});
-    out.push_back({"user-params", "Opaque block kept in the reader, hex (at most 1023 bytes)", "HEX",
-                   [](Value& v) {
-                       static unsigned char block[1024];
-                       unsigned short n = 0;
-                       if (UHFDownloadUserParam(block, &n) != 0 || n > 1023) return false;
-                       v = text_value(hex(block, n));
-                       return true;
-                   },
-                   [](const std::vector<std::string>& a, bool, std::string& err) {
-                       std::vector<uint8_t> block;
-                       std::string joined;
-                       for (const auto& s : a) joined += s;
-                       if (!parse_hex(joined, block) || block.size() > 1023) {
-                           err = "expected at most 1023 bytes of hex";
-                           return static_cast<int>(kUsage);
-                       }
-                       return set_status(UHFUploadUserParam(block.data(), static_cast<unsigned short>(block.size())));
-                   },
-                   false});
+    const uhftools::SettingRow& ip_row = uhftools::setting_row("ip");
+    Setting ip = table_setting("ip", "A.B.C.D[:PORT] [MASK GATEWAY]");
+    ip.get = [](Value& v) {
+        uint8_t ip[4], port[2], mask[4], gate[4];
+        if (UHFGetIp(ip, port, mask, gate) != 0) return false;
+        v = address_value(ip, port, mask, gate);
+        return true;
+    };
+    ip.set = [&ip_row](const std::vector<std::string>& a, bool, std::string& err) {
+        uint8_t ip[4], port[2], mask[4], gate[4];
+        if (a.size() != 1 && a.size() != 3) return usage(err, "expected A.B.C.D[:PORT] [MASK GATEWAY]");
+        // Without a port, keep the one the reader has.
+        if (UHFGetIp(ip, port, mask, gate) != 0) return static_cast<int>(kReaderFailed);
+        if (!parse_address(ip_row, a[0], ip, port, err)) return static_cast<int>(kUsage);
+        if (a.size() == 3 && (!parse_ipv4(a[1], mask) || !parse_ipv4(a[2], gate)))
+            return usage(err, "mask and gateway must be A.B.C.D");
+        return set_status(a.size() == 3 ? UHFSetIp(ip, port, mask, gate) : UHFSetIp(ip, port, nullptr, nullptr));
+    };
+    out.push_back(ip);
+
+    const uhftools::SettingRow& dest_row = uhftools::setting_row("dest-ip");
+    Setting dest = table_setting("dest-ip", "A.B.C.D[:PORT]");
+    dest.get = [](Value& v) {
+        uint8_t ip[4], port[2];
+        if (UHFGetDestIp(ip, port) != 0) return false;
+        v = address_value(ip, port, nullptr, nullptr);
+        return true;
+    };
+    dest.set = [&dest_row](const std::vector<std::string>& a, bool, std::string& err) {
+        uint8_t ip[4], port[2];
+        if (a.size() != 1) return usage(err, "expected A.B.C.D[:PORT]");
+        if (UHFGetDestIp(ip, port) != 0) return static_cast<int>(kReaderFailed);
+        if (!parse_address(dest_row, a[0], ip, port, err)) return static_cast<int>(kUsage);
+        return set_status(UHFSetDestIp(ip, port));
+    };
+    out.push_back(dest);
+
+    const uhftools::SettingRow& block_row = uhftools::setting_row("user-params");
+    Setting block = table_setting("user-params", "HEX");
+    block.in_info = false;
+    block.get = [&block_row](Value& v) {
+        static unsigned char block[1024];
+        unsigned short n = 0;
+        if (UHFDownloadUserParam(block, &n) != 0 || n > block_row.max) return false;
+        v = text_value(hex(block, n));
+        return true;
+    };
+    block.set = [&block_row](const std::vector<std::string>& a, bool, std::string& err) {
+        std::vector<uint8_t> bytes;
+        std::string joined;
+        for (const auto& s : a) joined += s;
+        if (!parse_hex(joined, bytes) || bytes.size() > static_cast<size_t>(block_row.max))
+            return usage(err, "expected hex; " + uhftools::range_error(block_row));
+        return set_status(UHFUploadUserParam(bytes.data(), static_cast<unsigned short>(bytes.size())));
+    };
+    out.push_back(block);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <cctype>
 #include <cstdio>
 
 #include "session.h"
@@ -33,30 +34,44 @@ Setting make_setting(std::string name, std::string help, std::string syntax) {
     return s;
 }
 
+Setting table_setting(const std::string& name, std::string syntax) {
+    const uhftools::SettingRow& row = uhftools::setting_row(name);
+    std::string help = std::string(row.meaning) + " (" + uhftools::range_text(row) + ")";
+    help[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(help[0])));  // like the other help lines
+    return make_setting(name, std::move(help), std::move(syntax));
+}
+
 Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get) {
     Setting s = make_setting(std::move(name), std::move(help), "");
     s.get = std::move(get);
     return s;
 }
 
-Setting byte_setting(std::string name, std::string help, std::string syntax, unsigned long max,
-                     int (*get)(unsigned char*), std::function<int(bool, unsigned char)> set) {
-    Setting s = make_setting(std::move(name), std::move(help), std::move(syntax));
+Setting byte_setting(const std::string& name, std::string syntax, int (*get)(unsigned char*),
+                     std::function<int(bool, unsigned char)> set) {
+    Setting s = table_setting(name, std::move(syntax));
     s.get = [get](Value& v) {
         unsigned char b = 0;
         if (get(&b) != 0) return false;
         v = number_value(b, std::to_string(b));
         return true;
     };
-    s.set = [set, max](const std::vector<std::string>& a, bool save, std::string& err) {
+    const uhftools::SettingRow& row = uhftools::setting_row(name);
+    s.set = [set, &row](const std::vector<std::string>& a, bool save, std::string& err) {
         unsigned long n = 0;
-        if (a.size() != 1 || !parse_uint(a[0], 0, max, n)) {
-            err = "expected one value 0.." + std::to_string(max);
-            return static_cast<int>(kUsage);
-        }
+        if (a.size() != 1 || !parse_in_range(row, a[0], n)) return usage(err, uhftools::range_error(row));
         return set_status(set(save, static_cast<unsigned char>(n)));
     };
     return s;
+}
+
+bool parse_in_range(const uhftools::SettingRow& row, const std::string& text, unsigned long& out) {
+    return parse_uint(text, static_cast<unsigned long>(row.min), static_cast<unsigned long>(row.max), out);
+}
+
+int usage(std::string& err, const std::string& why) {
+    err = why;
+    return kUsage;
 }
 
 int set_status(int rc) { return rc == 0 ? kOk : kReaderFailed; }

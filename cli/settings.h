@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "format.h"
+#include "settings_table.h"
 
 namespace uhfctl {
 
@@ -34,15 +35,19 @@ const Setting* find_setting(const std::string& name);
 void register_identity_settings(std::vector<Setting>& out);  // versions, id, temperature
 void register_config_settings(std::vector<Setting>& out);    // power, antennas, region, Gen2...
 void register_device_settings(std::vector<Setting>& out);    // I/O and network
-// Names of the Gen2 fields `set gen2` takes.
-const std::vector<std::string>& gen2_fields();
 
 // Helpers for the families.
 Setting make_setting(std::string name, std::string help, std::string syntax);
+// A setting of the shared table: its help is the table's meaning and range.
+Setting table_setting(const std::string& name, std::string syntax);
 Setting read_only(std::string name, std::string help, std::function<bool(Value&)> get);
-// A one-byte setting 0..max with a get and a set call.
-Setting byte_setting(std::string name, std::string help, std::string syntax, unsigned long max,
-                     int (*get)(unsigned char*), std::function<int(bool save, unsigned char)> set);
+// A one-byte setting in its table range, with a get and a set call.
+Setting byte_setting(const std::string& name, std::string syntax, int (*get)(unsigned char*),
+                     std::function<int(bool save, unsigned char)> set);
+// A whole number in the table range of a setting.
+bool parse_in_range(const uhftools::SettingRow& row, const std::string& text, unsigned long& out);
+// err = why; kUsage.
+int usage(std::string& err, const std::string& why);
 // kOk for a library result of 0, else kReaderFailed.
 int set_status(int rc);
 Value text_value(const std::string& text);

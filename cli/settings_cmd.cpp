@@ -1,5 +1,6 @@
 // `get`, `set`, `reset` and `factory-reset`.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <map>
 
@@ -15,17 +16,21 @@ std::string settings_list(bool writable_only) {
     std::string s;
     for (const Setting& st : all_settings()) {
         if (writable_only && !st.set) continue;
-        char line[200];
+        char line[300];
         std::snprintf(line, sizeof line, "  %-14s %s%s%s\n", st.name.c_str(), st.help.c_str(),
-                      writable_only ? ": " : "", writable_only ? st.syntax.c_str() : "");
+                      writable_only ? ": " : (st.get ? "" : " [set only]"), writable_only ? st.syntax.c_str() : "");
         s += line;
     }
     return s;
 }
 
 int run_get(const Session& s, const std::vector<std::string>& names) {
-    for (const auto& n : names)
-        if (!find_setting(n)) return fail(kUsage, "get " + n + ": no such setting (uhfctl get --help lists them)");
+    // Every name is checked before anything is sent.
+    for (const auto& n : names) {
+        const Setting* st = find_setting(n);
+        if (!st) return fail(kUsage, "get " + n + ": no such setting (uhfctl get --help lists them)");
+        if (!st->get) return fail(kUsage, "get " + n + ": the reader has no query for it; it can only be set");
+    }
     return s.each([&](const Reader& r) {
         int rc = kOk;
         Json obj(cJSON_CreateObject());
@@ -61,6 +66,20 @@ int run_set(const Session& s, const std::string& name, const std::vector<std::st
     });
 }
 
+// The shared settings table, for people and for the Python package's test.
+int run_table(Format format) {
+    int width = 0;
+    for (const uhftools::SettingRow& row : uhftools::settings_table())
+        width = std::max(width, static_cast<int>(uhftools::range_text(row).size()));
+    for (const uhftools::SettingRow& row : uhftools::settings_table()) {
+        if (format == Format::Json)
+            std::printf("%s\n", uhftools::row_json(row).c_str());
+        else
+            std::printf("%-15s %-*s  %s\n", row.name, width, uhftools::range_text(row).c_str(), row.meaning);
+    }
+    return kOk;
+}
+
 int run_simple(const Session& s, const char* what, int (*call)(), const char* done) {
     return s.each([&](const Reader& r) {
         if (call() != 0) return reader_failed(r, what);
@@ -86,20 +105,34 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
     set->footer("Names and values:\n" + settings_list(true) +
                 "\n--save asks the reader to keep the value across a power cycle, for the settings whose command\n"
                 "has a save flag; the others are kept at once.\n\nExamples:\n"
-                "  uhfctl --sim set beep 1\n  uhfctl --tcp 192.168.1.50 set outputs 1 high\n"
+                "  uhfctl --sim set beep 1\n  uhfctl --sim set gen2 --session 1 --target 0 --q 4\n  uhfctl --tcp "
+                "192.168.1.50 set outputs 1 high\n"
                 "  uhfctl --tcp 192.168.1.50 set ip 192.168.1.60:8888 255.255.255.0 192.168.1.1");
     set->add_option("name", *name, "Setting name")->required();
     set->add_option("values", *values, "New value(s)");
     set->add_flag("--save", *save, "Keep across a power cycle");
-    // gen2 fields by name: --q 1 --session 2 become q=1 session=2.
+    // gen2 fields by name: --q 4 --session 2 become q=4 session=2.
     auto fields = std::make_shared<std::map<std::string, std::string>>();
-    for (const auto& f : gen2_fields())
-        set->add_option("--" + f, (*fields)[f], "gen2: the " + f + " field")->group("Gen2 fields");
+    for (const uhftools::SettingRow* row : uhftools::gen2_rows())
+        set->add_option("--" + std::string(row->name), (*fields)[row->name],
+                        std::string(row->meaning) + " (" + uhftools::range_text(*row) + ")")
+            ->type_name("N")
+            ->group("Gen2 fields");
     set->callback([&ctx, name, values, save, fields] {
         for (const auto& [field, value] : *fields)
             if (!value.empty()) values->push_back(field + "=" + value);
         ctx.run = [&ctx, name, values, save] { return run_set(ctx.session, *name, *values, *save); };
     });
+
+    auto* table = app.add_subcommand("settings", "List every setting: name, range or choices, meaning");
+    table->footer(
+        "No reader needed. uhfd's configuration and REST API and the Python package use the same names\n"
+        "and ranges; gen2's fields are the rows from select_target to link_frequency.\n"
+        "JSON: one object per line, {\"name\",\"meaning\",\"unit\",\"min\",\"max\"} or "
+        "{\"name\",\"meaning\",\"choices\"}.\n\n"
+        "Examples:\n  uhfctl settings\n  uhfctl settings --format json");
+    set_runner(table, ctx, [&ctx] { return run_table(ctx.session.format); }, {"text", "json"});
+    table->parse_complete_callback([&ctx] { ctx.opens_itself = true; });
 
     auto* reset = app.add_subcommand("reset", "Restart the reader: unsaved settings fall back to the saved ones");
     reset->footer("Example:\n  uhfctl --tcp 192.168.1.50 reset");

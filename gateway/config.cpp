@@ -1,11 +1,15 @@
 #include "config.h"
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
 #include "reader_link.h"
+#include "settings_table.h"
 
 namespace uhfd {
 
@@ -13,8 +17,8 @@ using nlohmann::json;
 
 namespace {
 
-const std::set<std::string> kRegions = {"fcc", "etsi", "china-920", "china-840"};
-const std::set<std::string> kModes = {"epc", "epc+tid", "epc+tid+user"};
+// The settings uhfd applies; names, meanings and ranges are the shared table's.
+const char* const kSettingKeys[] = {"power", "antennas", "region", "session", "target", "q", "mode"};
 
 // Reads j[key] into out when present; false with err when it has the wrong type.
 template <typename T>
@@ -43,37 +47,54 @@ bool settings_from(const json& j, ReaderSettings& s, std::string& err, const std
         err = where + "settings must be an object";
         return false;
     }
-    static const std::set<std::string> known = {"power", "antennas", "region", "session", "target", "q", "mode"};
     for (auto& [k, v] : j.items())
-        if (!known.count(k)) {
-            err = where + k + ": unknown setting (known: power, antennas, region, session, target, q, mode)";
+        if (std::find(std::begin(kSettingKeys), std::end(kSettingKeys), k) == std::end(kSettingKeys)) {
+            std::string keys;
+            for (const char* n : kSettingKeys) keys += (keys.empty() ? "" : ", ") + std::string(n);
+            err = where + k + ": unknown setting (known: " + keys + ")";
             return false;
         }
     return optional_field(j, "power", s.power, err, where) && optional_field(j, "antennas", s.antennas, err, where) &&
            optional_field(j, "region", s.region, err, where) && optional_field(j, "session", s.session, err, where) &&
            optional_field(j, "target", s.target, err, where) && optional_field(j, "q", s.q, err, where) &&
-           optional_field(j, "mode", s.mode, err, where) && check_settings(s, err);
+           optional_field(j, "mode", s.mode, err, where) && (check_settings(s, err) || (err = where + err, false));
 }
 
 }  // namespace
 
 bool check_settings(const ReaderSettings& s, std::string& err) {
-    auto bad = [&](const std::string& what) {
-        err = what;
+    using uhftools::setting_row;
+    auto bad = [&](const char* name) {
+        err = uhftools::range_error(setting_row(name));
         return false;
     };
-    if (s.power && (*s.power < 1 || *s.power > 30)) return bad("power must be 1..30 dBm");
+    auto number_ok = [](const char* name, const std::optional<int>& v) {
+        return !v || uhftools::in_range(setting_row(name), *v);
+    };
+    auto word_ok = [](const char* name, const std::optional<std::string>& v) {
+        int code = 0;
+        return !v || uhftools::choice_code(setting_row(name), *v, code);
+    };
     if (s.antennas) {
-        if (s.antennas->empty()) return bad("antennas: give at least one");
+        if (s.antennas->empty()) return (err = "antennas: give at least one", false);
         for (int a : *s.antennas)
-            if (a < 1 || a > 16) return bad("antennas are numbered 1..16");
+            if (!uhftools::in_range(setting_row("antennas"), a)) return bad("antennas");
     }
-    if (s.region && !kRegions.count(*s.region)) return bad("region must be fcc, etsi, china-920 or china-840");
-    if (s.session && (*s.session < 0 || *s.session > 3)) return bad("session must be 0..3");
-    if (s.target && (*s.target < 0 || *s.target > 1)) return bad("target must be 0 (A) or 1 (B)");
-    if (s.q && (*s.q < 0 || *s.q > 15)) return bad("q must be 0..15");
-    if (s.mode && !kModes.count(*s.mode)) return bad("mode must be epc, epc+tid or epc+tid+user");
+    for (auto [name, v] : {std::pair{"power", &s.power}, {"session", &s.session}, {"target", &s.target}, {"q", &s.q}})
+        if (!number_ok(name, *v)) return bad(name);
+    for (auto [name, v] : {std::pair{"region", &s.region}, {"mode", &s.mode}})
+        if (!word_ok(name, *v)) return bad(name);
     return true;
+}
+
+std::string settings_help() {
+    std::string s = "Reader settings (a reader's \"settings\" in the file, the body of PUT .../settings):\n";
+    for (const char* k : kSettingKeys) {
+        const uhftools::SettingRow& row = uhftools::setting_row(k);
+        s += "  " + std::string(k) + std::string(10 - std::strlen(k), ' ') + row.meaning + " (" +
+             uhftools::range_text(row) + ")\n";
+    }
+    return s + "The same names, meanings and ranges as uhfctl's: uhfctl settings lists them all.";
 }
 
 bool parse_settings(const std::string& text, ReaderSettings& out, std::string& err) {

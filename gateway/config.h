@@ -8,13 +8,15 @@
 
 namespace uhfd {
 
-// Applied at every connect; unset fields keep what the reader holds.
+// Applied at every connect; unset fields keep what the reader holds. The
+// names, meanings and ranges are the shared table's (settings_table.h):
+// target is the Gen2 inventoried flag G, q the initial Q.
 struct ReaderSettings {
-    std::optional<int> power;  // dBm 1..30
+    std::optional<int> power;
     std::optional<std::vector<int>> antennas;
-    std::optional<std::string> region;  // fcc, etsi, china-920, china-840
+    std::optional<std::string> region;
     std::optional<int> session, target, q;
-    std::optional<std::string> mode;  // epc, epc+tid, epc+tid+user
+    std::optional<std::string> mode;
 };
 
 struct ReaderConfig {
@@ -59,5 +61,7 @@ bool load_config(const std::string& path, Config& out, std::string& err);
 bool parse_settings(const std::string& json_text, ReaderSettings& out, std::string& err);
 // The checks every settings source goes through.
 bool check_settings(const ReaderSettings& s, std::string& err);
+// The settings uhfd takes with their meanings and ranges, for --help.
+std::string settings_help();
 
 }  // namespace uhfd

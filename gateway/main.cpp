@@ -65,6 +65,7 @@ int main(int argc, char** argv) {
     app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
     app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)");
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
+    app.footer(settings_help());
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

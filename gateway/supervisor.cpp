@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "UHF.h"
+#include "reader_settings.h"
 
 namespace uhfd {
 
@@ -18,8 +19,12 @@ constexpr unsigned kSimTags = 30;
 constexpr unsigned kSimRate = 300;
 constexpr const char* kBusy = "the gateway is busy or stopping; try again";
 
-const std::map<std::string, int> kRegionCodes = {{"fcc", 1}, {"etsi", 2}, {"china-920", 3}, {"china-840", 4}};
-const std::map<std::string, int> kModeCodes = {{"epc", 0}, {"epc+tid", 1}, {"epc+tid+user", 2}};
+// The reader's code of a word the configuration check accepted.
+uint8_t code_of(const char* setting, const std::string& word) {
+    int code = 0;
+    uhftools::choice_code(uhftools::setting_row(setting), word, code);
+    return static_cast<uint8_t>(code);
+}
 
 double now_s() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
@@ -31,13 +36,6 @@ std::string hex(const uint8_t* p, size_t n) {
         s += d[p[i] & 15];
     }
     return s;
-}
-
-template <typename Map>
-std::string name_of(const Map& m, int code) {
-    for (const auto& [k, v] : m)
-        if (v == code) return k;
-    return std::to_string(code);
 }
 
 bool is_sim(const std::string& uri) { return uri == "sim" || uri.rfind("sim:", 0) == 0; }
@@ -230,27 +228,23 @@ bool Supervisor::apply_now(const ReaderSettings& s, std::string& err) {
         err = "the reader refused the " + what;
         return false;
     };
-    if (s.power && UHFSetPower(0, static_cast<uint8_t>(*s.power)) != 0) return refused("power");
+    if (s.power && !uhftools::set_power_everywhere(false, static_cast<uint16_t>(*s.power * 100)))
+        return refused("power");
     if (s.antennas) {
         unsigned mask = 0;
         for (int a : *s.antennas) mask |= 1u << (a - 1);
         uint8_t b[2] = {static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)};
         if (UHFSetANT(0, b) != 0) return refused("antennas");
     }
-    if (s.region && UHFSetRegion(0, static_cast<uint8_t>(kRegionCodes.at(*s.region))) != 0) return refused("region");
+    if (s.region && UHFSetRegion(0, code_of("region", *s.region)) != 0) return refused("region");
     if (s.session || s.target || s.q) {
-        uint8_t f[14] = {};
-        if (UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
-                       &f[13]) != 0)
-            return refused("Gen2 query");
-        if (s.target) f[0] = static_cast<uint8_t>(*s.target);
-        if (s.q) f[4] = static_cast<uint8_t>(*s.q);  // the initial Q
-        if (s.session) f[11] = static_cast<uint8_t>(*s.session);
-        if (UHFSetGen2(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9], f[10], f[11], f[12], f[13]) != 0)
-            return refused("Gen2 parameters");
+        uhftools::Gen2Block g;
+        if (!uhftools::read_gen2(g)) return refused("Gen2 query");
+        for (auto [name, v] : {std::pair{"session", &s.session}, {"target", &s.target}, {"q", &s.q}})
+            if (*v) g.f[uhftools::setting_row(name).gen2] = static_cast<uint8_t>(**v);
+        if (!uhftools::write_gen2(g)) return refused("Gen2 parameters");
     }
-    if (s.mode && UHFSetEPCTIDUSERMode(0, static_cast<uint8_t>(kModeCodes.at(*s.mode)), 0, 0) != 0)
-        return refused("inventory mode");
+    if (s.mode && UHFSetEPCTIDUSERMode(0, code_of("mode", *s.mode), 0, 0) != 0) return refused("inventory mode");
     return true;
 }
 
@@ -343,7 +337,7 @@ json Supervisor::details(const std::string& name) {
         bool running = v.state == LinkState::Running;
         if (running) UHFStopGet();
         uint8_t b[300] = {}, power = 0, region = 0, mode = 0, ant[2] = {};
-        uint8_t f[14] = {};
+        uhftools::Gen2Block g;
         unsigned id = 0;
         json info, settings;
         if (UHFGetSoftwareVersion(b) == 0 && b[0] >= 1)
@@ -361,11 +355,11 @@ json Supervisor::details(const std::string& name) {
                 if ((ant[0] << 8 | ant[1]) >> a & 1) list.push_back(a + 1);
             settings["antennas"] = list;
         }
-        if (UHFGetRegion(&region) == 0) settings["region"] = name_of(kRegionCodes, region);
-        if (UHFGetGen2(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10], &f[11], &f[12],
-                       &f[13]) == 0)
-            settings.update({{"target", f[0]}, {"q", f[4]}, {"session", f[11]}});
-        if (UHFGetEPCTIDMode(&mode) == 0) settings["mode"] = name_of(kModeCodes, mode);
+        if (UHFGetRegion(&region) == 0)
+            settings["region"] = uhftools::choice_word(uhftools::setting_row("region"), region);
+        if (uhftools::read_gen2(g))
+            for (const char* name : {"session", "target", "q"}) settings[name] = g.f[uhftools::setting_row(name).gen2];
+        if (UHFGetEPCTIDMode(&mode) == 0) settings["mode"] = uhftools::choice_word(uhftools::setting_row("mode"), mode);
         if (running) UHFInventory();
         out["info"] = info;
         out["settings"] = settings;

@@ -1,4 +1,6 @@
-"""uhfctl info, get, set, reset and raw."""
+"""uhfctl info, get, set, settings, reset and raw."""
+import re
+
 import pytest
 
 from conftest import json_lines, uhfctl
@@ -24,7 +26,8 @@ ROUND_TRIPS = [
     (["power", "25", "--save"], ["reset"], "1: 25/25, 2: 25/25, 3: 25/25, 4: 25/25 dBm"),
     (["antennas", "1,3", "--save"], ["reset"], " 1,3\n"),
     (["frequencies", "903250", "904250"], [], " 903250 904250 kHz\n"),
-    (["gen2", "--session", "2", "--q", "0"], [], "q=0 startq=4 minq=0 maxq=15 d=1 coding=2 p=1 sel=1 session=2"),
+    (["gen2", "--session", "2", "--q", "7", "--target", "1"], [],
+     "q_algorithm=1 q=7 min_q=0 max_q=15 dr=1 coding=2 trext=1 sel=1 session=2 target=1 link_frequency=3"),
     (["fastid", "on"], [], " on\n"),
     (["mode", "epc+tid+user", "1", "2"], [], "epc+tid+user (USER from word 1, 2 words)"),
 ]
@@ -39,6 +42,47 @@ def test_set_then_get(sim, setting, after, shown):
         assert s.ctl(*after).returncode == 0
     g = s.ctl("get", setting[0])
     assert g.returncode == 0 and shown in g.stdout, g.stdout + g.stderr
+
+
+def test_get_answers_every_name_its_help_lists_or_refuses_it():
+    listed = uhfctl("get", "--help").stdout.split("Names:\n")[1].split("\n\n")[0]
+    names = re.findall(r"^  ([a-z][a-z0-9-]*) .*?( \[set only\])?$", listed, re.M)
+    readable = [n for n, only_set in names if not only_set]
+    r = uhfctl("--sim", "get", *readable, "--format", "json")
+    assert r.returncode == 0, r.stderr
+    assert [n for n in readable if json_lines(r.stdout)[0].get(n) is None] == []
+    for n in [n for n, only_set in names if only_set]:
+        r = uhfctl("--sim", "get", "power", n)  # refused before anything is read
+        assert (r.returncode, r.stdout) == (2, "") and f"get {n}: " in r.stderr
+
+
+# Out-of-range values, refused with the shared table's range.
+REFUSED = [
+    (["power", "31"], "power must be 1..30 dBm"),
+    (["power", "2=0.5"], "power must be 1..30 dBm"),
+    (["gen2", "--q", "16"], "q must be 0..15"),
+    (["gen2", "q_algorithm=2"], "q_algorithm must be 0..1"),
+    (["region", "mars"], "region must be one of fcc, etsi, china-920, china-840"),
+    (["fastid", "yes"], "fastid must be one of off, on"),
+]
+
+
+@pytest.mark.parametrize("setting,message", REFUSED, ids=[" ".join(r[0]) for r in REFUSED])
+def test_set_refuses_values_outside_the_table(sim, setting, message):
+    s = sim("--random-tags", 1)
+    r = s.ctl("set", *setting)
+    assert (r.returncode, r.stdout) == (2, "") and message in r.stderr
+    assert not [line for line in s.stop().splitlines() if " set " in line]
+
+
+def test_settings_table_is_one_json_object_per_line():
+    r = uhfctl("settings", "--format", "json")
+    rows = {j["name"]: j for j in json_lines(r.stdout)}
+    assert r.returncode == 0 and len(rows) == len(r.stdout.splitlines())
+    assert {tuple(sorted(j)) for j in rows.values()} == {("max", "meaning", "min", "name", "unit"),
+                                                         ("choices", "meaning", "name")}
+    assert [(rows[n]["min"], rows[n]["max"]) for n in ("power", "q", "q_algorithm", "target")] == [
+        (1, 30), (0, 15), (0, 1), (0, 1)]
 
 
 def test_address_bytes_on_the_reader(sim):

@@ -69,7 +69,7 @@ def test_rest_settings_bad_input_and_token(tmp_path, sim):
     put = lambda body, token="s3cret": g.request("PUT", "/api/v1/readers/dock/settings", body, token)
     assert put('{"power": 20, "session": 2}')[0] == 200
     assert g.json("/api/v1/readers/dock")["settings"]["power"] == 20
-    for body in ('{"power": 31}', '{"power": "high"}', "{power", '{"colour": 1}', '{"power": 22, "q": 16}'):
+    for body in ('{"power": 31}', '{"power": "high"}', "{power", '{"colour": 1}', '{"power": 22, "q": 16}', '{"target": 2}'):
         status, text = put(body)
         assert status == 400 and json.loads(text)["error"], body
     assert put('{"power": 21}', token=None)[0] == 401
@@ -77,6 +77,19 @@ def test_rest_settings_bad_input_and_token(tmp_path, sim):
     assert g.request("POST", "/api/v1/readers/dock/inventory/stop", "", "s3cret")[0] == 200
     assert g.json("/api/v1/readers/dock")["settings"]["power"] == 20  # nothing else applied
     g.proc.stop()
+
+
+def test_gen2_settings_reach_the_fields_of_their_names(tmp_path):
+    sim = Proc([BUILD / "sim" / "uhfsim", "--pty", "--random-tags", "1"], ready="pty ")
+    pty = sim.first.split()[1]  # a reader on a pseudo-terminal keeps its state across opens
+    g = Uhfd(tmp_path, {"readers": [{"name": "r", "uri": f"serial:{pty}",
+                                     "settings": {"q": 7, "session": 2, "target": 1}}]})
+    wait_for(lambda: g.json("/api/v1/readers")[0]["state"] == "running", what="running")
+    g.proc.stop()
+    raw = subprocess.run([BUILD / "cli" / "uhfctl", "--serial", pty, "raw", "0x22"], capture_output=True, text=True)
+    sim.stop()
+    # The factory block 01 40 FD 53 with StartQ 7, Session 2 and G (B) 1; Select's target untouched.
+    assert raw.stdout == "0x23 0170FD6B\n", raw.stderr
 
 
 def test_stream_metrics_and_the_web_page(tmp_path):
