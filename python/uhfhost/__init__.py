@@ -14,4 +14,4 @@ from .reader import BANKS, GEN2_FIELDS, MODES, REGIONS, Reader, TagRead, open
 
 __all__ = ["open", "Reader", "TagRead", "UhfError", "ReaderConnectionError", "ReaderUnreachable", "ReaderNotFound",
            "BANKS", "GEN2_FIELDS", "MODES", "REGIONS"]
-__version__ = "1.0.0"
+from ._version import __version__  # noqa: E402 - the project's VERSION
