@@ -15,15 +15,29 @@ sys.path.insert(0, str(ROOT / "python"))
 
 
 @pytest.fixture
-def sim_proc():
-    """A running uhfsim that logs each request it answers; yields (process, 'tcp:HOST:PORT')."""
-    proc = subprocess.Popen([str(BUILD / "sim" / "uhfsim"), "--tcp", "127.0.0.1:0", "--tags", str(TAGS), "--verbose"],
-                            stdout=subprocess.PIPE, text=True)
-    line = proc.stdout.readline()
-    assert line.startswith("tcp "), line
-    yield proc, "tcp:" + line.split()[1]
-    proc.terminate()
-    proc.wait(10)
+def start_sim():
+    """Starts uhfsim on a free loopback port, logging each request it answers; returns
+    (process, 'tcp:HOST:PORT'). Every one started is stopped after the test."""
+    procs = []
+
+    def start(*args):
+        args = args or ("--tags", str(TAGS))
+        proc = subprocess.Popen([str(BUILD / "sim" / "uhfsim"), "--tcp", "127.0.0.1:0", "--verbose", *args],
+                                stdout=subprocess.PIPE, text=True)
+        procs.append(proc)
+        line = proc.stdout.readline()
+        assert line.startswith("tcp "), line
+        return proc, "tcp:" + line.split()[1]
+
+    yield start
+    for proc in procs:
+        proc.terminate()
+        proc.wait(10)
+
+
+@pytest.fixture
+def sim_proc(start_sim):
+    return start_sim()
 
 
 @pytest.fixture

@@ -8,231 +8,206 @@ calls are serialised, never interleaved.
 from __future__ import annotations
 
 import ctypes
-import socket
+import subprocess
 import time
-from dataclasses import dataclass
+import weakref
 from pathlib import Path
-from typing import Callable, Dict, Iterator, List, Optional, Sequence, Tuple, Union
+from typing import Callable, Dict, List, Optional, Sequence, Tuple, Union
 
+from . import _args, settings
+from ._args import U16, U32, Filter, FilterSpec, Hex, Password, buf, number, whole
 from ._lib import LOCK, lib
-from .errors import ReaderNotFound, ReaderUnreachable, UhfError
+from .errors import UhfError
+from .inventory import Inventory, TagRead, make_read
 
-BANKS = {"reserved": 0, "epc": 1, "tid": 2, "user": 3}
-REGIONS = {"fcc": 1, "etsi": 2, "china-920": 3, "china-840": 4}
-MODES = {"epc": 0, "epc+tid": 1, "epc+tid+user": 2}
-GEN2_FIELDS = ("target", "action", "t", "q", "startq", "minq", "maxq", "d", "c", "p", "sel", "session", "g", "lf")
-GEN2_LIMITS = (7, 7, 1, 1, 15, 15, 15, 1, 3, 1, 3, 3, 1, 7)
+REGIONS = {name: code for code, name in enumerate(settings.SETTINGS["region"].choices or (), start=1)}
+MODES = {name: code for code, name in enumerate(settings.SETTINGS["mode"].choices or ())}
 LOCK_AREAS = ("kill", "access", "epc", "tid", "user")
 LOCK_ACTIONS = ("unlock", "permaunlock", "lock", "permalock")
-_BAUDS = (9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)
-
-
-@dataclass(frozen=True)
-class TagRead:
-    """One report of a tag: EPC and PC as upper-case hex, RSSI in dBm."""
-
-    epc: str
-    pc: str
-    rssi: float
-    antenna: int
-    timestamp: float
-    tid: Optional[str] = None
-    user: Optional[str] = None
-
-    @property
-    def epc_bytes(self) -> bytes:
-        return bytes.fromhex(self.epc)
-
-    @property
-    def pc_bytes(self) -> bytes:
-        return bytes.fromhex(self.pc)
-
-
-def _u8(value: int, name: str, high: int = 255) -> int:
-    if not isinstance(value, int) or isinstance(value, bool) or not 0 <= value <= high:
-        raise ValueError(f"{name} must be a whole number 0..{high}, not {value!r}")
-    return value
-
-
-def _hex(text: Union[str, bytes], name: str) -> bytes:
-    if isinstance(text, (bytes, bytearray)):
-        return bytes(text)
-    try:
-        return bytes.fromhex(text.replace(":", " ").replace("-", " "))
-    except (ValueError, AttributeError):
-        raise ValueError(f"{name} must be hex bytes, not {text!r}") from None
-
-
-def _buf(data: bytes) -> ctypes.Array:
-    return (ctypes.c_uint8 * max(1, len(data))).from_buffer_copy(data or b"\0")
-
-
-def _password(password: Union[str, bytes, int, None]) -> ctypes.Array:
-    if password is None:
-        return _buf(bytes(4))
-    raw = password.to_bytes(4, "big") if isinstance(password, int) else _hex(password, "password")
-    if len(raw) != 4:
-        raise ValueError("a password is 4 bytes (8 hex digits)")
-    return _buf(raw)
-
-
-class _Filter:
-    """Which tag a tag-access call addresses: by EPC, or bank/bit address/bit length/mask."""
-
-    def __init__(self, epc: Union[str, bytes, None], filter: Optional[Tuple]) -> None:
-        if epc is not None and filter is not None:
-            raise ValueError("give epc= or filter=, not both")
-        self.bank, self.bit_addr, self.bits, self.mask = 1, 0, 0, b""
-        if epc is not None:
-            self.mask = _hex(epc, "epc")
-            self.bit_addr, self.bits = 0x20, 8 * len(self.mask)
-        elif filter is not None:
-            bank, self.bit_addr, self.bits, mask = filter
-            self.bank = BANKS[bank] if bank in BANKS else _u8(bank, "filter bank", 3)
-            self.mask = _hex(mask, "filter mask")
-            if len(self.mask) * 8 < self.bits:
-                raise ValueError("the filter mask is shorter than its bit length")
-        self.buf = _buf(self.mask)
+BLOCK_WRITE_ROOM = 2048 - 14  # the block-write request buffer less its fixed fields
+# What failed, in the user's words, by who failed to do it.
+_TAG, _READER = "the tag did not answer or refused it", "the reader refused it or did not answer"
 
 
 class Reader:
     """An open link to one reader; use ``with uhfhost.open(...) as reader``."""
 
-    def __init__(self, link: int, uri: str) -> None:
+    def __init__(self, link: int, uri: str, process: Optional[subprocess.Popen] = None) -> None:
         self._link = link
         self.uri = uri
         self._open = True
-        self._inventory = False
+        # Weak, so that a loop left by ``break`` drops the last reference to its
+        # iterator, which then stops the reader.
+        self._inventory: Optional[weakref.ref[Inventory]] = None
+        self._process = process  # a virtual reader started for this Reader
+        if process is not None:  # stopped at close, or when the Reader or the interpreter goes
+            self._stop_process = weakref.finalize(self, _stop, process)
+
+    def __repr__(self) -> str:
+        state = "inventorying" if self._running_inventory() else "open" if self._open else "closed"
+        return f"<uhfhost.Reader {self.uri} link {self._link} {state}>"
 
     # ---- plumbing -------------------------------------------------------
-    def _call(self, name: str, *args, ok: Sequence[int] = (0,)) -> int:
+    def _call(self, name: str, *args: object, doing: str, ok: Sequence[int] = (0,), tag: bool = False) -> int:
         if not self._open:
-            raise UhfError(-1, name, "the reader is closed")
+            raise ValueError(f"cannot {doing}: {self!r} is closed")
         with LOCK:
             if lib().LinkSelect(self._link) != 0:
-                raise UhfError(-1, name, "the link is gone")
+                raise UhfError(-1, doing, "the link is gone", name)
             rc = getattr(lib(), name)(*args)
         if rc not in ok:
-            raise UhfError(rc, name)
+            reason = f"the tag reported error {rc}" if tag and rc > 0 else _TAG if tag else _READER
+            raise UhfError(rc, doing, reason, name)
         return rc
 
+    def _running_inventory(self) -> Optional[Inventory]:
+        return self._inventory() if self._inventory is not None else None
+
+    def _claim_inventory(self, inventory: Inventory) -> None:
+        if self._running_inventory() is not None:
+            raise RuntimeError(f"{self!r} is already inventorying: end or close that loop first")
+        if not self._open:
+            raise ValueError(f"cannot start an inventory: {self!r} is closed")
+        self._inventory = weakref.ref(inventory)
+
+    def _release_inventory(self, inventory: Inventory, stop: bool) -> None:
+        if self._running_inventory() in (inventory, None):
+            self._inventory = None
+            if stop and self._open and lib().LinkSelect(self._link) == 0:
+                lib().UHFStopGet()
+
+    def _answers_after_stop(self) -> bool:
+        if lib().LinkSelect(self._link) != 0:
+            return False
+        lib().UHFStopGet()
+        return lib().UHFGetSoftwareVersion((ctypes.c_uint8 * 300)()) == 0
+
     def close(self) -> None:
-        """Stops any inventory and releases the link."""
+        """Stops any inventory and releases the link (and a virtual reader started for it)."""
         if not self._open:
             return
-        self._stop_inventory()
+        running = self._running_inventory()
+        if running is not None:
+            running.close()
         with LOCK:
             if lib().LinkSelect(self._link) == 0:
                 lib().ClosePort()
         self._open = False
+        if self._process is not None:
+            self._stop_process()
 
     def __enter__(self) -> "Reader":
         return self
 
-    def __exit__(self, *exc) -> None:
+    def __exit__(self, *exc: object) -> None:
         self.close()
 
     # ---- identity -------------------------------------------------------
-    def _version(self, name: str) -> str:
+    def _version(self, name: str, what: str) -> str:
         b = (ctypes.c_uint8 * 300)()
-        self._call(name, b)
+        self._call(name, b, doing=f"read the {what} version")
         n = b[0] - (1 if name == "UHFGetSoftwareVersion" else 0)  # that count includes itself
         return bytes(b[1 : 1 + n]).decode("latin-1")
 
     def info(self) -> Dict[str, object]:
         """Versions, device id and the main settings."""
         dev = ctypes.c_uint()
-        self._call("UHFGetDeviceID", ctypes.byref(dev))
-        return {"hardware": self._version("UHFGetHardwareVersion"), "software": self._version("UHFGetSoftwareVersion"),
-                "device_id": f"{dev.value:08X}", "power": self.power, "antennas": self.antennas,
-                "region": self.region, "mode": self.mode}
+        self._call("UHFGetDeviceID", ctypes.byref(dev), doing="read the device id")
+        return {"hardware": self._version("UHFGetHardwareVersion", "hardware"),
+                "software": self._version("UHFGetSoftwareVersion", "software"), "device_id": f"{dev.value:08X}",
+                "power": self.power, "antennas": self.antennas, "region": self.region, "mode": self.mode}
 
     # ---- settings -------------------------------------------------------
-    @property
-    def power(self) -> int:
-        """Output power of antenna 1 in dBm (1..30)."""
+    def _byte(self, getter: str, what: str) -> int:
         v = ctypes.c_uint8()
-        self._call("UHFGetPower", ctypes.byref(v))
+        self._call(getter, ctypes.byref(v), doing=f"read the {what}")
         return v.value
 
-    def set_power(self, dbm: int, save: bool = False) -> None:
-        if isinstance(dbm, bool) or not isinstance(dbm, int) or not 1 <= dbm <= 30:
-            raise ValueError(f"power must be a whole number of dBm 1..30, not {dbm!r}")
-        self._call("UHFSetPower", int(save), dbm)
+    @property
+    def power(self) -> int:
+        """Output power of antenna 1 in dBm (1..30); assigning sets it without saving."""
+        return self._byte("UHFGetPower", "output power")
 
     @power.setter
     def power(self, dbm: int) -> None:
         self.set_power(dbm)
 
+    def set_power(self, dbm: int, save: bool = False) -> None:
+        """Sets the output power of every antenna, 1..30 dBm; ``save`` keeps it across a power cycle."""
+        settings.check("power", dbm)
+        self._call("UHFSetPower", int(save), dbm, doing=f"set the output power to {dbm} dBm")
+
     def antenna_power(self) -> Dict[int, Tuple[int, int]]:
-        """Read and write power per antenna, whole dBm."""
+        """Read and write power per antenna, whole dBm: ``{antenna: (read, write)}``."""
         b, n = (ctypes.c_uint8 * 96)(), ctypes.c_uint16()
-        self._call("UHFGetAntennaPower", b, ctypes.byref(n))
+        self._call("UHFGetAntennaPower", b, ctypes.byref(n), doing="read the antenna power")
         return {b[i]: (b[i + 1], b[i + 2]) for i in range(0, min(n.value, 96), 3)}
 
     def set_antenna_power(self, antenna: int, read: float, write: Optional[float] = None, save: bool = False) -> None:
-        write = read if write is None else write
-        for v in (read, write):
-            if not 0 <= v <= 33:
-                raise ValueError(f"power must be 0..33 dBm, not {v!r}")
-        self._call("UHFSetAntennaPower", int(save), _u8(antenna, "antenna", 16), round(read * 100), round(write * 100))
+        """Sets one antenna's read and write power (0..33 dBm, in steps of 0.01); write defaults to read."""
+        settings.check("antennas", antenna)
+        read = number(read, "read power", 0, 33)
+        write = read if write is None else number(write, "write power", 0, 33)
+        self._call("UHFSetAntennaPower", int(save), antenna, round(read * 100), round(write * 100),
+                   doing=f"set antenna {antenna}'s power")
 
     @property
     def antennas(self) -> List[int]:
         """Enabled antennas, numbered from 1."""
         b = (ctypes.c_uint8 * 2)()
-        self._call("UHFGetANT", b)
+        self._call("UHFGetANT", b, doing="read the antennas in use")
         mask = b[0] << 8 | b[1]
         return [i + 1 for i in range(16) if mask >> i & 1]
 
     def set_antennas(self, antennas: Sequence[int], save: bool = False) -> None:
-        if not antennas or any(not 1 <= a <= 16 for a in antennas):
-            raise ValueError("antennas are numbered 1..16; give at least one")
-        mask = sum(1 << (a - 1) for a in set(antennas))
-        self._call("UHFSetANT", int(save), _buf(bytes([mask >> 8, mask & 0xFF])))
+        """Enables exactly these antennas (numbered 1..16; at least one)."""
+        if not antennas:
+            raise ValueError("name at least one antenna")
+        mask = sum(1 << (settings.check("antennas", a) - 1) for a in set(antennas))
+        self._call("UHFSetANT", int(save), buf(bytes([mask >> 8, mask & 0xFF])), doing="set the antennas in use")
 
     @property
     def region(self) -> str:
         """Regulatory region by name (or its code as text when unnamed)."""
-        v = ctypes.c_uint8()
-        self._call("UHFGetRegion", ctypes.byref(v))
-        return next((k for k, c in REGIONS.items() if c == v.value), str(v.value))
+        code = self._byte("UHFGetRegion", "region")
+        return next((k for k, c in REGIONS.items() if c == code), str(code))
 
     def set_region(self, region: Union[str, int], save: bool = False) -> None:
-        code = REGIONS.get(region) if isinstance(region, str) else _u8(region, "region")
-        if not code:
-            raise ValueError(f"region must be one of {', '.join(REGIONS)} or a code 1..255")
-        self._call("UHFSetRegion", int(save), code)
+        """Sets the region by name (fcc, etsi, china-920, china-840) or by code 1..255."""
+        code = REGIONS[settings.check("region", region)] if isinstance(region, str) else whole(region, "region", 1, 255)
+        self._call("UHFSetRegion", int(save), code, doing=f"set the region to {region}")
 
     @property
     def frequencies(self) -> List[int]:
         """The hopping table in kHz."""
         b = (ctypes.c_uint * 256)()
-        self._call("UHFGetJumpFrequency", b)
-        return list(b[1 : 1 + b[0]])
+        self._call("UHFGetJumpFrequency", b, doing="read the hopping table")
+        return list(b[1 : 1 + min(b[0], 255)])
 
     def set_frequencies(self, khz: Sequence[int]) -> None:
-        if not 1 <= len(khz) <= 84 or any(not 100000 <= f <= 2000000 for f in khz):
-            raise ValueError("give 1..84 frequencies in kHz")
-        self._call("UHFSetJumpFrequency", len(khz), (ctypes.c_uint * len(khz))(*khz))
+        """Sets the hopping table: 1..84 frequencies in kHz (100000..2000000)."""
+        whole(len(khz), "the number of frequencies", 1, 84)
+        values = [whole(f, "frequency (kHz)", 100000, 2000000) for f in khz]
+        self._call("UHFSetJumpFrequency", len(values), (ctypes.c_uint * len(values))(*values),
+                   doing="set the hopping table")
 
     def gen2(self) -> Dict[str, int]:
-        """The Gen2 inventory parameters by name (target, q, session, ...)."""
-        vals = [ctypes.c_uint8() for _ in GEN2_FIELDS]
-        self._call("UHFGetGen2", *[ctypes.byref(v) for v in vals])
-        return {k: v.value for k, v in zip(GEN2_FIELDS, vals)}
+        """The Gen2 inventory parameters by name (``uhfhost.GEN2_FIELDS``: q, session, target, ...)."""
+        vals = [ctypes.c_uint8() for _ in settings.GEN2_FIELDS]
+        self._call("UHFGetGen2", *[ctypes.byref(v) for v in vals], doing="read the Gen2 parameters")
+        return {k: v.value for k, v in zip(settings.GEN2_FIELDS, vals)}
 
     def set_gen2(self, **fields: int) -> None:
-        """Changes the named Gen2 fields and keeps the others as the reader holds them."""
-        unknown = set(fields) - set(GEN2_FIELDS)
+        """Changes the named Gen2 fields and keeps the others as the reader holds them,
+        e.g. ``set_gen2(session=1, q=4, target=0)``; names and ranges in ``uhfhost.SETTINGS``."""
+        unknown = set(fields) - set(settings.GEN2_FIELDS)
         if unknown:
-            raise ValueError(f"unknown Gen2 fields {sorted(unknown)}; they are {', '.join(GEN2_FIELDS)}")
-        for k, hi in zip(GEN2_FIELDS, GEN2_LIMITS):
-            if k in fields:
-                _u8(fields[k], k, hi)
+            raise ValueError(f"unknown Gen2 fields {sorted(unknown)}; they are {', '.join(settings.GEN2_FIELDS)}")
+        for name, value in fields.items():
+            settings.check(name, value)
         current = self.gen2()
         current.update(fields)
-        self._call("UHFSetGen2", *[current[k] for k in GEN2_FIELDS])
+        self._call("UHFSetGen2", *[current[k] for k in settings.GEN2_FIELDS], doing="set the Gen2 parameters")
 
     @property
     def mode(self) -> str:
@@ -241,122 +216,104 @@ class Reader:
 
     def _mode(self) -> Tuple[str, int]:
         b = (ctypes.c_uint8 * 4)()
-        self._call("UHFGetEPCTIDUSERMode", 0, 0, b, ok=(3,))
+        self._call("UHFGetEPCTIDUSERMode", 0, 0, b, ok=(3,), doing="read the inventory mode")
         return next((k for k, c in MODES.items() if c == b[0]), str(b[0])), b[2]
 
     def set_mode(self, mode: str, user_start: int = 0, user_words: int = 0, save: bool = False) -> None:
-        if mode not in MODES:
-            raise ValueError(f"mode must be one of {', '.join(MODES)}")
-        self._call("UHFSetEPCTIDUSERMode", int(save), MODES[mode], _u8(user_start, "user_start"),
-                   _u8(user_words, "user_words"))
-
-    def _byte(self, getter: str) -> int:
-        v = ctypes.c_uint8()
-        self._call(getter, ctypes.byref(v))
-        return v.value
+        """Sets what an inventory reports; with epc+tid+user, ``user_words`` USER words from ``user_start``."""
+        settings.check("mode", mode)
+        start, words = whole(user_start, "user_start", 0, 255), whole(user_words, "user_words", 0, 255)
+        self._call("UHFSetEPCTIDUSERMode", int(save), MODES[mode], start, words, doing=f"set the mode to {mode}")
 
     @property
     def rflink(self) -> int:
-        return self._byte("UHFGetRFLink")
+        """The RF link profile number."""
+        return self._byte("UHFGetRFLink", "RF link profile")
 
     def set_rflink(self, mode: int, save: bool = False) -> None:
-        self._call("UHFSetRFLink", int(save), _u8(mode, "rflink"))
+        """Sets the RF link profile (0..255; the reader defines them)."""
+        self._call("UHFSetRFLink", int(save), whole(mode, "rflink", 0, 255), doing=f"set the RF link to {mode}")
 
     @property
     def work_mode(self) -> int:
-        return self._byte("UHFGetWorkMode")
+        """The work mode (0..2)."""
+        return self._byte("UHFGetWorkMode", "work mode")
 
     def set_work_mode(self, mode: int) -> None:
-        self._call("UHFSetWorkMode", _u8(mode, "work_mode"))
+        """Sets the work mode, 0..2."""
+        self._call("UHFSetWorkMode", whole(mode, "work_mode", 0, 2), doing=f"set the work mode to {mode}")
 
     @property
     def beep(self) -> int:
-        return self._byte("UHFGetBeep")
+        """The beeper mode."""
+        return self._byte("UHFGetBeep", "beeper mode")
 
     def set_beep(self, mode: int) -> None:
-        self._call("UHFSetBeep", _u8(mode, "beep"))
+        """Sets the beeper mode (0..255; the reader defines them)."""
+        self._call("UHFSetBeep", whole(mode, "beep", 0, 255), doing=f"set the beeper mode to {mode}")
 
     # ---- inventory ------------------------------------------------------
     def inventory(self, duration: Optional[float] = None, count: Optional[int] = None,
-                  poll: float = 0.005) -> Iterator[TagRead]:
-        """Continuous inventory: yields each report until ``duration`` seconds or
-        ``count`` reports have passed (neither: until the loop stops). The reader
-        is stopped however the loop ends: ``break``, an exception or Ctrl-C.
-        One inventory at a time per process: the library has one tag queue."""
-        if duration is not None and not duration > 0:
-            raise ValueError("duration must be more than 0 seconds")
-        if count is not None and (not isinstance(count, int) or count < 1):
-            raise ValueError("count must be a whole number above 0")
-        mode, user_words = self._mode()
-        with LOCK:
-            out, n = (ctypes.c_uint8 * 512)(), ctypes.c_int()
-            while lib().UHF_GetReceived_EX(ctypes.byref(n), out) == 0:
-                pass  # reports of an earlier run are not this one's
-            self._call("UHFInventory")
-            self._inventory = True
-        return self._reads(mode, user_words, duration, count, poll)
-
-    def _reads(self, mode: str, user_words: int, duration, count, poll) -> Iterator[TagRead]:
-        end = None if duration is None else time.monotonic() + duration
-        out, n, got = (ctypes.c_uint8 * 512)(), ctypes.c_int(), 0
-        try:
-            while end is None or time.monotonic() < end:
-                with LOCK:
-                    rc = lib().UHF_GetReceived_EX(ctypes.byref(n), out)
-                tag = _parse_report(bytes(out[: n.value]), mode, user_words) if rc == 0 and 0 < n.value <= 512 else None
-                if tag is None:
-                    time.sleep(poll)
-                    continue
-                yield tag
-                got += 1
-                if count is not None and got >= count:
-                    return
-        finally:
-            self._stop_inventory()
-
-    def _stop_inventory(self) -> None:
-        if self._inventory:
-            self._inventory = False
-            with LOCK:
-                if lib().LinkSelect(self._link) == 0:
-                    lib().UHFStopGet()
+                  poll: float = 0.005) -> Inventory:
+        """Starts a continuous inventory and returns its iterator of ``TagRead``s: until
+        ``duration`` seconds or ``count`` reads have passed (neither: until the loop stops).
+        The reader is stopped however the loop ends. Several readers may inventory at
+        once, each iterator yielding its own reader's tags; one inventory per reader."""
+        return Inventory(self, duration, count, poll)
 
     def inventory_once(self) -> Optional[TagRead]:
         """One single-shot inventory: the tag found, or None."""
         mode, user_words = self._mode()
         out, n = (ctypes.c_uint8 * 4096)(), ctypes.c_uint8()
-        with LOCK:
-            lib().LinkSelect(self._link)
-            rc = lib().UHF_InventorySingleEPCTIDUSER(ctypes.byref(n), out)
-        return _parse_report(bytes(out[: n.value]), mode, user_words) if rc == 0 else None
+        if self._call("UHF_InventorySingleEPCTIDUSER", ctypes.byref(n), out, ok=(0, -1), doing="inventory once"):
+            return None
+        raw = bytes(out[: n.value])  # L, PC+EPC, data length d, data, RSSI, antenna
+        if len(raw) < 6 or len(raw) < raw[0] + 2 or len(raw) < raw[0] + raw[1 + raw[0]] + 5:
+            return None
+        uii, data = raw[1 : 1 + raw[0]], raw[2 + raw[0] : 2 + raw[0] + raw[1 + raw[0]]]
+        return make_read(uii, data, raw[-3:-1], raw[-1], time.time(), mode, user_words)
 
     # ---- tag access -----------------------------------------------------
-    def read(self, bank: str, address: int, words: int, *, epc=None, filter=None, password=None) -> bytes:
-        """Reads ``words`` 16-bit words of ``bank`` from word ``address``."""
-        sel, pwd = _Filter(epc, filter), _password(password)
-        if not 1 <= words <= 1000:
-            raise ValueError("words must be 1..1000")
+    def _tag_call(self, name: str, sel: Filter, *args: object, doing: str, pwd: Password) -> int:
+        return self._call(name, _args.password(pwd), *sel.args, *args, doing=doing, tag=True)
+
+    def read(self, bank: Union[str, int], address: int, words: int, *, epc: Optional[Hex] = None,
+             filter: Optional[FilterSpec] = None, password: Password = None) -> bytes:
+        """Reads ``words`` 16-bit words (1..1000) of ``bank`` from word ``address`` (0..65535)
+        of the tag named by ``epc=`` or ``filter=`` (any tag when neither)."""
+        sel, code = Filter(epc, filter), _args.bank(bank)
+        whole(address, "address", 0, U16)
+        whole(words, "words", 1, 1000)
         out = (ctypes.c_uint8 * 2048)()
-        self._call("UHFReadData", pwd, sel.bank, sel.bit_addr, sel.bits, sel.buf, _bank(bank), address, words, out)
+        self._tag_call("UHFReadData", sel, code, address, words, out, pwd=password,
+                       doing=f"read {words} words of {_bank_name(bank)} memory at word {address}")
         return bytes(out[: 2 * words])
 
-    def write(self, bank: str, address: int, data: Union[str, bytes], *, epc=None, filter=None, password=None) -> None:
-        """Writes whole 16-bit words (a block write when they do not fit one request)."""
-        sel, pwd, raw = _Filter(epc, filter), _password(password), _hex(data, "data")
-        if not raw or len(raw) % 2:
-            raise ValueError("data must be whole 16-bit words")
-        words = len(raw) // 2
-        args = (pwd, sel.bank, sel.bit_addr, sel.bits, sel.buf, _bank(bank), address, words, _buf(raw))
+    def write(self, bank: Union[str, int], address: int, data: Hex, *, epc: Optional[Hex] = None,
+              filter: Optional[FilterSpec] = None, password: Password = None) -> None:
+        """Writes whole 16-bit words to ``bank`` from word ``address`` (0..65535); a block
+        write when they do not fit one request."""
+        sel, code, raw = Filter(epc, filter), _args.bank(bank), _args.hexbytes(data, "data")
+        whole(address, "address", 0, U16)
+        if not raw or len(raw) % 2 or len(raw) + len(sel.mask) > BLOCK_WRITE_ROOM:
+            raise ValueError(f"data must be whole 16-bit words, at most {BLOCK_WRITE_ROOM - len(sel.mask)} bytes")
         fits = 14 + len(sel.mask) + len(raw) <= 100
-        self._call("UHFWriteData" if fits else "UHFBlockWriteData", *args)
+        self._tag_call("UHFWriteData" if fits else "UHFBlockWriteData", sel, code, address, len(raw) // 2, buf(raw),
+                       pwd=password, doing=f"write to {_bank_name(bank)} memory at word {address}")
 
-    def erase(self, bank: str, address: int, words: int, *, epc=None, filter=None, password=None) -> None:
-        sel, pwd = _Filter(epc, filter), _password(password)
-        self._call("UHFBlockEraseData", pwd, sel.bank, sel.bit_addr, sel.bits, sel.buf, _bank(bank), address,
-                   _u8(words, "words"))
+    def erase(self, bank: Union[str, int], address: int, words: int, *, epc: Optional[Hex] = None,
+              filter: Optional[FilterSpec] = None, password: Password = None) -> None:
+        """Erases ``words`` words (1..255) of ``bank`` from word ``address`` (0..65535)."""
+        sel, code = Filter(epc, filter), _args.bank(bank)
+        whole(address, "address", 0, U16)
+        whole(words, "words", 1, 255)
+        self._tag_call("UHFBlockEraseData", sel, code, address, words, pwd=password,
+                       doing=f"erase {words} words of {_bank_name(bank)} memory at word {address}")
 
-    def lock(self, areas: Dict[str, str], *, epc=None, filter=None, password=None) -> None:
-        """Locks areas, e.g. ``{"user": "lock", "epc": "permalock"}``."""
+    def lock(self, areas: Dict[str, str], *, epc: Optional[Hex] = None, filter: Optional[FilterSpec] = None,
+             password: Password = None) -> None:
+        """Locks areas (kill, access, epc, tid, user) with an action (unlock, permaunlock,
+        lock, permalock), e.g. ``{"user": "lock", "epc": "permalock"}``."""
         if not areas:
             raise ValueError("name at least one area")
         mask = action = 0
@@ -366,115 +323,77 @@ class Reader:
             shift = 8 - 2 * LOCK_AREAS.index(area)
             mask |= 3 << shift
             action |= LOCK_ACTIONS.index(act) << shift
-        payload = (mask << 10 | action).to_bytes(3, "big")
-        sel, pwd = _Filter(epc, filter), _password(password)
-        self._call("UHFLockTag", pwd, sel.bank, sel.bit_addr, sel.bits, sel.buf, _buf(payload))
+        payload = buf((mask << 10 | action).to_bytes(3, "big"))
+        self._tag_call("UHFLockTag", Filter(epc, filter), payload, pwd=password,
+                       doing="lock " + ", ".join(f"{a} memory ({x})" for a, x in areas.items()))
 
-    def kill(self, password, *, epc=None, filter=None) -> None:
-        """Kills the tag for good; it needs its non-zero kill password."""
+    def kill(self, password: Password, *, epc: Optional[Hex] = None, filter: Optional[FilterSpec] = None) -> None:
+        """Kills the tag for good; it needs its non-zero kill password and a named tag."""
         if epc is None and filter is None:
             raise ValueError("name the tag with epc= or filter=")
-        sel, pwd = _Filter(epc, filter), _password(password)
-        self._call("UHFKillTag", pwd, sel.bank, sel.bit_addr, sel.bits, sel.buf)
+        self._tag_call("UHFKillTag", Filter(epc, filter), pwd=password, doing="kill the tag")
 
     # ---- sensor tags ----------------------------------------------------
-    def start_logging(self, epc, low: float, high: float, delay: int, interval: int) -> None:
-        """Starts a temperature-logging run on the sensor tag ``epc``: limits in
-        degrees Celsius, first reading after ``delay`` s, then every ``interval`` s."""
-        sel = _Filter(epc, None)
-        self._call("UHFStartLogging", sel.bank, sel.bit_addr, sel.bits, sel.buf, float(low), float(high),
-                   delay, interval)
+    def start_logging(self, epc: Hex, low: float, high: float, delay: int, interval: int) -> None:
+        """Starts a temperature-logging run on the sensor tag ``epc``: limits in degrees
+        Celsius (-128..127.75), first reading after ``delay`` s, then every ``interval`` s
+        (both 0..65535)."""
+        sel = Filter(epc, None)
+        low, high = number(low, "low", -128, 127.75), number(high, "high", -128, 127.75)
+        whole(delay, "delay", 0, U16)
+        whole(interval, "interval", 0, U16)
+        self._call("UHFStartLogging", *sel.args, low, high, delay, interval, doing="start logging temperatures",
+                   tag=True)
 
-    def stop_logging(self, epc, password: int = 0) -> None:
-        sel = _Filter(epc, None)
-        self._call("UHFStopLogging", sel.bank, sel.bit_addr, sel.bits, sel.buf, password)
+    def stop_logging(self, epc: Hex, password: int = 0) -> None:
+        """Stops the logging run on the sensor tag ``epc`` (``password``: 0..2**32-1)."""
+        sel = Filter(epc, None)
+        self._call("UHFStopLogging", *sel.args, whole(password, "password", 0, U32), doing="stop logging temperatures",
+                   tag=True)
 
-    def temperatures(self, epc, start: int = 0, count: int = 255) -> List[float]:
-        """The logged readings from index ``start``, in degrees Celsius."""
-        sel = _Filter(epc, None)
+    def temperatures(self, epc: Hex, start: int = 0, count: int = 255) -> List[float]:
+        """Up to ``count`` (1..255) logged readings from index ``start`` (0..65535), in degrees Celsius."""
+        sel = Filter(epc, None)
+        whole(start, "start", 0, U16)
+        whole(count, "count", 1, 255)
         total, got, temps = ctypes.c_ushort(), ctypes.c_ubyte(), (ctypes.c_float * 255)()
-        self._call("UHFReadMultiTemp", sel.bank, sel.bit_addr, sel.bits, sel.buf, start, _u8(count, "count"),
-                   ctypes.byref(total), ctypes.byref(got), temps)
+        self._call("UHFReadMultiTemp", *sel.args, start, count, ctypes.byref(total), ctypes.byref(got), temps,
+                   doing=f"read logged temperatures from index {start}", tag=True)
         return [round(t, 2) for t in temps[: got.value]]
 
     # ---- firmware -------------------------------------------------------
     def upgrade(self, path: Union[str, Path], progress: Optional[Callable[[int, int], None]] = None,
                 settle: float = 0.3) -> str:
         """Sends a firmware image in 64-byte blocks; returns the new software version.
-        ``progress(bytes_sent, total)`` is called after every block."""
+        ``progress(bytes_sent, total)`` is called after every block; ``settle`` (0..10 s)
+        is the pause the reader gets to switch to and from its boot loader."""
+        settle = number(settle, "settle", 0, 10)
         image = Path(path).read_bytes()
         if not image:
             raise ValueError(f"{path}: empty image")
-        if self._call("UHFJump2Boot", 0, ok=(0, -1)) != 0:
-            self._call("UHFJump2Boot", 0)  # a reader that refused an image refuses once
+        if self._call("UHFJump2Boot", 0, ok=(0, -1), doing="switch to the boot loader") != 0:
+            self._call("UHFJump2Boot", 0, doing="switch to the boot loader")  # a reader that refused an image refuses once
         time.sleep(settle)
-        self._call("UHFStartUpd")
+        self._call("UHFStartUpd", doing="start the firmware transfer")
         for off in range(0, len(image), 64):
             block = image[off : off + 64].ljust(64, b"\xff")  # padded as erased flash
-            self._call("UHFUpdating", _buf(block))
+            self._call("UHFUpdating", buf(block), doing=f"send the firmware block at byte {off}")
             if progress:
                 progress(min(off + 64, len(image)), len(image))
-        self._call("UHFStopUpdate")
+        self._call("UHFStopUpdate", doing="finish the firmware transfer")
         for _ in range(3):
             time.sleep(settle)
             try:
-                return self._version("UHFGetSoftwareVersion")
+                return self._version("UHFGetSoftwareVersion", "software")
             except UhfError:
                 pass
-        raise UhfError(-1, "upgrade", "the reader did not come back after the transfer")
+        raise UhfError(-1, "upgrade the firmware", "the reader did not come back after the transfer", "upgrade")
 
 
-def _bank(bank: Union[str, int]) -> int:
-    if isinstance(bank, str):
-        if bank not in BANKS:
-            raise ValueError(f"{bank}: the banks are {', '.join(BANKS)}")
-        return BANKS[bank]
-    return _u8(bank, "bank", 3)
+def _stop(process: subprocess.Popen) -> None:
+    process.terminate()
+    process.wait(10)
 
 
-def _parse_report(raw: bytes, mode: str, user_words: int) -> Optional[TagRead]:
-    """L, PC+EPC, d, data, RSSI (tenths of dBm, signed), antenna."""
-    if len(raw) < 6 or raw[0] < 2 or raw[0] + 2 > len(raw):
-        return None
-    uii = raw[1 : 1 + raw[0]]
-    d = raw[1 + raw[0]]
-    if raw[0] + 2 + d + 3 > len(raw):
-        return None
-    data = raw[2 + raw[0] : 2 + raw[0] + d]
-    rssi = int.from_bytes(raw[-3:-1], "big", signed=True) / 10
-    tid = user = None
-    if data and mode != "epc":
-        cut = len(data) - 2 * user_words if mode == "epc+tid+user" else len(data)
-        tid, user = data[:cut].hex().upper() or None, data[cut:].hex().upper() or None
-    return TagRead(uii[2:].hex().upper(), uii[:2].hex().upper(), rssi, raw[-1], time.time(), tid, user)
-
-
-def open(uri: str) -> Reader:  # noqa: A001 - the package's entry point mirrors the built-in on purpose
-    """Opens ``tcp:HOST[:PORT]``, ``serial:PATH[@BAUD]`` or ``usb``."""
-    kind, _, rest = uri.partition(":")
-    with LOCK:
-        if kind == "tcp":
-            host, _, port = rest.rpartition(":") if ":" in rest else (rest, "", "8888")
-            if not host or not port.isdigit() or not 1 <= int(port) <= 65535:
-                raise ValueError(f"{uri}: expected tcp:HOST[:PORT] with a port 1..65535")
-            try:
-                addr = socket.gethostbyname(host)  # the library takes dotted quads only
-            except OSError as e:
-                raise ReaderUnreachable(uri, f"cannot resolve {host}: {e}") from None
-            if lib().TCPConnect(addr.encode(), int(port)) != 0:
-                raise ReaderUnreachable(uri, f"nothing answers at {addr}:{port}")
-        elif kind == "serial":
-            path, _, baud = rest.partition("@")
-            baud = int(baud) if baud.isdigit() else (115200 if not baud else -1)
-            if not path or baud not in _BAUDS:
-                raise ValueError(f"{uri}: expected serial:PATH[@BAUD], BAUD one of {_BAUDS}")
-            if not Path(path).exists():
-                raise ReaderNotFound(uri, "no such serial port")
-            if lib().ComOpenWithBaud(path.encode(), baud) != 0:
-                raise ReaderUnreachable(uri, "the serial port could not be opened")
-        elif uri == "usb":
-            if lib().UsbOpen() != 0:
-                raise ReaderNotFound(uri, "no USB reader found")
-        else:
-            raise ValueError(f"{uri}: expected tcp:HOST[:PORT], serial:PATH[@BAUD] or usb")
-        return Reader(lib().LinkGetSelected(), uri)
+def _bank_name(bank: Union[str, int]) -> str:
+    return bank if isinstance(bank, str) else next(k for k, v in _args.BANKS.items() if v == bank)
