@@ -3,6 +3,7 @@
 #include <mosquitto.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace uhfd {
@@ -103,8 +104,12 @@ void MqttOut::status(const std::string& state) {
 void MqttOut::enqueue(Message m) {
     {
         std::lock_guard<std::mutex> lock(mu_);
-        if (queue_.size() >= c_.queue_max) {
-            queue_.pop_front();  // the oldest go first; memory stays bounded
+        // Status is state, not data: only its latest value is worth sending,
+        // and a full queue gives up its oldest read or event, never a status.
+        if (m.retain) std::erase_if(queue_, [&](const Message& q) { return q.retain && q.topic == m.topic; });
+        auto oldest_data = std::find_if(queue_.begin(), queue_.end(), [](const Message& q) { return !q.retain; });
+        if (queue_.size() >= c_.queue_max && oldest_data != queue_.end()) {
+            queue_.erase(oldest_data);  // memory stays bounded
             dropped_++;
         }
         queue_.push_back(std::move(m));
