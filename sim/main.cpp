@@ -48,7 +48,9 @@ int main(int argc, char** argv) {
         "uhfsim - a virtual UHF RFID reader module.\n"
         "Answers A5 5A command frames (power, antennas, region, work time, versions,\n"
         "device id, temperature, single/batch/continuous inventory) over TCP and/or a\n"
-        "pseudo-terminal. Ctrl-C stops it; SIGHUP reloads --tags.\n\n"
+        "pseudo-terminal. It is one reader: every connection, on either, sees the same\n"
+        "settings and tags (start another uhfsim for a fresh one). Ctrl-C stops it;\n"
+        "SIGHUP reloads --tags.\n\n"
         "Examples:\n"
         "  uhfsim --tcp 127.0.0.1:4001 --random-tags 20 --seed 7\n"
         "  uhfsim --pty --tags sim/examples/tags.json --rate 300 --verbose\n"
@@ -183,7 +185,7 @@ int main(int argc, char** argv) {
         std::printf("tcp %s:%u\n", opts.host.c_str(), tcp_server->port());
     }
     if (pty) {
-        pty_server = std::make_unique<PtyServer>(opts);
+        pty_server = std::make_unique<PtyServer>(opts, tcp_server ? tcp_server->radio() : nullptr);
         if (!pty_server->start()) {
             std::cerr << "uhfsim: " << pty_server->error() << "\n";
             return 1;
@@ -202,9 +204,7 @@ int main(int argc, char** argv) {
             std::cerr << "uhfsim: " << tags_file << ": " << err << " (field unchanged)\n";
             continue;
         }
-        for (ServerBase* server :
-             {static_cast<ServerBase*>(tcp_server.get()), static_cast<ServerBase*>(pty_server.get())})
-            if (server) server->set_tags(*field);
+        (tcp_server ? static_cast<ServerBase&>(*tcp_server) : *pty_server).set_tags(*field);
         std::printf("reloaded %zu tags\n", field->size());
         std::fflush(stdout);
     }

@@ -25,8 +25,25 @@ void EngineStats::merge(const EngineStats& o) {
 }
 
 VirtualReader::VirtualReader(TagField field, EngineOptions opts)
-    : field_(std::move(field)), opts_(std::move(opts)), state_(opts_.state), rng_(opts_.seed) {
+    : VirtualReader(std::make_shared<Radio>(std::move(field), opts.state, opts.seed), opts) {}
+
+VirtualReader::VirtualReader(std::shared_ptr<Radio> radio, EngineOptions opts)
+    : radio_(std::move(radio)), opts_(std::move(opts)), seen_restarts_(radio_->restarts) {
     register_all(dispatch_);
+}
+
+void VirtualReader::catch_up(TimePoint now) {
+    radio_->now = std::max(radio_->now, now + radio_->ahead);
+    end_stream_if_restarted();
+}
+
+void VirtualReader::end_stream_if_restarted() {
+    if (seen_restarts_ != radio_->restarts) {
+        seen_restarts_ = radio_->restarts;
+        running_ = false;
+        buffered_.clear();
+        stream_cursor_ = single_cursor_ = 0;
+    }
 }
 
 const EngineStats& VirtualReader::stats() const {
@@ -39,9 +56,9 @@ void VirtualReader::log(const std::string& line) const {
 }
 
 void VirtualReader::feed(const uint8_t* bytes, size_t len, TimePoint now) {
-    now_ = std::max(now_, now + ahead_);
+    catch_up(now);
     if (len == 0) return;
-    last_input_ = now_;
+    last_input_ = radio_->now;
     parser_.feed(bytes, len, [this](const Frame& f) { on_frame(f); });
 }
 
@@ -84,7 +101,7 @@ void VirtualReader::reply(uint8_t code, std::span<const uint8_t> data) { send_ra
 
 void VirtualReader::start_inventory() {
     running_ = true;
-    run_start_ = now_;
+    run_start_ = radio_->now;
     slots_done_ = 0;
 }
 
@@ -97,30 +114,33 @@ TimePoint VirtualReader::slot_due(uint64_t k) const {
 }
 
 bool VirtualReader::passes_filter(const Tag& tag) const {
-    const InventoryFilter& f = state_.current.filter;
+    const InventoryFilter& f = radio_->state.current.filter;
     return f.bit_len == 0 || tag.matches(f.bank, f.bit_addr, f.bit_len, f.mask);
 }
 
 std::vector<std::pair<size_t, int>> VirtualReader::read_plan() const {
     std::vector<std::pair<size_t, int>> plan;
-    const int ants = std::min<int>(state_.identity.antenna_count, kMaxAntennas);
+    const ReaderState& state = radio_->state;
+    const TagField& field = radio_->field;
+    const int ants = std::min<int>(state.identity.antenna_count, kMaxAntennas);
     for (int a = 1; a <= ants; ++a) {
-        if (!(state_.current.antenna_mask & (1u << (a - 1)))) continue;
-        for (size_t i = 0; i < field_.size(); ++i)
-            if (field_.tags()[i].visible_on(a) && passes_filter(field_.tags()[i])) plan.emplace_back(i, a);
+        if (!(state.current.antenna_mask & (1u << (a - 1)))) continue;
+        for (size_t i = 0; i < field.size(); ++i)
+            if (field.tags()[i].visible_on(a) && passes_filter(field.tags()[i])) plan.emplace_back(i, a);
     }
     return plan;
 }
 
 void VirtualReader::emit_read(const std::vector<std::pair<size_t, int>>& plan) {
     const auto [index, antenna] = plan[stream_cursor_++ % plan.size()];
-    if (state_.current.escaped_reports.on) {
+    const Tag& tag = radio_->field.tags()[index];
+    if (radio_->state.current.escaped_reports.on) {
         ++stats_.tag_reports;
-        send_raw(escaped_tag_frame(*this, field_.tags()[index], antenna));
+        send_raw(escaped_tag_frame(*this, tag, antenna));
         return;
     }
-    const bool sensor = state_.current.sensor_inventory;
-    auto report = make_report(field_.tags()[index], antenna, sensor);
+    const bool sensor = radio_->state.current.sensor_inventory;
+    auto report = make_report(tag, antenna, sensor);
     if (opts_.delivery == ReportDelivery::Buffered) {
         if (buffered_.size() >= opts_.max_buffered_reports) buffered_.pop_front();
         buffered_.push_back(std::move(report));
@@ -130,20 +150,14 @@ void VirtualReader::emit_read(const std::vector<std::pair<size_t, int>>& plan) {
     reply(sensor ? 0x7F : 0x83, report);
 }
 
-void VirtualReader::advance(std::chrono::nanoseconds d) {
-    if (d.count() <= 0) return;
-    ahead_ += d;
-    now_ += d;
-}
-
 void VirtualReader::pump(TimePoint now) {
-    now_ = std::max(now_, now + ahead_);
-    if (parser_.has_pending() && now_ - last_input_ >= opts_.frame_timeout)
+    catch_up(now);
+    if (parser_.has_pending() && radio_->now - last_input_ >= opts_.frame_timeout)
         parser_.expire([this](const Frame& f) { on_frame(f); });
     if (!running_) return;
 
     const uint64_t rate = std::max<uint32_t>(opts_.read_rate, 1);
-    const auto elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(now_ - run_start_).count();
+    const auto elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(radio_->now - run_start_).count();
     if (elapsed <= 0) return;
     const uint64_t due = static_cast<uint64_t>(static_cast<unsigned __int128>(elapsed) * rate / 1'000'000'000ull);
     const uint64_t backlog = std::max<uint64_t>(1, rate * static_cast<uint64_t>(opts_.max_backlog.count()) / 1000);
@@ -168,11 +182,11 @@ void VirtualReader::pump(TimePoint now) {
 std::optional<TimePoint> VirtualReader::next_deadline() const {
     std::optional<TimePoint> next;
     if (parser_.has_pending()) next = last_input_ + opts_.frame_timeout;
-    if (running_) {
+    if (inventory_running()) {
         const TimePoint t = slot_due(slots_done_ + 1);
         if (!next || t < *next) next = t;
     }
-    if (next) *next -= ahead_;  // callers keep their own time
+    if (next) *next -= radio_->ahead;  // callers keep their own time
     return next;
 }
 
@@ -182,11 +196,10 @@ void VirtualReader::power_cycle() {
 }
 
 void VirtualReader::restart() {
-    state_.power_cycle();
-    state_.boot = {};
-    running_ = false;
-    buffered_.clear();
-    stream_cursor_ = single_cursor_ = 0;
+    radio_->state.power_cycle();
+    radio_->state.boot = {};
+    ++radio_->restarts;
+    end_stream_if_restarted();
 }
 
 // ---- reports ---------------------------------------------------------------
@@ -213,7 +226,7 @@ std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, boo
         r.push_back(static_cast<uint8_t>(v >> 8));
         r.push_back(static_cast<uint8_t>(v & 0xFF));
     }
-    const Settings& s = state_.current;
+    const Settings& s = radio_->state.current;
     if (s.report_bank.count > 0) {
         // A region chosen with 0x30 replaces the mode's TID/USER data.
         append_words(r, report_bank_words(tag, s.report_bank.bank), s.report_bank.addr, s.report_bank.count);
@@ -227,7 +240,8 @@ std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, boo
     // (0.01 dBm steps -> 0.1 dBm).
     const int power_shift = (s.antennas[static_cast<size_t>(antenna - 1)].read_power - 3000) / 10;
     const int base = tag.rssi[static_cast<size_t>(antenna - 1)].value_or(-700) + power_shift;
-    const int jitter = opts_.rssi_jitter > 0 ? static_cast<int>(rng_.range(-opts_.rssi_jitter, opts_.rssi_jitter)) : 0;
+    const int jitter =
+        opts_.rssi_jitter > 0 ? static_cast<int>(radio_->rng.range(-opts_.rssi_jitter, opts_.rssi_jitter)) : 0;
     const int16_t rssi = static_cast<int16_t>(std::clamp<int>(base + jitter, kRssiMin, kRssiMax));
     const auto u = static_cast<uint16_t>(rssi);
     r.push_back(static_cast<uint8_t>(u >> 8));
@@ -256,11 +270,11 @@ std::vector<std::vector<uint8_t>> VirtualReader::take_batch(size_t max_bytes) {
         }
     } else if (!running_) {
         // Idle reader asked for tags: one inventory round, each tag once.
-        std::vector<bool> seen(field_.size(), false);
+        std::vector<bool> seen(radio_->field.size(), false);
         for (const auto& [index, antenna] : read_plan()) {
             if (seen[index]) continue;
             seen[index] = true;
-            auto r = make_report(field_.tags()[index], antenna, false);
+            auto r = make_report(radio_->field.tags()[index], antenna, false);
             if (!fits(r)) break;
             used += 1 + r.size();
             batch.push_back(std::move(r));

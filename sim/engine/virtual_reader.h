@@ -1,7 +1,10 @@
-// A UHF RFID reader module in software. Bytes in through feed(), reply frames
-// out through the output callback, one whole frame per call. No threads and no
-// clock of its own: the caller passes the time, and calls pump() by
-// next_deadline() so a running inventory streams its reports.
+// A UHF RFID reader module in software, as one link sees it. Bytes in through
+// feed(), reply frames out through the output callback, one whole frame per
+// call. No threads and no clock of its own: the caller passes the time, and
+// calls pump() by next_deadline() so a running inventory streams its reports.
+// Links made on one Radio are connections to the same module: settings, tags
+// and clock are the radio's; the parser, replies and inventory stream are the
+// link's.
 #pragma once
 
 #include <array>
@@ -9,6 +12,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -17,14 +21,9 @@
 
 #include "engine/dispatcher.h"
 #include "engine/frame_codec.h"
-#include "engine/reader_state.h"
-#include "engine/rng.h"
-#include "engine/tag_field.h"
+#include "engine/radio.h"
 
 namespace uhfsim {
-
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
 
 // Stream: continuous inventory sends one 0x83/0x7F frame per read (serial, TCP).
 // Buffered: reads are held and handed out by 0xEB batches (the USB habit).
@@ -32,14 +31,14 @@ enum class ReportDelivery : uint8_t { Stream, Buffered };
 
 struct EngineOptions {
     uint32_t read_rate = 300;         // tag reads per second during continuous inventory
-    uint64_t seed = 1;                // RSSI jitter
+    uint64_t seed = 1;                // RSSI jitter (read when the radio is made)
     int16_t rssi_jitter = 20;         // +/- in 0.1 dBm
     std::set<uint8_t> ignored_codes;  // requests taken in silently, e.g. 0x8C
     ReportDelivery delivery = ReportDelivery::Stream;
     std::chrono::milliseconds frame_timeout{100};  // quiet spell that drops a half frame
     std::chrono::milliseconds max_backlog{1000};   // reads owed beyond this are lost
     size_t max_buffered_reports = 1000;
-    ReaderState state;                              // starting state; its `saved` copy is what survives a power cycle
+    ReaderState state;  // the radio's starting state; its `saved` copy is what survives a power cycle
     std::function<void(const std::string&)> trace;  // one line per request when set
 };
 
@@ -61,35 +60,36 @@ class VirtualReader {
 public:
     using Output = std::function<void(const uint8_t*, size_t)>;
 
+    // A module of its own (opts.state and opts.seed make its radio).
     explicit VirtualReader(TagField field = {}, EngineOptions opts = {});
+    // Another link to the module behind `radio`.
+    VirtualReader(std::shared_ptr<Radio> radio, EngineOptions opts);
 
     void set_output(Output out) { out_ = std::move(out); }
     void feed(const uint8_t* bytes, size_t len, TimePoint now);
-    void feed(const uint8_t* bytes, size_t len) { feed(bytes, len, now_); }
     void feed(std::span<const uint8_t> bytes, TimePoint now) { feed(bytes.data(), bytes.size(), now); }
 
     // Emits the reports due by `now`; drops a half frame after a quiet spell.
     void pump(TimePoint now);
     std::optional<TimePoint> next_deadline() const;
 
-    // Lets simulated time pass at once: the reader's clock runs d ahead of the
-    // time its caller passes from now on (sensor logs, the packaged clock).
-    void advance(std::chrono::nanoseconds d);
+    void advance(std::chrono::nanoseconds d) { radio_->advance(d); }
 
-    // Power off and on: unsaved settings are lost, inventory stops.
+    // Power off and on: unsaved settings are lost, every link's inventory stops.
     void power_cycle();
     // The same from a command (soft reset): safe to call from a handler, as it
     // leaves the frame parser that is delivering the request alone.
     void restart();
 
     // State, for handlers and tests.
-    ReaderState& state() { return state_; }
-    Settings& settings() { return state_.current; }
-    TagField& field() { return field_; }
+    const std::shared_ptr<Radio>& radio() const { return radio_; }
+    ReaderState& state() { return radio_->state; }
+    Settings& settings() { return radio_->state.current; }
+    TagField& field() { return radio_->field; }
     const EngineStats& stats() const;
     EngineOptions& options() { return opts_; }
     Dispatcher& dispatcher() { return dispatch_; }
-    TimePoint now() const { return now_; }
+    TimePoint now() const { return radio_->now; }
 
     // ---- used by handlers ----
     void reply(uint8_t code, std::span<const uint8_t> data);
@@ -98,9 +98,10 @@ public:
     }
     // A frame already encoded (the escaped form has its own encoder).
     void send_raw(std::span<const uint8_t> frame);
+    // This link's stream; another link's stop leaves it running.
     void start_inventory();
     void stop_inventory();
-    bool inventory_running() const { return running_; }
+    bool inventory_running() const { return running_ && seen_restarts_ == radio_->restarts; }
     // Next (tag, antenna) read for single-shot inventory; nullopt when the field is empty.
     std::optional<std::pair<size_t, int>> next_single_read();
     // PC+EPC, [sensor word], [extra bank data], RSSI, antenna.
@@ -116,18 +117,17 @@ private:
     bool passes_filter(const Tag& tag) const;
     TimePoint slot_due(uint64_t k) const;
     void emit_read(const std::vector<std::pair<size_t, int>>& plan);
+    void catch_up(TimePoint now);    // moves the radio's clock, then follows a restart
+    void end_stream_if_restarted();  // through any link: a restart ends every link's stream
 
-    TagField field_;
+    std::shared_ptr<Radio> radio_;
     EngineOptions opts_;
-    ReaderState state_;
     Dispatcher dispatch_;
     FrameParser parser_;
     Output out_;
-    Rng rng_;
     mutable EngineStats stats_;
-    TimePoint now_{};
     TimePoint last_input_{};
-    std::chrono::nanoseconds ahead_{0};  // advance(): engine time minus caller time
+    uint64_t seen_restarts_ = 0;
 
     bool running_ = false;
     TimePoint run_start_{};

@@ -11,7 +11,7 @@
 
 namespace uhfsim {
 
-PtyServer::PtyServer(SimOptions opts) : ServerBase(std::move(opts)) {
+PtyServer::PtyServer(SimOptions opts, std::shared_ptr<Radio> radio) : ServerBase(std::move(opts), std::move(radio)) {
     // Reads owed beyond a few ms are lost: the line, not a queue, sets the pace.
     opts_.engine.max_backlog = std::chrono::milliseconds(5);
 }

@@ -12,7 +12,9 @@ namespace uhfsim {
 // A link stops asking the engine for reports while this much output is queued,
 // so a host that reads slowly cannot make the queue grow without bound.
 
-ServerBase::ServerBase(SimOptions opts) : opts_(std::move(opts)) {}
+ServerBase::ServerBase(SimOptions opts, std::shared_ptr<Radio> radio)
+    : opts_(std::move(opts)),
+      radio_(radio ? std::move(radio) : std::make_shared<Radio>(opts_.tags, opts_.engine.state, opts_.engine.seed)) {}
 
 ServerBase::~ServerBase() { stop(); }
 
@@ -44,7 +46,7 @@ void ServerBase::stop() {
     }
 }
 
-std::unique_ptr<Session> ServerBase::new_session() { return std::make_unique<Session>(opts_); }
+std::unique_ptr<Session> ServerBase::new_session() { return std::make_unique<Session>(radio_, opts_); }
 
 void ServerBase::retire(Link& l) {
     if (l.session) retired_.merge(l.session->reader().stats());
@@ -77,9 +79,8 @@ void ServerBase::set_read_rate(uint32_t rate) {
 
 void ServerBase::set_tags(const TagField& tags) {
     {
-        std::lock_guard<std::mutex> lock(mu_);
-        opts_.tags = tags;
-        for (Link* l : live_) l->session->reader().field() = tags;
+        std::lock_guard<std::mutex> lock(radio_->mu);
+        radio_->field = tags;
     }
     wake();
 }
@@ -87,7 +88,7 @@ void ServerBase::set_tags(const TagField& tags) {
 void ServerBase::for_each_reader(const std::function<void(VirtualReader&)>& fn) {
     {
         std::lock_guard<std::mutex> lock(mu_);
-        for (Link* l : live_) fn(l->session->reader());
+        for (Link* l : live_) l->session->with_reader(fn);
     }
     wake();
 }

@@ -1,6 +1,8 @@
 // The transports: a TCP listener, a pseudo-terminal and an in-process link.
 // TCP and pty servers run one background thread each (poll loop driven by the
-// engines' deadlines) and stop cleanly in their destructors.
+// engines' deadlines) and stop cleanly in their destructors. Every connection
+// to a server is a link to the server's one reader; servers given the same
+// radio serve the same reader.
 #pragma once
 
 #include <atomic>
@@ -20,7 +22,8 @@ namespace uhfsim {
 // What a server shares between its thread and its callers.
 class ServerBase {
 public:
-    explicit ServerBase(SimOptions opts);
+    // A reader made from opts, unless `radio` names one to share.
+    explicit ServerBase(SimOptions opts, std::shared_ptr<Radio> radio = nullptr);
     virtual ~ServerBase();
     ServerBase(const ServerBase&) = delete;
     ServerBase& operator=(const ServerBase&) = delete;
@@ -34,10 +37,11 @@ public:
     // Applies to live sessions and to those opened later.
     void set_faults(const FaultOptions& f);
     void set_read_rate(uint32_t reads_per_second);
-    // A new tag field: tags enter and leave the field of every reader.
+    // A new tag field: tags enter and leave the reader's field.
     void set_tags(const TagField& tags);
-    // Runs `fn` on each live reader under the server's lock (settings, tags, power cycle...).
+    // Runs `fn` on each live link under the server's and the radio's locks (settings, tags, power cycle...).
     void for_each_reader(const std::function<void(VirtualReader&)>& fn);
+    const std::shared_ptr<Radio>& radio() const { return radio_; }
 
 protected:
     struct Link {
@@ -66,7 +70,8 @@ protected:
     static size_t line_backed_up(uint32_t baud) { return std::max<size_t>(64, baud / 10 / 50); }
 
     SimOptions opts_;
-    mutable std::mutex mu_;
+    std::shared_ptr<Radio> radio_;
+    mutable std::mutex mu_;    // taken before the radio's
     std::vector<Link*> live_;  // guarded by mu_, owned by the loop
     EngineStats retired_;
     std::thread thread_;
@@ -77,7 +82,7 @@ protected:
 
 class TcpServer : public ServerBase {
 public:
-    explicit TcpServer(SimOptions opts);
+    explicit TcpServer(SimOptions opts, std::shared_ptr<Radio> radio = nullptr);
     ~TcpServer() override;
 
     // Binds opts.host:opts.port and starts serving; false with error() set on failure.
@@ -93,7 +98,7 @@ private:
 
 class PtyServer : public ServerBase {
 public:
-    explicit PtyServer(SimOptions opts);
+    explicit PtyServer(SimOptions opts, std::shared_ptr<Radio> radio = nullptr);
     ~PtyServer() override;
 
     // Opens the pseudo-terminal pair and starts serving.

@@ -1,9 +1,12 @@
-// One reader as a transport sees it: an engine plus its fault filter. A TCP
-// client, the pty and an in-process link each own one.
+// One link as a transport sees it: an engine link plus its fault filter. A TCP
+// client, the pty and an in-process link each own one; sessions made on one
+// Radio are links to the same reader, and each call takes the radio's lock.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -13,7 +16,7 @@
 namespace uhfsim {
 
 struct SimOptions {
-    TagField tags;         // every session starts with its own copy
+    TagField tags;         // the field of the reader the sessions share
     EngineOptions engine;  // rate, inventory settings, delivery, trace
     FaultOptions faults;
     std::string host = "127.0.0.1";  // TCP listen address
@@ -26,7 +29,10 @@ class Session {
 public:
     using Write = FaultFilter::Write;
 
+    // A reader of its own, made from opts.
     explicit Session(const SimOptions& opts);
+    // A link to the reader behind `radio`.
+    Session(std::shared_ptr<Radio> radio, const SimOptions& opts);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -38,6 +44,13 @@ public:
     bool closed() const { return filter_.closed(); }
 
     void set_faults(const FaultOptions& f);
+    // Runs fn on the reader under the radio's lock.
+    template <typename F>
+    auto with_reader(F&& fn) {
+        std::lock_guard<std::mutex> lock(reader_.radio()->mu);
+        return fn(reader_);
+    }
+    // Unlocked: for what is the link's own (stats, options), or a radio no other session shares.
     VirtualReader& reader() { return reader_; }
     const VirtualReader& reader() const { return reader_; }
     FaultFilter& filter() { return filter_; }

@@ -13,7 +13,7 @@
 
 namespace uhfsim {
 
-TcpServer::TcpServer(SimOptions opts) : ServerBase(std::move(opts)) {}
+TcpServer::TcpServer(SimOptions opts, std::shared_ptr<Radio> radio) : ServerBase(std::move(opts), std::move(radio)) {}
 
 TcpServer::~TcpServer() {
     stop();

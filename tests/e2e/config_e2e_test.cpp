@@ -31,22 +31,13 @@ protected:
         o.engine.read_rate = 200;
         return o;
     }
-    void SetUp() override {
-        SimTcpTest::SetUp();
-        uint8_t region = 0;
-        // The answer proves the server has taken the connection in, so
-        // for_each_reader reaches it.
-        ASSERT_EQ(UHFGetRegion(&region), 0);
-    }
     void TearDown() override {
         UHF_FlafCrcOff();
         SimTcpTest::TearDown();
     }
 
     uhfsim::ReaderState reader_state() {
-        uhfsim::ReaderState s;
-        server->for_each_reader([&](uhfsim::VirtualReader& r) { s = r.state(); });
-        return s;
+        return with_radio([](uhfsim::Radio& r) { return r.state; });
     }
 };
 

@@ -26,9 +26,9 @@ TEST_F(FirmwareE2E, UpgradeIn64ByteBlocksReportsTheNewVersion) {
     ASSERT_EQ(image.size() % 64, 0u);
 
     ASSERT_EQ(UHFJump2Boot(2), 0);
-    with_reader([](uhfsim::VirtualReader& r) {
-        EXPECT_TRUE(r.state().boot.active);
-        EXPECT_EQ(r.state().boot.target, 0xBB);
+    with_radio([](uhfsim::Radio& r) {
+        EXPECT_TRUE(r.state.boot.active);
+        EXPECT_EQ(r.state.boot.target, 0xBB);
     });
     ASSERT_EQ(UHFStartUpd(), 0);
     for (size_t at = 0; at < image.size(); at += 64) ASSERT_EQ(UHFUpdating(image.data() + at), 0) << at;

@@ -20,7 +20,7 @@ protected:
         return o;
     }
     void advance(std::chrono::nanoseconds d) {
-        with_reader([d](uhfsim::VirtualReader& r) { r.advance(d); });
+        with_radio([d](uhfsim::Radio& r) { r.advance(d); });
     }
     // Mask over the EPC of the sensor tag: bank 1 from bit 0x20.
     unsigned short mask_bits = static_cast<unsigned short>(kSensorEpc.size() * 8);

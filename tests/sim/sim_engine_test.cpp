@@ -57,11 +57,13 @@ TEST(SimEngine, InventoryVisitsEachTagOnEachEnabledAntennaInTurn) {
     }
 }
 
-TEST(SimEngine, StopEndsTheStreamUnlessIgnored) {
+// Each link streams on its own: a stop ends the stream of its link, a restart every link's.
+TEST(SimEngine, StopEndsTheLinksStreamUnlessIgnoredARestartEndsEvery) {
     for (bool ignored : {false, true}) {
         auto opts = quiet(300);
         if (ignored) opts.ignored_codes = {0x8C};
-        Bench b(TagField::random(5, 2), opts);
+        Bench b(TagField::random(5, 2), opts), other(b.reader.radio(), quiet(300));
+        other.send(kStart);
         b.send(kStart);
         b.advance(100ms);
         EXPECT_EQ(b.take().size(), 30u);
@@ -72,11 +74,14 @@ TEST(SimEngine, StopEndsTheStreamUnlessIgnored) {
         EXPECT_EQ(b.reader.stats().ignored, ignored ? 1u : 0u);
         EXPECT_EQ(b.reader.inventory_running(), ignored);
         EXPECT_EQ(b.reader.next_deadline().has_value(), ignored);
+        EXPECT_TRUE(other.reader.inventory_running());
         if (ignored) {
             EXPECT_EQ(got.size(), 30u);
             for (const auto& g : got) EXPECT_EQ(g.code, 0x83);
         } else {
             EXPECT_EQ(got, (std::vector<Reply>{{0x8D, {0x01}}}));
         }
+        other.send(frame(0x68));
+        EXPECT_FALSE(b.reader.inventory_running() || b.reader.next_deadline());
     }
 }

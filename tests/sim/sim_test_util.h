@@ -43,7 +43,10 @@ inline std::optional<std::vector<Reply>> unframe(const Bytes& s) {
 // An engine whose output lands in a byte vector, with a test-owned clock.
 struct Bench {
     explicit Bench(uhfsim::TagField field = {}, uhfsim::EngineOptions opts = {})
-        : reader(std::move(field), std::move(opts)) {
+        : Bench(std::make_shared<uhfsim::Radio>(std::move(field), opts.state, opts.seed), opts) {}
+    // Another link to the same reader.
+    Bench(std::shared_ptr<uhfsim::Radio> radio, uhfsim::EngineOptions opts)
+        : reader(std::move(radio), std::move(opts)) {
         reader.set_output([this](const uint8_t* p, size_t n) { out.insert(out.end(), p, p + n); });
     }
     void send(const Bytes& b) { reader.feed(b.data(), b.size(), now); }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -61,18 +62,11 @@ protected:
         reset_links();
         server.reset();
     }
-    // Runs fn on the reader serving this link, once the server has taken the
-    // connection in.
+    // Runs fn on the reader behind every connection, under its lock.
     template <class F>
-    void with_reader(F&& fn) {
-        for (int i = 0; i < 1000 && server->client_count() == 0; i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        int seen = 0;
-        server->for_each_reader([&](uhfsim::VirtualReader& r) {
-            seen++;
-            fn(r);
-        });
-        ASSERT_EQ(seen, 1);
+    auto with_radio(F&& fn) {
+        std::lock_guard<std::mutex> lock(server->radio()->mu);
+        return fn(*server->radio());
     }
 
     uhfsim::SimOptions opts;
