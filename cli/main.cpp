@@ -16,7 +16,9 @@ namespace {
 const char* kIntro =
     "uhfctl - talk to UHF RFID reader modules.\n\n"
     "Name the reader with --tcp, --serial, --usb or --sim (repeat them to work on several readers at\n"
-    "once), or set UHF_READER (tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim; comma-separated).\n";
+    "once), or set UHF_READER (tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim; comma-separated).\n"
+    "The first tag of a --sim reader is always EPC E20034120123456789ABCDEF, access password 12345678,\n"
+    "kill password 0BADCAFE, with a temperature sensor: the examples of every --help run against it.\n";
 
 const char* kFooter =
     "Exit codes: 0 ok, 1 the reader reported a failure, 2 usage, 3 connection.\n\n"

@@ -189,7 +189,7 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
         "\nExamples:\n  uhfctl --sim sensor log start --epc E2003412 --delay 0 --interval 60 --min 2 --max 8\n"
         "  uhfctl --sim sensor log read --epc E2003412 --interval 60\n"
         "  uhfctl --sim sensor voltage --epc E2003412\n"
-        "  uhfctl --sim sensor temp --epc E2003412 --count 5 --every 2");
+        "  uhfctl --sim sensor temp --epc E20034120123456789ABCDEF --count 5 --every 2");
     auto* log = sensor->add_subcommand("log", "Logging runs of temperature-logging tags");
     log->require_subcommand(1);
     log->footer(
@@ -216,7 +216,8 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
 
     auto pt = std::make_shared<TagSelect>();
     auto* stop = log->add_subcommand("stop", "Stop the tag's logging run");
-    stop->footer("Example:\n  uhfctl --sim sensor log stop --epc E2003412");
+    stop->footer(
+        "Example:\n  uhfctl --sim sensor log stop --epc E2003412    exit 1 on a fresh virtual reader: no run to stop");
     add_select_options(stop, *pt, false);
     set_runner(stop, ctx, [&ctx, pt] { return run_stop(ctx.session, *pt); });
 
@@ -249,7 +250,7 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
     auto* temp = sensor->add_subcommand("temp", "The temperature code of a sensor tag, with timestamps");
     temp->footer(
         "The code is the tag's own; its calibration turns it into degrees.\n\n"
-        "Example:\n  uhfctl --sim sensor temp --epc E2003412 --count 10 --every 1 --format json");
+        "Example:\n  uhfctl --sim sensor temp --epc E20034120123456789ABCDEF --count 3 --every 1 --format json");
     temp->add_option("--epc", to->epc, "The tag's EPC (hex, up to 16 bytes)")->required();
     temp->add_option("--antenna", to->antenna, "Antenna")->check(CLI::Range(1u, 255u))->capture_default_str();
     temp->add_option("--power", to->power, "Power for the read, 2 bytes hex in the reader's encoding")

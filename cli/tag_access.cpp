@@ -213,7 +213,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     auto wg = std::make_shared<MemoryArea>();
     auto* write = tag_command(app, "write", "Write words to a tag's memory",
                               "  uhfctl --sim write user 0 1234ABCD\n"
-                              "  uhfctl --sim write epc 2 E2003412AABBCCDD00000001 --epc E2003412012345678\n",
+                              "  uhfctl --sim write epc 2 E2003412AABBCCDD00000001 --epc E20034120123456789ABCDEF\n",
                               *wt);
     add_target(write, *wg, false, true);
     set_runner(write, ctx, [&ctx, wt, wg] { return run_write(ctx.session, *wt, *wg); });
@@ -246,7 +246,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     auto pa = std::make_shared<PermalockArgs>();
     auto* perma = tag_command(app, "permalock", "Permanently lock blocks of a bank, or read which are",
                               "  uhfctl --sim permalock 0 C000 -p 12345678     blocks 0 and 1 of USER\n"
-                              "  uhfctl --sim permalock 0 --read 1\n",
+                              "  uhfctl --sim permalock 0 --read 1 -p 12345678\n",
                               *pt);
     perma->add_option("block", pa->block_ptr, "First block, in units of 16 blocks")
         ->required()
