@@ -128,28 +128,21 @@ private:
     std::map<std::string, size_t> index_;
 };
 
-std::string seconds3(double t) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%.3f", t);
-    return b;
-}
-
-double round3(double t) { return std::round(t * 1000) / 1000; }
-
 // Lines go out as they come, so a pipe reader sees reads live; a reader
 // that went away (`| head`) ends the run like Ctrl-C.
 void line_out(const std::string& line) {
-    if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) request_stop();
+    if (print("%s\n", line.c_str()) < 0 || std::fflush(out()) != 0) request_stop();
 }
 
-void print_read(const Session& s, const Read& r, const std::string& reader, double t) {
+// `when` in Unix seconds.
+void print_read(const Session& s, const Read& r, const std::string& reader, double when) {
     std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
     std::string pc = hex(r.uii.data(), 2);
     if (s.format == Format::Json) {
-        line_out(uhftools::tag_json({t, reader, epc, pc, hex(r.data), r.rssi, r.antenna}));
+        line_out(uhftools::tag_json({when, reader, epc, pc, hex(r.data), r.rssi, r.antenna}));
     } else {
-        line_out(seconds3(t) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) + "," +
-                 std::to_string(r.antenna));
+        line_out(uhftools::iso8601(when) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) +
+                 "," + std::to_string(r.antenna));
     }
 }
 
@@ -175,14 +168,14 @@ void print_unique(const Session& s, const InventoryResult& r) {
             cJSON_AddNumberToObject(j.get(), "rssi_mean", mean_tenths(t) / 10.0);
             cJSON_AddNumberToObject(j.get(), "rssi_max", t.rssi_max / 10.0);
             cJSON_AddNumberToObject(j.get(), "antenna", t.antenna);
-            cJSON_AddNumberToObject(j.get(), "first_seen", round3(t.first));
-            cJSON_AddNumberToObject(j.get(), "last_seen", round3(t.last));
-            std::printf("%s\n", json_line(j.get()).c_str());
+            cJSON_AddNumberToObject(j.get(), "first_seen", uhftools::to_ms(r.started + t.first));
+            cJSON_AddNumberToObject(j.get(), "last_seen", uhftools::to_ms(r.started + t.last));
+            print("%s\n", json_line(j.get()).c_str());
         } else {
-            std::printf("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(),
-                        t.data.c_str(), static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(),
-                        mean_dbm(t).c_str(), dbm(t.rssi_max).c_str(), t.antenna, seconds3(t.first).c_str(),
-                        seconds3(t.last).c_str());
+            print("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(), t.data.c_str(),
+                  static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(), mean_dbm(t).c_str(),
+                  dbm(t.rssi_max).c_str(), t.antenna, uhftools::iso8601(r.started + t.first).c_str(),
+                  uhftools::iso8601(r.started + t.last).c_str());
         }
     }
 }
@@ -195,13 +188,13 @@ size_t terminal_rows() {
 
 // Clear the screen and draw header and table from the top.
 void redraw(const Session& s, const InventoryOptions& o, const InventoryResult& r) {
-    std::printf("\x1b[H\x1b[2J");
-    std::printf("uhfctl %s - Ctrl-C stops%s\n", o.title.c_str(),
-                o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
-    std::printf("%s\n\n", summary_line(r).c_str());
+    print("\x1b[H\x1b[2J");
+    print("uhfctl %s - Ctrl-C stops%s\n", o.title.c_str(),
+          o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
+    print("%s\n\n", summary_line(r).c_str());
     size_t rows = terminal_rows();
     print_tag_table(s, r, rows > 6 ? rows - 6 : 1);
-    std::fflush(stdout);
+    std::fflush(out());
 }
 
 // A reader that has sent nothing for this long is asked whether it is still
@@ -226,10 +219,10 @@ bool still_there(const Reader& rd) {
 }
 
 // A gap in the run: a JSON line in JSON output, a note on stderr otherwise.
-void print_event(const Session& s, const std::string& reader, const char* event, double t) {
+void print_event(const Session& s, const std::string& reader, const char* event, double when) {
     if (s.format == Format::Json) {
         Json j(cJSON_CreateObject());
-        cJSON_AddNumberToObject(j.get(), "time", std::round(t * 1000) / 1000);
+        cJSON_AddNumberToObject(j.get(), "time", uhftools::to_ms(when));
         cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
         cJSON_AddStringToObject(j.get(), "event", event);
         line_out(json_line(j.get()));
@@ -272,17 +265,17 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
     }
     if (data_w) data_w = std::max<size_t>(data_w, 3);
     auto line = [&](const std::string& reader, const std::string& epc, const std::string& data, const char* rest) {
-        if (s.several()) std::printf("%-*s  ", static_cast<int>(reader_w), reader.c_str());
-        std::printf("%-*s  ", static_cast<int>(epc_w), epc.c_str());
-        if (data_w) std::printf("%-*s  ", static_cast<int>(data_w), data.c_str());
-        std::printf("%s\n", rest);
+        if (s.several()) print("%-*s  ", static_cast<int>(reader_w), reader.c_str());
+        print("%-*s  ", static_cast<int>(epc_w), epc.c_str());
+        if (data_w) print("%-*s  ", static_cast<int>(data_w), data.c_str());
+        print("%s\n", rest);
     };
     reader_w = std::max<size_t>(reader_w, 6);
     line("READER", "EPC", "TID", "READS  RSSI LAST   MEAN    MAX  ANT   FIRST    LAST");
     size_t shown = 0;
     for (const TagSeen& t : r.tags) {
         if (shown + 1 >= max_rows && r.tags.size() > max_rows) {
-            std::printf("... %zu more\n", r.tags.size() - shown);
+            print("... %zu more\n", r.tags.size() - shown);
             break;
         }
         char rest[128];
@@ -302,10 +295,10 @@ void finish(const Session& s, const InventoryOptions& o, InventoryResult& result
             redraw(s, o, result);
         } else {
             print_tag_table(s, result, result.tags.size() + 1);
-            std::printf("\n%s\n", summary_line(result).c_str());
+            print("\n%s\n", summary_line(result).c_str());
         }
     }
-    std::fflush(stdout);
+    std::fflush(out());
 }
 
 int run_single(const Session& s, const InventoryOptions& o, InventoryResult& result) {
@@ -321,7 +314,7 @@ int run_single(const Session& s, const InventoryOptions& o, InventoryResult& res
         r.slot = s.several() ? rd.slot : -1;
         const TagSeen& tag = tally.add(r, 0);
         result.reads++;
-        if (s.format != Format::Text && !o.unique) print_read(s, r, tag.reader, 0);
+        if (s.format != Format::Text && !o.unique) print_read(s, r, tag.reader, result.started);
     }
     result.tags = tally.tags();
     InventoryOptions plain = o;
@@ -332,9 +325,10 @@ int run_single(const Session& s, const InventoryOptions& o, InventoryResult& res
 
 int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& result) {
     result = InventoryResult{};
+    result.started = uhftools::unix_now();
     if (s.format == Format::Csv)
-        std::printf(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
-                             : "time,reader,epc,pc,data,rssi,antenna\n");
+        print(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
+                       : "time,reader,epc,pc,data,rssi,antenna\n");
     if (o.once) return run_single(s, o, result);
     Tally tally(s);
     const bool text = s.format == Format::Text;
@@ -385,7 +379,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
                 w.lost = true;
                 w.backoff.reset();
                 w.next_try = now + w.backoff.next();
-                print_event(s, label, "lost", elapsed());
+                print_event(s, label, "lost", uhftools::unix_now());
             } else if (now >= w.next_try) {
                 std::string err;
                 if (s.reopen(i, err) == kOk) {
@@ -393,7 +387,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
                     if (UHFInventory() == 0) {
                         w.lost = false;
                         w.heard = Clock::now();
-                        print_event(s, label, "reconnected", elapsed());
+                        print_event(s, label, "reconnected", uhftools::unix_now());
                         continue;
                     }
                 }
@@ -406,7 +400,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
         watch[s.several() ? reader_index(r.slot) : 0].heard = Clock::now();
         const TagSeen& tag = tally.add(r, t);
         result.reads++;
-        if (!text && !o.unique) print_read(s, r, tag.reader, t);
+        if (!text && !o.unique) print_read(s, r, tag.reader, result.started + t);
     };
 
     while (lost_rc == kOk && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
@@ -450,7 +444,8 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "doubling\n"
         "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and "
         "{\"event\":\"reconnected\"}\n"
-        "lines, the other formats with a note on stderr.\n\n"
+        "lines, the other formats with a note on stderr.\n"
+        "Times are Unix seconds with milliseconds in JSON (time, first_seen, last_seen) and ISO 8601 UTC in CSV.\n\n"
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
         "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"

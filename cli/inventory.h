@@ -34,6 +34,7 @@ struct TagSeen {
 struct InventoryResult {
     uint64_t reads = 0;
     double seconds = 0;
+    double started = 0;         // Unix seconds; JSON and CSV times are this plus a TagSeen's
     std::vector<TagSeen> tags;  // in order of first sight
     bool stop_confirmed = true;
 };

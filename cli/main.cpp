@@ -7,6 +7,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "format.h"
 #include "version.h"
 
 using namespace uhfctl;
@@ -49,6 +50,10 @@ bool enable_logs(const std::string& list, std::string& err) {
             return false;
         }
     }
+    if (!library_log_to_stderr()) {
+        err = "--log: cannot send the library's log to stderr";
+        return false;
+    }
     openLog(ENABLE_LOG);
     return true;
 }
@@ -77,7 +82,7 @@ int main(int argc, char** argv) {
     conn->add_option("--sim-rate", ctx.connect.sim_rate, "Reads per second of each virtual reader")
         ->check(CLI::Range(1u, 100000u))
         ->capture_default_str();
-    app.add_option("--log", logs, "Library diagnostics on stdout: usb,function,serial,transfer,base,fifo or all")
+    app.add_option("--log", logs, "Library diagnostics on stderr: usb,function,serial,transfer,base,fifo or all")
         ->type_name("CATEGORY,...");
 
     add_demo_command(app, ctx);

@@ -37,11 +37,11 @@ int run_get(const Session& s, const std::vector<std::string>& names) {
             if (s.format == Format::Json) {
                 cJSON_AddItemToObject(obj.get(), n.c_str(), ok ? v.json.release() : cJSON_CreateNull());
             } else if (ok) {
-                std::printf("%s%s%-14s %s\n", s.several() ? r.label.c_str() : "", s.several() ? "  " : "", n.c_str(),
-                            v.text.c_str());
+                print("%s%s%-14s %s\n", s.several() ? r.label.c_str() : "", s.several() ? "  " : "", n.c_str(),
+                      v.text.c_str());
             }
         }
-        if (s.format == Format::Json) std::printf("%s\n", json_line(obj.get()).c_str());
+        if (s.format == Format::Json) print("%s\n", json_line(obj.get()).c_str());
         return rc;
     });
 }
@@ -56,7 +56,7 @@ int run_set(const Session& s, const std::string& name, const std::vector<std::st
         int rc = st->set(values, save, err);
         if (rc == kUsage) return fail(kUsage, "set " + name + ": " + err);
         if (rc != kOk) return reader_failed(r, "set " + name);
-        std::printf("%s%s%s set\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", name.c_str());
+        print("%s%s%s set\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", name.c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -64,7 +64,7 @@ int run_set(const Session& s, const std::string& name, const std::vector<std::st
 int run_simple(const Session& s, const char* what, int (*call)(), const char* done) {
     return s.each([&](const Reader& r) {
         if (call() != 0) return reader_failed(r, what);
-        std::printf("%s: %s\n", r.label.c_str(), done);
+        print("%s: %s\n", r.label.c_str(), done);
         return static_cast<int>(kOk);
     });
 }

@@ -59,9 +59,9 @@ int run_read(const Session& s, TagSelect t, MemoryArea g) {
             cJSON_AddStringToObject(j.get(), "bank", kBanks[g.bank]);
             cJSON_AddNumberToObject(j.get(), "addr", g.addr);
             cJSON_AddStringToObject(j.get(), "data", data.c_str());
-            std::printf("%s\n", json_line(j.get()).c_str());
+            print("%s\n", json_line(j.get()).c_str());
         } else {
-            std::printf("%s%s%s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", data.c_str());
+            print("%s%s%s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", data.c_str());
         }
         return static_cast<int>(kOk);
     });
@@ -80,7 +80,7 @@ int run_write(const Session& s, TagSelect t, MemoryArea g) {
                  : UHFBlockWriteData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr, words,
                                      g.data.data());
         if (rc != 0) return refused(r, "write");
-        std::printf("%s%swrote %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", words);
+        print("%s%swrote %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", words);
         return static_cast<int>(kOk);
     });
 }
@@ -92,7 +92,7 @@ int run_erase(const Session& s, TagSelect t, MemoryArea g) {
         if (UHFBlockEraseData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr,
                               static_cast<unsigned char>(g.count)) != 0)
             return refused(r, "erase");
-        std::printf("%s%serased %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", g.count);
+        print("%s%serased %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", g.count);
         return static_cast<int>(kOk);
     });
 }
@@ -136,8 +136,8 @@ int run_lock(const Session& s, TagSelect t, const std::vector<std::string>& args
     return s.each([&](const Reader& r) {
         // This command reports failure as 1, not -1.
         if (UHFLockTag(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), payload) != 0) return refused(r, "lock");
-        std::printf("%s%slocked (payload %s)\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
-                    hex(payload, 3).c_str());
+        print("%s%slocked (payload %s)\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
+              hex(payload, 3).c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -148,7 +148,7 @@ int run_kill(const Session& s, TagSelect t) {
     if (t.any()) return fail(kUsage, "kill: name the tag with --epc or --filter: killing is for ever");
     return s.each([&](const Reader& r) {
         if (UHFKillTag(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data()) != 0) return refused(r, "kill");
-        std::printf("%s%skilled\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "");
+        print("%s%skilled\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "");
         return static_cast<int>(kOk);
     });
 }
@@ -178,8 +178,8 @@ int run_permalock(const Session& s, TagSelect t, const PermalockArgs& a) {
         if (UHFBlockPermalock(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), reading ? 0 : 1, bank, a.block_ptr,
                               static_cast<unsigned char>(m.size() / 2), m.data()) != 0)
             return refused(r, "permalock");
-        std::printf("%s%spermalocked blocks: %s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
-                    hex(m).c_str());
+        print("%s%spermalocked blocks: %s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
+              hex(m).c_str());
         return static_cast<int>(kOk);
     });
 }
