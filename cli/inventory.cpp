@@ -13,9 +13,9 @@
 #include <thread>
 
 #include "UHF.h"
-#include "backoff.h"
 #include "commands.h"
 #include "format.h"
+#include "reader_watch.h"
 #include "tag_json.h"
 
 namespace uhfctl {
@@ -193,29 +193,9 @@ void redraw(const Session& s, const InventoryOptions& o, const InventoryResult& 
           o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
     print("%s\n\n", summary_line(r).c_str());
     size_t rows = terminal_rows();
-    print_tag_table(s, r, rows > 6 ? rows - 6 : 1);
+    size_t used = 6 + r.down.size();
+    print_tag_table(s, r, rows > used ? rows - used : 1);
     std::fflush(out());
-}
-
-// A reader that has sent nothing for this long is asked whether it is still
-// there: a stopped stream looks the same as an empty field until then.
-constexpr auto kQuiet = std::chrono::milliseconds(1000);
-
-// Per reader: when it last sent a report, and whether it is lost.
-struct Watch {
-    Clock::time_point heard;
-    bool lost = false;
-    uhftools::Backoff backoff;
-    Clock::time_point next_try;
-};
-
-// Stop, ask for the software version, start again: false when it does not
-// answer (the link is gone; an exchange on a hung-up link fails at once).
-bool still_there(const Reader& rd) {
-    LinkSelect(rd.slot);
-    UHFStopGet();
-    uint8_t version[64];
-    return UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
 }
 
 // A gap in the run: a JSON line in JSON output, a note on stderr otherwise.
@@ -230,20 +210,6 @@ void print_event(const Session& s, const std::string& reader, const char* event,
         std::fprintf(stderr, "uhfctl: %s: %s\n", reader.c_str(),
                      std::strcmp(event, "lost") == 0 ? "lost the reader, reconnecting" : "reader back, reading again");
     }
-}
-
-int stop_all(const Session& s, const std::vector<Watch>& watch) {
-    int rc = kOk;
-    for (size_t i = 0; i < s.readers.size(); i++) {
-        const Reader& rd = s.readers[i];
-        if (watch[i].lost) continue;
-        LinkSelect(rd.slot);
-        if (UHFStopGet() != 0) {
-            fail(kReaderFailed, "did not confirm the stop: " + rd.label + " (its receive thread was stopped anyway)");
-            rc = kReaderFailed;
-        }
-    }
-    return rc;
 }
 
 }  // namespace
@@ -285,6 +251,9 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
         line(t.reader, t.epc, t.data, rest);
         shown++;
     }
+    // A reader that is not reading shows here too: a note on stderr is
+    // drawn over by the next redraw.
+    for (const auto& [reader, what] : r.down) print("-- %s: %s\n", reader.c_str(), what.c_str());
 }
 
 // What the run saw, once it is over.
@@ -305,10 +274,14 @@ int run_single(const Session& s, const InventoryOptions& o, InventoryResult& res
     Tally tally(s);
     int rc = kOk;
     for (const Reader& rd : s.readers) {
+        if (!rd.is_open()) {  // said on stderr when it failed to open
+            rc = kConnection;
+            continue;
+        }
         LinkSelect(rd.slot);
         Read r;
         if (!take_single(r)) {
-            rc = fail(kReaderFailed, "no tag answered " + rd.label + " (or the reader did not answer)");
+            rc = std::max(rc, fail(kReaderFailed, "no tag answered " + rd.label + " (or the reader did not answer)"));
             continue;
         }
         r.slot = s.several() ? rd.slot : -1;
@@ -333,97 +306,45 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
     Tally tally(s);
     const bool text = s.format == Format::Text;
 
-    std::vector<const Reader*> started;
-    for (const Reader& rd : s.readers) {
-        LinkSelect(rd.slot);
-        if (UHFInventory() != 0) {
-            fail(kReaderFailed, "could not start the inventory on " + rd.label);
-            for (const Reader* st : started) {
-                LinkSelect(st->slot);
-                UHFStopGet();
-            }
-            return kReaderFailed;
-        }
-        started.push_back(&rd);
-    }
+    ReaderWatch watch(s, o.reconnect, [&s](const std::string& reader, const char* event) {
+        print_event(s, reader, event, uhftools::unix_now());
+    });
+    if (!watch.start()) return kReaderFailed;
 
     const auto start = Clock::now();
     auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
     auto next_draw = start;
     auto take = [&](Read& r) { return s.several() ? take_tlv(r) : take_ex(r); };
     auto limit_reached = [&] { return o.count > 0 && result.reads >= o.count; };
-    std::vector<Watch> watch(s.readers.size());
-    for (Watch& w : watch) w.heard = start;
-    auto reader_index = [&](int slot) {
-        for (size_t i = 0; i < s.readers.size(); i++)
-            if (s.readers[i].slot == slot) return i;
-        return size_t{0};
-    };
-    int lost_rc = kOk;
-    // Quiet readers are asked whether they are there; lost ones end the run,
-    // or with --reconnect are opened again on the shared backoff.
-    auto watch_readers = [&] {
-        const auto now = Clock::now();
-        for (size_t i = 0; i < s.readers.size() && lost_rc == kOk; i++) {
-            Watch& w = watch[i];
-            const std::string label = s.readers[i].label;
-            if (!w.lost) {
-                if (now - w.heard < kQuiet) continue;
-                w.heard = now;
-                if (still_there(s.readers[i])) continue;
-                if (!o.reconnect || !s.reopen) {
-                    lost_rc = fail(kConnection, "lost " + label + ": it stopped sending and does not answer");
-                    w.lost = true;
-                    continue;
-                }
-                w.lost = true;
-                w.backoff.reset();
-                w.next_try = now + w.backoff.next();
-                print_event(s, label, "lost", uhftools::unix_now());
-            } else if (now >= w.next_try) {
-                std::string err;
-                if (s.reopen(i, err) == kOk) {
-                    LinkSelect(s.readers[i].slot);
-                    if (UHFInventory() == 0) {
-                        w.lost = false;
-                        w.heard = Clock::now();
-                        print_event(s, label, "reconnected", uhftools::unix_now());
-                        continue;
-                    }
-                }
-                w.next_try = Clock::now() + w.backoff.next();
-            }
-        }
-    };
     auto consume = [&](const Read& r) {
         double t = elapsed();
-        watch[s.several() ? reader_index(r.slot) : 0].heard = Clock::now();
+        watch.heard(r.slot);
         const TagSeen& tag = tally.add(r, t);
         result.reads++;
         if (!text && !o.unique) print_read(s, r, tag.reader, result.started + t);
     };
 
-    while (lost_rc == kOk && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
+    while (watch.any_left() && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
         Read r;
         if (take(r)) {
             consume(r);
         } else {
             std::this_thread::sleep_for(kIdlePoll);
-            watch_readers();
+            watch.check();
         }
         if (o.live && Clock::now() >= next_draw) {
             result.seconds = elapsed();
             result.tags = tally.tags();
+            result.down = watch.down();
             redraw(s, o, result);
             next_draw = Clock::now() + kRedraw;
         }
     }
     result.seconds = elapsed();
-    int rc = stop_all(s, watch);
+    int rc = watch.stop();
     result.stop_confirmed = rc == kOk;
-    for (size_t i = 0; i < watch.size(); i++)
-        if (watch[i].lost && lost_rc == kOk)
-            lost_rc = fail(kConnection, "lost " + s.readers[i].label + ": not back when the run ended");
+    result.down = watch.down();
+    const int lost_rc = watch.finish();
     // Reports that arrived before the stop are reads too.
     for (Read r; !limit_reached() && take(r);) consume(r);
     result.tags = tally.tags();
@@ -439,12 +360,11 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "end.\n"
         "With several readers the TID column stays empty: only the report form that names the link is available then,\n"
         "and it does not carry the whole data.\n"
-        "A reader that sends nothing for a second is asked whether it is still there; one that does not answer is\n"
-        "reported on stderr and the run ends with exit code 3. With --reconnect it is opened again (after 1 s, "
-        "doubling\n"
-        "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and "
-        "{\"event\":\"reconnected\"}\n"
-        "lines, the other formats with a note on stderr.\n"
+        "A reader that sends nothing for a second is asked whether it is still there. One that does not answer,\n"
+        "or cannot be opened at the start, is reported on stderr and listed under the table; the others read on\n"
+        "and the run ends with exit code 3 (at once when no reader is left). With --reconnect it is opened again\n"
+        "(after 1 s, doubling to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"}\n"
+        "and {\"event\":\"reconnected\"} lines, the other formats with a note on stderr.\n"
         "Times are Unix seconds with milliseconds in JSON (time, first_seen, last_seen) and ISO 8601 UTC in CSV.\n\n"
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
@@ -457,7 +377,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
-    cmd->add_flag("--reconnect", o->reconnect, "Open a lost reader again and carry on instead of ending the run");
+    cmd->add_flag("--reconnect", o->reconnect, "Open a lost or unreachable reader again, and carry on");
     auto run = [&ctx, o] {
         InventoryOptions opts = *o;
         opts.live = ctx.session.format == Format::Text && stdout_is_terminal();
@@ -465,6 +385,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         return run_inventory(ctx.session, opts, r);
     };
     set_runner(cmd, ctx, run, {"table", "json", "csv"});
+    cmd->preparse_callback([&ctx](size_t) { ctx.keep_going = true; });
 }
 
 }  // namespace uhfctl

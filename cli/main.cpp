@@ -115,12 +115,14 @@ int main(int argc, char** argv) {
     if (!ctx.opens_itself) {
         std::vector<Target> targets;
         int rc = ctx.connections.targets(ctx.connect, targets, err);
-        if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err);
+        if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err, ctx.keep_going);
         if (rc != kOk) return fail(rc, err);
         ctx.session.reopen = [&ctx, targets](size_t i, std::string& e) {
             Reader& r = ctx.session.readers[i];
-            LinkSelect(r.slot);
-            ClosePort();
+            if (r.is_open()) {
+                LinkSelect(r.slot);
+                ClosePort();
+            }
             return ctx.connections.open_one(targets[i], ctx.connect, r, e);
         };
     }
