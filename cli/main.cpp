@@ -7,6 +7,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
 #include "format.h"
 #include "version.h"
 
@@ -31,15 +32,16 @@ const char* kFooter =
     "  uhfctl --sim --log transfer raw 0x02          one command frame, with the frames dumped\n";
 
 // --log names to the library's categories.
+const std::pair<const char*, ENUM_LOG> kLogNames[] = {{"usb", USB_LOG},       {"function", FUNCTION_LOG},
+                                                      {"serial", SERIAL_LOG}, {"transfer", TRANSFER_LOG},
+                                                      {"base", BASE_LOG},     {"fifo", TAG_FIFO_LOG}};
+
 bool enable_logs(const std::string& list, std::string& err) {
-    static const std::pair<const char*, ENUM_LOG> names[] = {{"usb", USB_LOG},       {"function", FUNCTION_LOG},
-                                                             {"serial", SERIAL_LOG}, {"transfer", TRANSFER_LOG},
-                                                             {"base", BASE_LOG},     {"fifo", TAG_FIFO_LOG}};
     std::stringstream in(list);
     std::string item;
     while (std::getline(in, item, ',')) {
         bool known = false;
-        for (const auto& [name, cat] : names) {
+        for (const auto& [name, cat] : kLogNames) {
             if (item == name || item == "all") {
                 openLog(cat);
                 known = true;
@@ -82,8 +84,11 @@ int main(int argc, char** argv) {
     conn->add_option("--sim-rate", ctx.connect.sim_rate, "Reads per second of each virtual reader")
         ->check(CLI::Range(1u, 100000u))
         ->capture_default_str();
-    app.add_option("--log", logs, "Library diagnostics on stderr: usb,function,serial,transfer,base,fifo or all")
-        ->type_name("CATEGORY,...");
+    std::vector<std::string> log_words{"all"};
+    for (const auto& [name, cat] : kLogNames) log_words.push_back(name);
+    offer(app.add_option("--log", logs, "Library diagnostics on stderr: usb,function,serial,transfer,base,fifo or all")
+              ->type_name("CATEGORY,..."),
+          log_words);
 
     add_demo_command(app, ctx);
     add_inventory_command(app, ctx);
@@ -93,6 +98,7 @@ int main(int argc, char** argv) {
     add_settings_commands(app, ctx);
     add_upgrade_command(app, ctx);
     add_debug_commands(app, ctx);
+    add_completion_flag(app);
 
     try {
         app.parse(argc, argv);

@@ -5,6 +5,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
 #include "settings.h"
 
 namespace uhfctl {
@@ -21,6 +22,13 @@ std::string settings_list(bool writable_only) {
         s += line;
     }
     return s;
+}
+
+std::vector<std::string> setting_names(bool writable_only) {
+    std::vector<std::string> names;
+    for (const Setting& st : all_settings())
+        if (!writable_only || st.set) names.push_back(st.name);
+    return names;
 }
 
 int run_get(const Session& s, const std::vector<std::string>& names) {
@@ -76,7 +84,7 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
     auto* get = app.add_subcommand("get", "Read settings or status of the reader");
     get->footer("Names:\n" + settings_list(false) +
                 "\nExamples:\n  uhfctl --tcp 192.168.1.50 get beep outputs\n  uhfctl --sim get ip --format json");
-    get->add_option("name", *names, "Setting names")->required();
+    offer(get->add_option("name", *names, "Setting names")->required(), setting_names(false));
     set_runner(get, ctx, [&ctx, names] { return run_get(ctx.session, *names); }, {"text", "json"});
 
     auto name = std::make_shared<std::string>();
@@ -88,7 +96,7 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
                 "has a save flag; the others are kept at once.\n\nExamples:\n"
                 "  uhfctl --sim set beep 1\n  uhfctl --tcp 192.168.1.50 set outputs 1 high\n"
                 "  uhfctl --tcp 192.168.1.50 set ip 192.168.1.60:8888 255.255.255.0 192.168.1.1");
-    set->add_option("name", *name, "Setting name")->required();
+    offer(set->add_option("name", *name, "Setting name")->required(), setting_names(true));
     set->add_option("values", *values, "New value(s)");
     set->add_flag("--save", *save, "Keep across a power cycle");
     // gen2 fields by name: --q 1 --session 2 become q=1 session=2.

@@ -5,6 +5,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
 #include "format.h"
 #include "tag_select.h"
 
@@ -192,7 +193,8 @@ CLI::App* tag_command(CLI::App& app, const char* name, const char* help, const s
 }
 
 void add_target(CLI::App* cmd, MemoryArea& g, bool with_count, bool with_data) {
-    cmd->add_option("bank", g.bank_text, "reserved, epc, tid or user")->required();
+    offer(cmd->add_option("bank", g.bank_text, "reserved, epc, tid or user")->required(),
+          {std::begin(kBanks), std::end(kBanks)});
     cmd->add_option("addr", g.addr, "Word address")->required()->check(CLI::Range(0u, 65535u));
     if (with_count) cmd->add_option("count", g.count, "Words")->required()->check(CLI::Range(1u, 255u));
     if (with_data) cmd->add_option("data", g.data_text, "Words in hex")->required();
@@ -231,10 +233,13 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
                              "  uhfctl --sim lock user lock -p 12345678 --epc E2003412\n"
                              "  uhfctl --sim lock access permalock kill permalock -p 12345678\n",
                              *lt);
-    lock->add_option("changes", *largs,
-                     "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
-                     "lock, permalock, permaunlock")
-        ->required();
+    std::vector<std::string> lock_words(std::begin(kLockAreas), std::end(kLockAreas));
+    lock_words.insert(lock_words.end(), std::begin(kLockActions), std::end(kLockActions));
+    offer(lock->add_option("changes", *largs,
+                           "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
+                           "lock, permalock, permaunlock")
+              ->required(),
+          lock_words);
     set_runner(lock, ctx, [&ctx, lt, largs] { return run_lock(ctx.session, *lt, *largs); });
 
     auto kt = std::make_shared<TagSelect>();
@@ -254,7 +259,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     perma->add_option("mask", pa->mask_text, "Blocks to lock: 16-bit words, most significant bit first");
     perma->add_option("--read", pa->read_range, "Read the lock bits of this many mask words instead")
         ->check(CLI::Range(1u, 255u));
-    perma->add_option("--bank", pa->bank, "Bank")->capture_default_str();
+    offer(perma->add_option("--bank", pa->bank, "Bank")->capture_default_str(), {std::begin(kBanks), std::end(kBanks)});
     set_runner(perma, ctx, [&ctx, pt, pa] { return run_permalock(ctx.session, *pt, *pa); });
 }
 
