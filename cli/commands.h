@@ -20,6 +20,7 @@ struct Context {
     Connections connections;
     std::function<int()> run;   // the chosen subcommand
     bool opens_itself = false;  // demo brings its own reader
+    bool keep_going = false;    // inventory runs with the readers that open (and retries the others)
 };
 
 // Makes run the command when cmd is chosen; with formats, adds --format

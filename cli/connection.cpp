@@ -53,7 +53,7 @@ int Connections::targets(const ConnectOptions& o, std::vector<Target>& out, std:
 }
 
 int Connections::open(const std::vector<Target>& targets, const ConnectOptions& o, std::vector<Reader>& out,
-                      std::string& err) {
+                      std::string& err, bool keep_going) {
     if (targets.size() > MAX_TERMINALS) {
         err = "at most " + std::to_string(MAX_TERMINALS) + " readers at once";
         return kUsage;
@@ -63,7 +63,9 @@ int Connections::open(const std::vector<Target>& targets, const ConnectOptions& 
     for (const Target& t : targets) {
         Reader r;
         int rc = open_one(t, o, r, err);
-        if (rc != kOk) {
+        if (rc != kOk && keep_going) {
+            fail(rc, err);
+        } else if (rc != kOk) {
             close_all();
             out.clear();
             return rc;
@@ -75,6 +77,8 @@ int Connections::open(const std::vector<Target>& targets, const ConnectOptions& 
 
 int Connections::open_one(const Target& given, const ConnectOptions& o, Reader& r, std::string& err) {
     Target t = given;
+    r.slot = -1;
+    r.label = t.label();
     if (t.kind == Target::Sim) {
         // Each virtual reader gets its own seed so several of them hold different tags.
         auto sim = std::make_unique<uhftools::SimReader>(o.sim_tags, o.sim_rate,

@@ -1,5 +1,6 @@
 // The readers of one run (--tcp, --serial, --usb, --sim, UHF_READER), opened
-// all or none, with exit code 3 and a specific message for each failure.
+// all or none (inventory: as many as will open), with exit code 3 and a
+// specific message for each failure.
 #pragma once
 
 #include <cstdint>
@@ -44,12 +45,14 @@ public:
     // Targets from the options, or from UHF_READER (comma-separated) when the
     // options name none. kUsage with err for bad text or no target at all.
     int targets(const ConnectOptions& o, std::vector<Target>& out, std::string& err) const;
-    // Opens every target in order, all or none. kConnection with err.
-    int open(const std::vector<Target>& targets, const ConnectOptions& o, std::vector<Reader>& out, std::string& err);
+    // Opens every target in order, all or none: kConnection with err. With
+    // keep_going one that fails is said on stderr and left in out not open.
+    int open(const std::vector<Target>& targets, const ConnectOptions& o, std::vector<Reader>& out, std::string& err,
+             bool keep_going = false);
     // Tag count of the first in-process reader (0 without one).
     size_t sim_tag_count() const;
     void close_all();
-    // Opens one target into r: kOk, or kConnection with err.
+    // Opens one target into r: kOk, or kConnection with err and r not open.
     int open_one(const Target& t, const ConnectOptions& o, Reader& r, std::string& err);
 
 private:

@@ -15,12 +15,13 @@ int run_links(const Session& s) {
     static char text[8192];
     if (LinkGetInfo(text, sizeof text) < 1) return fail(kReaderFailed, "links: the library gave no list");
     Json list(cJSON_Parse(text));
-    if (s.format == Format::Json || !cJSON_IsArray(list.get())) {
-        std::printf("%s\n", text);
+    if (!cJSON_IsArray(list.get())) return fail(kReaderFailed, "links: the library's list is not a JSON array");
+    const cJSON* link = nullptr;
+    if (s.format == Format::Json) {
+        cJSON_ArrayForEach(link, list.get()) print("%s\n", json_line(link).c_str());
         return kOk;
     }
-    std::printf("%-4s %-12s %-28s %s\n", "ID", "TYPE", "ADDRESS", "CONNECTED");
-    const cJSON* link = nullptr;
+    print("%-4s %-12s %-28s %s\n", "ID", "TYPE", "ADDRESS", "CONNECTED");
     cJSON_ArrayForEach(link, list.get()) {
         auto str = [&](const char* key) {
             const cJSON* v = cJSON_GetObjectItemCaseSensitive(link, key);
@@ -30,8 +31,8 @@ int run_links(const Session& s) {
         const cJSON* port = cJSON_GetObjectItemCaseSensitive(link, "port");
         std::string addr =
             str("type") == "NETWORK" ? str("ip") + ":" + std::to_string(port ? port->valueint : 0) : str("serial_port");
-        std::printf("%-4d %-12s %-28s %s\n", id ? id->valueint : -1, str("type").c_str(), addr.c_str(),
-                    cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(link, "connected")) ? "yes" : "no");
+        print("%-4d %-12s %-28s %s\n", id ? id->valueint : -1, str("type").c_str(), addr.c_str(),
+              cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(link, "connected")) ? "yes" : "no");
     }
     return kOk;
 }
@@ -59,7 +60,7 @@ int run_raw(const Session& s, const RawOptions& o) {
         if (o.no_wait) {
             if (Vexa_Send(static_cast<uint8_t>(code), data.data(), static_cast<uint8_t>(data.size()), r.slot) != 0)
                 return reader_failed(r, "raw");
-            std::printf("%s%ssent 0x%02lX\n", who, sep, code);
+            print("%s%ssent 0x%02lX\n", who, sep, code);
             return static_cast<int>(kOk);
         }
         static uint8_t reply[2048];
@@ -68,7 +69,7 @@ int run_raw(const Session& s, const RawOptions& o) {
                               static_cast<uint16_t>(o.timeout_ms));
         if (rc == -4) return fail(kReaderFailed, "raw: " + r.label + " answered only with other codes");
         if (rc != 0) return fail(kReaderFailed, "raw: no reply from " + r.label);
-        std::printf("%s%s0x%02lX %s\n", who, sep, (code + 1) & 0xFF, hex(reply, len).c_str());
+        print("%s%s0x%02lX %s\n", who, sep, (code + 1) & 0xFF, hex(reply, len).c_str());
         return static_cast<int>(kOk);
     });
 }

@@ -30,8 +30,8 @@ int run_demo(Context& ctx, const DemoOptions& d) {
     if (rc != kOk) return fail(rc, err);
 
     const bool tty = stdout_is_terminal();
-    std::printf("uhfctl demo: a virtual reader with %u tags on %s, reading for %.0f s\n", d.tags,
-                ctx.session.readers.front().label.c_str(), d.duration);
+    print("uhfctl demo: a virtual reader with %u tags on %s, reading for %.0f s\n", d.tags,
+          ctx.session.readers.front().label.c_str(), d.duration);
     InventoryOptions o;
     o.duration = d.duration;
     o.live = tty;
@@ -40,21 +40,21 @@ int run_demo(Context& ctx, const DemoOptions& d) {
     ctx.session.format = Format::Text;
     rc = run_inventory(ctx.session, o, r);
 
-    std::printf("\nDemo summary\n");
-    std::printf("  tags seen       %zu of %u\n", r.tags.size(), d.tags);
-    std::printf("  reads           %llu in %.1f s (%.0f reads/s)\n", static_cast<unsigned long long>(r.reads),
-                r.seconds, r.seconds > 0 ? static_cast<double>(r.reads) / r.seconds : 0.0);
+    print("\nDemo summary\n");
+    print("  tags seen       %zu of %u\n", r.tags.size(), d.tags);
+    print("  reads           %llu in %.1f s (%.0f reads/s)\n", static_cast<unsigned long long>(r.reads), r.seconds,
+          r.seconds > 0 ? static_cast<double>(r.reads) / r.seconds : 0.0);
     if (!r.tags.empty()) {
         auto strongest = std::max_element(r.tags.begin(), r.tags.end(),
                                           [](const TagSeen& a, const TagSeen& b) { return a.rssi_max < b.rssi_max; });
         auto busiest = std::max_element(r.tags.begin(), r.tags.end(),
                                         [](const TagSeen& a, const TagSeen& b) { return a.reads < b.reads; });
-        std::printf("  strongest tag   %s at %s dBm\n", strongest->epc.c_str(), dbm(strongest->rssi_max).c_str());
-        std::printf("  most reads      %s, %llu times\n", busiest->epc.c_str(),
-                    static_cast<unsigned long long>(busiest->reads));
+        print("  strongest tag   %s at %s dBm\n", strongest->epc.c_str(), dbm(strongest->rssi_max).c_str());
+        print("  most reads      %s, %llu times\n", busiest->epc.c_str(),
+              static_cast<unsigned long long>(busiest->reads));
     }
-    std::printf("  reader stopped  %s\n", r.stop_confirmed ? "yes, confirmed" : "NOT confirmed");
-    std::printf("\nNext: uhfctl --sim info, uhfctl --sim inventory --format json, uhfctl --help\n");
+    print("  reader stopped  %s\n", r.stop_confirmed ? "yes, confirmed" : "NOT confirmed");
+    print("\nNext: uhfctl --sim info, uhfctl --sim inventory --format json, uhfctl --help\n");
     if (rc == kOk && r.tags.empty()) return fail(kReaderFailed, "the demo saw no tag");
     return rc;
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
@@ -83,6 +84,34 @@ std::string clock_text(double seconds) {
     return b;
 }
 
-bool stdout_is_terminal() { return isatty(STDOUT_FILENO) == 1; }
+static FILE* g_out = nullptr;
+
+FILE* out() { return g_out ? g_out : stdout; }
+
+int print(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    int n = std::vfprintf(out(), format, args);
+    va_end(args);
+    return n;
+}
+
+bool stdout_is_terminal() { return isatty(fileno(out())) == 1; }
+
+bool library_log_to_stderr() {
+    std::fflush(stdout);
+    int kept = dup(STDOUT_FILENO);
+    FILE* f = kept < 0 ? nullptr : fdopen(kept, "w");
+    if (f == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        if (f)
+            std::fclose(f);
+        else if (kept >= 0)
+            close(kept);
+        return false;
+    }
+    g_out = f;
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // log lines interleave with uhfctl's messages
+    return true;
+}
 
 }  // namespace uhfctl

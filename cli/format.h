@@ -4,6 +4,7 @@
 #include <cjson/cJSON.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,14 @@ std::string json_line(const cJSON* j);
 // Seconds as "m:ss" (or "h:mm:ss").
 std::string clock_text(double seconds);
 
+// uhfctl's own output: standard output, also after
+// library_log_to_stderr(). printf-like; negative when the write failed.
+FILE* out();
+int print(const char* format, ...) __attribute__((format(printf, 1, 2)));
 bool stdout_is_terminal();
+// The library logs to standard output; this sends whatever writes to file
+// descriptor 1 (the library's log) to stderr and keeps out() on the real
+// standard output, so a pipe of JSON stays whole. False when it could not.
+bool library_log_to_stderr();
 
 }  // namespace uhfctl

@@ -17,8 +17,7 @@ int run_info(const Session& s) {
         Json obj(cJSON_CreateObject());
         cJSON_AddStringToObject(obj.get(), "reader", r.label.c_str());
         cJSON_AddStringToObject(obj.get(), "library", built);
-        if (s.format == Format::Text)
-            std::printf("%-14s %s\n%-14s built %s\n", "reader", r.label.c_str(), "library", built);
+        if (s.format == Format::Text) print("%-14s %s\n%-14s built %s\n", "reader", r.label.c_str(), "library", built);
         size_t answered = 0, asked = 0;
         for (const Setting& st : all_settings()) {
             if (!st.in_info) continue;
@@ -30,13 +29,13 @@ int run_info(const Session& s) {
             if (s.format == Format::Json)
                 cJSON_AddItemToObject(obj.get(), st.name.c_str(), ok ? v.json.release() : cJSON_CreateNull());
             else
-                std::printf("%-14s %s\n", st.name.c_str(), ok ? v.text.c_str() : "(no answer)");
+                print("%-14s %s\n", st.name.c_str(), ok ? v.text.c_str() : "(no answer)");
         }
         if (s.format == Format::Json)
-            std::printf("%s\n", json_line(obj.get()).c_str());
+            print("%s\n", json_line(obj.get()).c_str());
         else if (s.several())
-            std::printf("\n");
-        std::fflush(stdout);
+            print("\n");
+        std::fflush(out());
         // A reader that lacks some commands still has an identity worth showing.
         if (answered == 0) return reader_failed(r, "info");
         return static_cast<int>(kOk);

@@ -13,9 +13,9 @@
 #include <thread>
 
 #include "UHF.h"
-#include "backoff.h"
 #include "commands.h"
 #include "format.h"
+#include "reader_watch.h"
 #include "tag_json.h"
 
 namespace uhfctl {
@@ -128,28 +128,21 @@ private:
     std::map<std::string, size_t> index_;
 };
 
-std::string seconds3(double t) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%.3f", t);
-    return b;
-}
-
-double round3(double t) { return std::round(t * 1000) / 1000; }
-
 // Lines go out as they come, so a pipe reader sees reads live; a reader
 // that went away (`| head`) ends the run like Ctrl-C.
 void line_out(const std::string& line) {
-    if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) request_stop();
+    if (print("%s\n", line.c_str()) < 0 || std::fflush(out()) != 0) request_stop();
 }
 
-void print_read(const Session& s, const Read& r, const std::string& reader, double t) {
+// `when` in Unix seconds.
+void print_read(const Session& s, const Read& r, const std::string& reader, double when) {
     std::string epc = hex(r.uii.data() + 2, r.uii.size() - 2);
     std::string pc = hex(r.uii.data(), 2);
     if (s.format == Format::Json) {
-        line_out(uhftools::tag_json({t, reader, epc, pc, hex(r.data), r.rssi, r.antenna}));
+        line_out(uhftools::tag_json({when, reader, epc, pc, hex(r.data), r.rssi, r.antenna}));
     } else {
-        line_out(seconds3(t) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) + "," +
-                 std::to_string(r.antenna));
+        line_out(uhftools::iso8601(when) + "," + reader + "," + epc + "," + pc + "," + hex(r.data) + "," + dbm(r.rssi) +
+                 "," + std::to_string(r.antenna));
     }
 }
 
@@ -175,14 +168,14 @@ void print_unique(const Session& s, const InventoryResult& r) {
             cJSON_AddNumberToObject(j.get(), "rssi_mean", mean_tenths(t) / 10.0);
             cJSON_AddNumberToObject(j.get(), "rssi_max", t.rssi_max / 10.0);
             cJSON_AddNumberToObject(j.get(), "antenna", t.antenna);
-            cJSON_AddNumberToObject(j.get(), "first_seen", round3(t.first));
-            cJSON_AddNumberToObject(j.get(), "last_seen", round3(t.last));
-            std::printf("%s\n", json_line(j.get()).c_str());
+            cJSON_AddNumberToObject(j.get(), "first_seen", uhftools::to_ms(r.started + t.first));
+            cJSON_AddNumberToObject(j.get(), "last_seen", uhftools::to_ms(r.started + t.last));
+            print("%s\n", json_line(j.get()).c_str());
         } else {
-            std::printf("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(),
-                        t.data.c_str(), static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(),
-                        mean_dbm(t).c_str(), dbm(t.rssi_max).c_str(), t.antenna, seconds3(t.first).c_str(),
-                        seconds3(t.last).c_str());
+            print("%s,%s,%s,%s,%llu,%s,%s,%s,%d,%s,%s\n", t.reader.c_str(), t.epc.c_str(), t.pc.c_str(), t.data.c_str(),
+                  static_cast<unsigned long long>(t.reads), dbm(t.rssi_last).c_str(), mean_dbm(t).c_str(),
+                  dbm(t.rssi_max).c_str(), t.antenna, uhftools::iso8601(r.started + t.first).c_str(),
+                  uhftools::iso8601(r.started + t.last).c_str());
         }
     }
 }
@@ -195,41 +188,21 @@ size_t terminal_rows() {
 
 // Clear the screen and draw header and table from the top.
 void redraw(const Session& s, const InventoryOptions& o, const InventoryResult& r) {
-    std::printf("\x1b[H\x1b[2J");
-    std::printf("uhfctl %s - Ctrl-C stops%s\n", o.title.c_str(),
-                o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
-    std::printf("%s\n\n", summary_line(r).c_str());
+    print("\x1b[H\x1b[2J");
+    print("uhfctl %s - Ctrl-C stops%s\n", o.title.c_str(),
+          o.duration > 0 ? (", " + clock_text(o.duration - r.seconds) + " left").c_str() : "");
+    print("%s\n\n", summary_line(r).c_str());
     size_t rows = terminal_rows();
-    print_tag_table(s, r, rows > 6 ? rows - 6 : 1);
-    std::fflush(stdout);
-}
-
-// A reader that has sent nothing for this long is asked whether it is still
-// there: a stopped stream looks the same as an empty field until then.
-constexpr auto kQuiet = std::chrono::milliseconds(1000);
-
-// Per reader: when it last sent a report, and whether it is lost.
-struct Watch {
-    Clock::time_point heard;
-    bool lost = false;
-    uhftools::Backoff backoff;
-    Clock::time_point next_try;
-};
-
-// Stop, ask for the software version, start again: false when it does not
-// answer (the link is gone; an exchange on a hung-up link fails at once).
-bool still_there(const Reader& rd) {
-    LinkSelect(rd.slot);
-    UHFStopGet();
-    uint8_t version[64];
-    return UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
+    size_t used = 6 + r.down.size();
+    print_tag_table(s, r, rows > used ? rows - used : 1);
+    std::fflush(out());
 }
 
 // A gap in the run: a JSON line in JSON output, a note on stderr otherwise.
-void print_event(const Session& s, const std::string& reader, const char* event, double t) {
+void print_event(const Session& s, const std::string& reader, const char* event, double when) {
     if (s.format == Format::Json) {
         Json j(cJSON_CreateObject());
-        cJSON_AddNumberToObject(j.get(), "time", std::round(t * 1000) / 1000);
+        cJSON_AddNumberToObject(j.get(), "time", uhftools::to_ms(when));
         cJSON_AddStringToObject(j.get(), "reader", reader.c_str());
         cJSON_AddStringToObject(j.get(), "event", event);
         line_out(json_line(j.get()));
@@ -237,20 +210,6 @@ void print_event(const Session& s, const std::string& reader, const char* event,
         std::fprintf(stderr, "uhfctl: %s: %s\n", reader.c_str(),
                      std::strcmp(event, "lost") == 0 ? "lost the reader, reconnecting" : "reader back, reading again");
     }
-}
-
-int stop_all(const Session& s, const std::vector<Watch>& watch) {
-    int rc = kOk;
-    for (size_t i = 0; i < s.readers.size(); i++) {
-        const Reader& rd = s.readers[i];
-        if (watch[i].lost) continue;
-        LinkSelect(rd.slot);
-        if (UHFStopGet() != 0) {
-            fail(kReaderFailed, "did not confirm the stop: " + rd.label + " (its receive thread was stopped anyway)");
-            rc = kReaderFailed;
-        }
-    }
-    return rc;
 }
 
 }  // namespace
@@ -272,17 +231,17 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
     }
     if (data_w) data_w = std::max<size_t>(data_w, 3);
     auto line = [&](const std::string& reader, const std::string& epc, const std::string& data, const char* rest) {
-        if (s.several()) std::printf("%-*s  ", static_cast<int>(reader_w), reader.c_str());
-        std::printf("%-*s  ", static_cast<int>(epc_w), epc.c_str());
-        if (data_w) std::printf("%-*s  ", static_cast<int>(data_w), data.c_str());
-        std::printf("%s\n", rest);
+        if (s.several()) print("%-*s  ", static_cast<int>(reader_w), reader.c_str());
+        print("%-*s  ", static_cast<int>(epc_w), epc.c_str());
+        if (data_w) print("%-*s  ", static_cast<int>(data_w), data.c_str());
+        print("%s\n", rest);
     };
     reader_w = std::max<size_t>(reader_w, 6);
     line("READER", "EPC", "TID", "READS  RSSI LAST   MEAN    MAX  ANT   FIRST    LAST");
     size_t shown = 0;
     for (const TagSeen& t : r.tags) {
         if (shown + 1 >= max_rows && r.tags.size() > max_rows) {
-            std::printf("... %zu more\n", r.tags.size() - shown);
+            print("... %zu more\n", r.tags.size() - shown);
             break;
         }
         char rest[128];
@@ -292,6 +251,9 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
         line(t.reader, t.epc, t.data, rest);
         shown++;
     }
+    // A reader that is not reading shows here too: a note on stderr is
+    // drawn over by the next redraw.
+    for (const auto& [reader, what] : r.down) print("-- %s: %s\n", reader.c_str(), what.c_str());
 }
 
 // What the run saw, once it is over.
@@ -302,26 +264,30 @@ void finish(const Session& s, const InventoryOptions& o, InventoryResult& result
             redraw(s, o, result);
         } else {
             print_tag_table(s, result, result.tags.size() + 1);
-            std::printf("\n%s\n", summary_line(result).c_str());
+            print("\n%s\n", summary_line(result).c_str());
         }
     }
-    std::fflush(stdout);
+    std::fflush(out());
 }
 
 int run_single(const Session& s, const InventoryOptions& o, InventoryResult& result) {
     Tally tally(s);
     int rc = kOk;
     for (const Reader& rd : s.readers) {
+        if (!rd.is_open()) {  // said on stderr when it failed to open
+            rc = kConnection;
+            continue;
+        }
         LinkSelect(rd.slot);
         Read r;
         if (!take_single(r)) {
-            rc = fail(kReaderFailed, "no tag answered " + rd.label + " (or the reader did not answer)");
+            rc = std::max(rc, fail(kReaderFailed, "no tag answered " + rd.label + " (or the reader did not answer)"));
             continue;
         }
         r.slot = s.several() ? rd.slot : -1;
         const TagSeen& tag = tally.add(r, 0);
         result.reads++;
-        if (s.format != Format::Text && !o.unique) print_read(s, r, tag.reader, 0);
+        if (s.format != Format::Text && !o.unique) print_read(s, r, tag.reader, result.started);
     }
     result.tags = tally.tags();
     InventoryOptions plain = o;
@@ -332,104 +298,53 @@ int run_single(const Session& s, const InventoryOptions& o, InventoryResult& res
 
 int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& result) {
     result = InventoryResult{};
+    result.started = uhftools::unix_now();
     if (s.format == Format::Csv)
-        std::printf(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
-                             : "time,reader,epc,pc,data,rssi,antenna\n");
+        print(o.unique ? "reader,epc,pc,data,reads,rssi_last,rssi_mean,rssi_max,antenna,first_seen,last_seen\n"
+                       : "time,reader,epc,pc,data,rssi,antenna\n");
     if (o.once) return run_single(s, o, result);
     Tally tally(s);
     const bool text = s.format == Format::Text;
 
-    std::vector<const Reader*> started;
-    for (const Reader& rd : s.readers) {
-        LinkSelect(rd.slot);
-        if (UHFInventory() != 0) {
-            fail(kReaderFailed, "could not start the inventory on " + rd.label);
-            for (const Reader* st : started) {
-                LinkSelect(st->slot);
-                UHFStopGet();
-            }
-            return kReaderFailed;
-        }
-        started.push_back(&rd);
-    }
+    ReaderWatch watch(s, o.reconnect, [&s](const std::string& reader, const char* event) {
+        print_event(s, reader, event, uhftools::unix_now());
+    });
+    if (!watch.start()) return kReaderFailed;
 
     const auto start = Clock::now();
     auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
     auto next_draw = start;
     auto take = [&](Read& r) { return s.several() ? take_tlv(r) : take_ex(r); };
     auto limit_reached = [&] { return o.count > 0 && result.reads >= o.count; };
-    std::vector<Watch> watch(s.readers.size());
-    for (Watch& w : watch) w.heard = start;
-    auto reader_index = [&](int slot) {
-        for (size_t i = 0; i < s.readers.size(); i++)
-            if (s.readers[i].slot == slot) return i;
-        return size_t{0};
-    };
-    int lost_rc = kOk;
-    // Quiet readers are asked whether they are there; lost ones end the run,
-    // or with --reconnect are opened again on the shared backoff.
-    auto watch_readers = [&] {
-        const auto now = Clock::now();
-        for (size_t i = 0; i < s.readers.size() && lost_rc == kOk; i++) {
-            Watch& w = watch[i];
-            const std::string label = s.readers[i].label;
-            if (!w.lost) {
-                if (now - w.heard < kQuiet) continue;
-                w.heard = now;
-                if (still_there(s.readers[i])) continue;
-                if (!o.reconnect || !s.reopen) {
-                    lost_rc = fail(kConnection, "lost " + label + ": it stopped sending and does not answer");
-                    w.lost = true;
-                    continue;
-                }
-                w.lost = true;
-                w.backoff.reset();
-                w.next_try = now + w.backoff.next();
-                print_event(s, label, "lost", elapsed());
-            } else if (now >= w.next_try) {
-                std::string err;
-                if (s.reopen(i, err) == kOk) {
-                    LinkSelect(s.readers[i].slot);
-                    if (UHFInventory() == 0) {
-                        w.lost = false;
-                        w.heard = Clock::now();
-                        print_event(s, label, "reconnected", elapsed());
-                        continue;
-                    }
-                }
-                w.next_try = Clock::now() + w.backoff.next();
-            }
-        }
-    };
     auto consume = [&](const Read& r) {
         double t = elapsed();
-        watch[s.several() ? reader_index(r.slot) : 0].heard = Clock::now();
+        watch.heard(r.slot);
         const TagSeen& tag = tally.add(r, t);
         result.reads++;
-        if (!text && !o.unique) print_read(s, r, tag.reader, t);
+        if (!text && !o.unique) print_read(s, r, tag.reader, result.started + t);
     };
 
-    while (lost_rc == kOk && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
+    while (watch.any_left() && !stop_requested() && !limit_reached() && (o.duration <= 0 || elapsed() < o.duration)) {
         Read r;
         if (take(r)) {
             consume(r);
         } else {
             std::this_thread::sleep_for(kIdlePoll);
-            watch_readers();
+            watch.check();
         }
         if (o.live && Clock::now() >= next_draw) {
             result.seconds = elapsed();
             result.tags = tally.tags();
+            result.down = watch.down();
             redraw(s, o, result);
             next_draw = Clock::now() + kRedraw;
         }
     }
     result.seconds = elapsed();
-    int rc = stop_all(s, watch);
+    int rc = watch.stop();
     result.stop_confirmed = rc == kOk;
-    for (size_t i = 0; i < watch.size(); i++)
-        if (watch[i].lost && lost_rc == kOk)
-            lost_rc = fail(kConnection, "lost " + s.readers[i].label + ": not back when the run ended");
+    result.down = watch.down();
+    const int lost_rc = watch.finish();
     // Reports that arrived before the stop are reads too.
     for (Read r; !limit_reached() && take(r);) consume(r);
     result.tags = tally.tags();
@@ -445,12 +360,12 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         "end.\n"
         "With several readers the TID column stays empty: only the report form that names the link is available then,\n"
         "and it does not carry the whole data.\n"
-        "A reader that sends nothing for a second is asked whether it is still there; one that does not answer is\n"
-        "reported on stderr and the run ends with exit code 3. With --reconnect it is opened again (after 1 s, "
-        "doubling\n"
-        "to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"} and "
-        "{\"event\":\"reconnected\"}\n"
-        "lines, the other formats with a note on stderr.\n\n"
+        "A reader that sends nothing for a second is asked whether it is still there. One that does not answer,\n"
+        "or cannot be opened at the start, is reported on stderr and listed under the table; the others read on\n"
+        "and the run ends with exit code 3 (at once when no reader is left). With --reconnect it is opened again\n"
+        "(after 1 s, doubling to 30 s) and the run goes on: JSON output marks the gap with {\"event\":\"lost\"}\n"
+        "and {\"event\":\"reconnected\"} lines, the other formats with a note on stderr.\n"
+        "Times are Unix seconds with milliseconds in JSON (time, first_seen, last_seen) and ISO 8601 UTC in CSV.\n\n"
         "Examples:\n"
         "  uhfctl --tcp 192.168.1.50 inventory\n"
         "  uhfctl --sim inventory --duration 5 --format json > reads.jsonl\n"
@@ -462,7 +377,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
     cmd->add_option("-n,--count", o->count, "Stop after N reads")->check(CLI::Range(1ul, 1000000000ul));
     cmd->add_flag("--once", o->once, "One single-shot inventory: the one tag each reader answers with");
     cmd->add_flag("-u,--unique", o->unique, "json/csv: one record per tag at the end instead of one per read");
-    cmd->add_flag("--reconnect", o->reconnect, "Open a lost reader again and carry on instead of ending the run");
+    cmd->add_flag("--reconnect", o->reconnect, "Open a lost or unreachable reader again, and carry on");
     auto run = [&ctx, o] {
         InventoryOptions opts = *o;
         opts.live = ctx.session.format == Format::Text && stdout_is_terminal();
@@ -470,6 +385,7 @@ void add_inventory_command(CLI::App& app, Context& ctx) {
         return run_inventory(ctx.session, opts, r);
     };
     set_runner(cmd, ctx, run, {"table", "json", "csv"});
+    cmd->preparse_callback([&ctx](size_t) { ctx.keep_going = true; });
 }
 
 }  // namespace uhfctl

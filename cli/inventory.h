@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "session.h"
@@ -34,7 +35,9 @@ struct TagSeen {
 struct InventoryResult {
     uint64_t reads = 0;
     double seconds = 0;
+    double started = 0;         // Unix seconds; JSON and CSV times are this plus a TagSeen's
     std::vector<TagSeen> tags;  // in order of first sight
+    std::vector<std::pair<std::string, std::string>> down;  // readers not reading: label, what is wrong
     bool stop_confirmed = true;
 };
 

@@ -7,6 +7,8 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
+#include "format.h"
 #include "version.h"
 
 using namespace uhfctl;
@@ -16,7 +18,9 @@ namespace {
 const char* kIntro =
     "uhfctl - talk to UHF RFID reader modules.\n\n"
     "Name the reader with --tcp, --serial, --usb or --sim (repeat them to work on several readers at\n"
-    "once), or set UHF_READER (tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim; comma-separated).\n";
+    "once), or set UHF_READER (tcp:HOST[:PORT], serial:PATH[@BAUD], usb or sim; comma-separated).\n"
+    "The first tag of a --sim reader is always EPC E20034120123456789ABCDEF, access password 12345678,\n"
+    "kill password 0BADCAFE, with a temperature sensor: the examples of every --help run against it.\n";
 
 const char* kFooter =
     "Exit codes: 0 ok, 1 the reader reported a failure, 2 usage, 3 connection.\n\n"
@@ -28,15 +32,16 @@ const char* kFooter =
     "  uhfctl --sim --log transfer raw 0x02          one command frame, with the frames dumped\n";
 
 // --log names to the library's categories.
+const std::pair<const char*, ENUM_LOG> kLogNames[] = {{"usb", USB_LOG},       {"function", FUNCTION_LOG},
+                                                      {"serial", SERIAL_LOG}, {"transfer", TRANSFER_LOG},
+                                                      {"base", BASE_LOG},     {"fifo", TAG_FIFO_LOG}};
+
 bool enable_logs(const std::string& list, std::string& err) {
-    static const std::pair<const char*, ENUM_LOG> names[] = {{"usb", USB_LOG},       {"function", FUNCTION_LOG},
-                                                             {"serial", SERIAL_LOG}, {"transfer", TRANSFER_LOG},
-                                                             {"base", BASE_LOG},     {"fifo", TAG_FIFO_LOG}};
     std::stringstream in(list);
     std::string item;
     while (std::getline(in, item, ',')) {
         bool known = false;
-        for (const auto& [name, cat] : names) {
+        for (const auto& [name, cat] : kLogNames) {
             if (item == name || item == "all") {
                 openLog(cat);
                 known = true;
@@ -46,6 +51,10 @@ bool enable_logs(const std::string& list, std::string& err) {
             err = "--log " + item + ": the categories are usb, function, serial, transfer, base, fifo and all";
             return false;
         }
+    }
+    if (!library_log_to_stderr()) {
+        err = "--log: cannot send the library's log to stderr";
+        return false;
     }
     openLog(ENABLE_LOG);
     return true;
@@ -75,8 +84,11 @@ int main(int argc, char** argv) {
     conn->add_option("--sim-rate", ctx.connect.sim_rate, "Reads per second of each virtual reader")
         ->check(CLI::Range(1u, 100000u))
         ->capture_default_str();
-    app.add_option("--log", logs, "Library diagnostics on stdout: usb,function,serial,transfer,base,fifo or all")
-        ->type_name("CATEGORY,...");
+    std::vector<std::string> log_words{"all"};
+    for (const auto& [name, cat] : kLogNames) log_words.push_back(name);
+    offer(app.add_option("--log", logs, "Library diagnostics on stderr: usb,function,serial,transfer,base,fifo or all")
+              ->type_name("CATEGORY,..."),
+          log_words);
 
     add_demo_command(app, ctx);
     add_inventory_command(app, ctx);
@@ -86,6 +98,7 @@ int main(int argc, char** argv) {
     add_settings_commands(app, ctx);
     add_upgrade_command(app, ctx);
     add_debug_commands(app, ctx);
+    add_completion_flag(app);
 
     try {
         app.parse(argc, argv);
@@ -108,12 +121,14 @@ int main(int argc, char** argv) {
     if (!ctx.opens_itself) {
         std::vector<Target> targets;
         int rc = ctx.connections.targets(ctx.connect, targets, err);
-        if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err);
+        if (rc == kOk) rc = ctx.connections.open(targets, ctx.connect, ctx.session.readers, err, ctx.keep_going);
         if (rc != kOk) return fail(rc, err);
         ctx.session.reopen = [&ctx, targets](size_t i, std::string& e) {
             Reader& r = ctx.session.readers[i];
-            LinkSelect(r.slot);
-            ClosePort();
+            if (r.is_open()) {
+                LinkSelect(r.slot);
+                ClosePort();
+            }
             return ctx.connections.open_one(targets[i], ctx.connect, r, e);
         };
     }

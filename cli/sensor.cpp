@@ -9,6 +9,7 @@
 #include "UHF.h"
 #include "commands.h"
 #include "format.h"
+#include "tag_json.h"
 #include "tag_select.h"
 
 namespace uhfctl {
@@ -43,8 +44,8 @@ int run_start(const Session& s, TagSelect t, const LogRun& run) {
                                  static_cast<unsigned short>(t.bit_len), t.mask_data(), run.min_c, run.max_c,
                                  static_cast<unsigned short>(run.delay_s), static_cast<unsigned short>(run.interval_s));
         if (rc != 0) return logging_result(r, "sensor log start", rc);
-        std::printf("%slogging: first reading after %u s, then every %u s; limits %.2f .. %.2f C\n", who(s, r).c_str(),
-                    run.delay_s, run.interval_s, run.min_c, run.max_c);
+        print("%slogging: first reading after %u s, then every %u s; limits %.2f .. %.2f C\n", who(s, r).c_str(),
+              run.delay_s, run.interval_s, run.min_c, run.max_c);
         return static_cast<int>(kOk);
     });
 }
@@ -56,7 +57,7 @@ int run_stop(const Session& s, TagSelect t) {
         int rc = UHFStopLogging(t.bank, static_cast<unsigned short>(t.bit_addr), static_cast<unsigned short>(t.bit_len),
                                 t.mask_data(), 0);
         if (rc != 0) return logging_result(r, "sensor log stop", rc);
-        std::printf("%slogging stopped\n", who(s, r).c_str());
+        print("%slogging stopped\n", who(s, r).c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -69,7 +70,7 @@ int run_status(const Session& s, TagSelect t) {
                                   static_cast<unsigned short>(t.bit_len), t.mask_data());
         if (word < 0) return reader_failed(r, "sensor log status");
         // What the bits mean belongs to the tag; show the word whole.
-        std::printf("%soperating mode word 0x%04X\n", who(s, r).c_str(), static_cast<unsigned>(word));
+        print("%soperating mode word 0x%04X\n", who(s, r).c_str(), static_cast<unsigned>(word));
         return static_cast<int>(kOk);
     });
 }
@@ -80,8 +81,7 @@ int run_read(const Session& s, TagSelect t, const LogRun& run) {
     if (!t.resolve(err)) return fail(kUsage, "sensor log read: " + err);
     return s.each([&](const Reader& r) {
         unsigned next = run.start, wanted = run.count, got = 0;
-        if (s.format == Format::Text)
-            std::printf("%s%6s  %12s  %8s\n", who(s, r).c_str(), "INDEX", "AFTER START", "DEG C");
+        if (s.format == Format::Text) print("%s%6s  %12s  %8s\n", who(s, r).c_str(), "INDEX", "AFTER START", "DEG C");
         while (true) {
             unsigned short total = 0;
             unsigned char returned = 0;
@@ -100,17 +100,17 @@ int run_read(const Session& s, TagSelect t, const LogRun& run) {
                     cJSON_AddNumberToObject(j.get(), "index", index);
                     cJSON_AddNumberToObject(j.get(), "after_s", static_cast<double>(after));
                     cJSON_AddNumberToObject(j.get(), "celsius", temps[i]);
-                    std::printf("%s\n", json_line(j.get()).c_str());
+                    print("%s\n", json_line(j.get()).c_str());
                 } else {
-                    std::printf("%s%6u  %12s  %8.2f\n", who(s, r).c_str(), index,
-                                clock_text(static_cast<double>(after)).c_str(), temps[i]);
+                    print("%s%6u  %12s  %8.2f\n", who(s, r).c_str(), index,
+                          clock_text(static_cast<double>(after)).c_str(), temps[i]);
                 }
             }
             got += returned;
             next += returned;
             if (returned == 0 || next >= total || (wanted && got >= wanted)) break;
         }
-        if (s.format == Format::Text) std::printf("%s%u readings\n", who(s, r).c_str(), got);
+        if (s.format == Format::Text) print("%s%u readings\n", who(s, r).c_str(), got);
         return static_cast<int>(kOk);
     });
 }
@@ -123,7 +123,7 @@ int run_voltage(const Session& s, TagSelect t) {
         if (UHFReadTagVoltage(t.bank, static_cast<unsigned short>(t.bit_addr), static_cast<unsigned short>(t.bit_len),
                               t.mask_data(), &v) != 0)
             return reader_failed(r, "sensor voltage");
-        std::printf("%s%.3f V\n", who(s, r).c_str(), v);
+        print("%s%.3f V\n", who(s, r).c_str(), v);
         return static_cast<int>(kOk);
     });
 }
@@ -164,14 +164,14 @@ int run_temp(const Session& s, const TempOptions& o) {
             unsigned code = data[0] << 8 | data[1];
             if (s.format == Format::Json) {
                 Json j(cJSON_CreateObject());
-                cJSON_AddStringToObject(j.get(), "time", now_text().c_str());
+                cJSON_AddNumberToObject(j.get(), "time", uhftools::to_ms(uhftools::unix_now()));
                 cJSON_AddStringToObject(j.get(), "reader", r.label.c_str());
                 cJSON_AddNumberToObject(j.get(), "code", code);
-                std::printf("%s\n", json_line(j.get()).c_str());
+                print("%s\n", json_line(j.get()).c_str());
             } else {
-                std::printf("%s  %stemperature code %u (0x%04X)\n", now_text().c_str(), who(s, r).c_str(), code, code);
+                print("%s  %stemperature code %u (0x%04X)\n", now_text().c_str(), who(s, r).c_str(), code, code);
             }
-            std::fflush(stdout);
+            std::fflush(out());
             return static_cast<int>(kOk);
         });
         if (rc != kOk) return rc;
@@ -189,7 +189,7 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
         "\nExamples:\n  uhfctl --sim sensor log start --epc E2003412 --delay 0 --interval 60 --min 2 --max 8\n"
         "  uhfctl --sim sensor log read --epc E2003412 --interval 60\n"
         "  uhfctl --sim sensor voltage --epc E2003412\n"
-        "  uhfctl --sim sensor temp --epc E2003412 --count 5 --every 2");
+        "  uhfctl --sim sensor temp --epc E20034120123456789ABCDEF --count 5 --every 2");
     auto* log = sensor->add_subcommand("log", "Logging runs of temperature-logging tags");
     log->require_subcommand(1);
     log->footer(
@@ -216,7 +216,8 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
 
     auto pt = std::make_shared<TagSelect>();
     auto* stop = log->add_subcommand("stop", "Stop the tag's logging run");
-    stop->footer("Example:\n  uhfctl --sim sensor log stop --epc E2003412");
+    stop->footer(
+        "Example:\n  uhfctl --sim sensor log stop --epc E2003412    exit 1 on a fresh virtual reader: no run to stop");
     add_select_options(stop, *pt, false);
     set_runner(stop, ctx, [&ctx, pt] { return run_stop(ctx.session, *pt); });
 
@@ -249,7 +250,7 @@ void add_sensor_commands(CLI::App& app, Context& ctx) {
     auto* temp = sensor->add_subcommand("temp", "The temperature code of a sensor tag, with timestamps");
     temp->footer(
         "The code is the tag's own; its calibration turns it into degrees.\n\n"
-        "Example:\n  uhfctl --sim sensor temp --epc E2003412 --count 10 --every 1 --format json");
+        "Example:\n  uhfctl --sim sensor temp --epc E20034120123456789ABCDEF --count 3 --every 1 --format json");
     temp->add_option("--epc", to->epc, "The tag's EPC (hex, up to 16 bytes)")->required();
     temp->add_option("--antenna", to->antenna, "Antenna")->check(CLI::Range(1u, 255u))->capture_default_str();
     temp->add_option("--power", to->power, "Power for the read, 2 bytes hex in the reader's encoding")

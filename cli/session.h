@@ -14,8 +14,9 @@ enum class Format { Text, Json, Csv };
 
 // One open link: its slot in the library's link table and how it was named.
 struct Reader {
-    int slot = 0;
+    int slot = -1;      // -1: not open (inventory keeps such a reader to retry or report)
     std::string label;  // "tcp 127.0.0.1:4001", "serial /dev/ttyUSB0@115200", ...
+    bool is_open() const { return slot >= 0; }
 };
 
 struct Session {

@@ -6,6 +6,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
 #include "settings.h"
 
 namespace uhfctl {
@@ -22,6 +23,13 @@ std::string settings_list(bool writable_only) {
         s += line;
     }
     return s;
+}
+
+std::vector<std::string> setting_names(bool writable_only) {
+    std::vector<std::string> names;
+    for (const Setting& st : all_settings())
+        if (!writable_only || st.set) names.push_back(st.name);
+    return names;
 }
 
 int run_get(const Session& s, const std::vector<std::string>& names) {
@@ -42,11 +50,11 @@ int run_get(const Session& s, const std::vector<std::string>& names) {
             if (s.format == Format::Json) {
                 cJSON_AddItemToObject(obj.get(), n.c_str(), ok ? v.json.release() : cJSON_CreateNull());
             } else if (ok) {
-                std::printf("%s%s%-14s %s\n", s.several() ? r.label.c_str() : "", s.several() ? "  " : "", n.c_str(),
-                            v.text.c_str());
+                print("%s%s%-14s %s\n", s.several() ? r.label.c_str() : "", s.several() ? "  " : "", n.c_str(),
+                      v.text.c_str());
             }
         }
-        if (s.format == Format::Json) std::printf("%s\n", json_line(obj.get()).c_str());
+        if (s.format == Format::Json) print("%s\n", json_line(obj.get()).c_str());
         return rc;
     });
 }
@@ -61,7 +69,7 @@ int run_set(const Session& s, const std::string& name, const std::vector<std::st
         int rc = st->set(values, save, err);
         if (rc == kUsage) return fail(kUsage, "set " + name + ": " + err);
         if (rc != kOk) return reader_failed(r, "set " + name);
-        std::printf("%s%s%s set\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", name.c_str());
+        print("%s%s%s set\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", name.c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -83,7 +91,7 @@ int run_table(Format format) {
 int run_simple(const Session& s, const char* what, int (*call)(), const char* done) {
     return s.each([&](const Reader& r) {
         if (call() != 0) return reader_failed(r, what);
-        std::printf("%s: %s\n", r.label.c_str(), done);
+        print("%s: %s\n", r.label.c_str(), done);
         return static_cast<int>(kOk);
     });
 }
@@ -95,7 +103,7 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
     auto* get = app.add_subcommand("get", "Read settings or status of the reader");
     get->footer("Names:\n" + settings_list(false) +
                 "\nExamples:\n  uhfctl --tcp 192.168.1.50 get beep outputs\n  uhfctl --sim get ip --format json");
-    get->add_option("name", *names, "Setting names")->required();
+    offer(get->add_option("name", *names, "Setting names")->required(), setting_names(false));
     set_runner(get, ctx, [&ctx, names] { return run_get(ctx.session, *names); }, {"text", "json"});
 
     auto name = std::make_shared<std::string>();
@@ -108,7 +116,7 @@ void add_settings_commands(CLI::App& app, Context& ctx) {
                 "  uhfctl --sim set beep 1\n  uhfctl --sim set gen2 --session 1 --target 0 --q 4\n  uhfctl --tcp "
                 "192.168.1.50 set outputs 1 high\n"
                 "  uhfctl --tcp 192.168.1.50 set ip 192.168.1.60:8888 255.255.255.0 192.168.1.1");
-    set->add_option("name", *name, "Setting name")->required();
+    offer(set->add_option("name", *name, "Setting name")->required(), setting_names(true));
     set->add_option("values", *values, "New value(s)");
     set->add_flag("--save", *save, "Keep across a power cycle");
     // gen2 fields by name: --q 4 --session 2 become q=4 session=2.

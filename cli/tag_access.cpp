@@ -5,6 +5,7 @@
 
 #include "UHF.h"
 #include "commands.h"
+#include "completion.h"
 #include "format.h"
 #include "tag_select.h"
 
@@ -59,9 +60,9 @@ int run_read(const Session& s, TagSelect t, MemoryArea g) {
             cJSON_AddStringToObject(j.get(), "bank", kBanks[g.bank]);
             cJSON_AddNumberToObject(j.get(), "addr", g.addr);
             cJSON_AddStringToObject(j.get(), "data", data.c_str());
-            std::printf("%s\n", json_line(j.get()).c_str());
+            print("%s\n", json_line(j.get()).c_str());
         } else {
-            std::printf("%s%s%s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", data.c_str());
+            print("%s%s%s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", data.c_str());
         }
         return static_cast<int>(kOk);
     });
@@ -80,7 +81,7 @@ int run_write(const Session& s, TagSelect t, MemoryArea g) {
                  : UHFBlockWriteData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr, words,
                                      g.data.data());
         if (rc != 0) return refused(r, "write");
-        std::printf("%s%swrote %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", words);
+        print("%s%swrote %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", words);
         return static_cast<int>(kOk);
     });
 }
@@ -92,7 +93,7 @@ int run_erase(const Session& s, TagSelect t, MemoryArea g) {
         if (UHFBlockEraseData(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), g.bank, g.addr,
                               static_cast<unsigned char>(g.count)) != 0)
             return refused(r, "erase");
-        std::printf("%s%serased %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", g.count);
+        print("%s%serased %u words\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "", g.count);
         return static_cast<int>(kOk);
     });
 }
@@ -136,8 +137,8 @@ int run_lock(const Session& s, TagSelect t, const std::vector<std::string>& args
     return s.each([&](const Reader& r) {
         // This command reports failure as 1, not -1.
         if (UHFLockTag(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), payload) != 0) return refused(r, "lock");
-        std::printf("%s%slocked (payload %s)\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
-                    hex(payload, 3).c_str());
+        print("%s%slocked (payload %s)\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
+              hex(payload, 3).c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -148,7 +149,7 @@ int run_kill(const Session& s, TagSelect t) {
     if (t.any()) return fail(kUsage, "kill: name the tag with --epc or --filter: killing is for ever");
     return s.each([&](const Reader& r) {
         if (UHFKillTag(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data()) != 0) return refused(r, "kill");
-        std::printf("%s%skilled\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "");
+        print("%s%skilled\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "");
         return static_cast<int>(kOk);
     });
 }
@@ -178,8 +179,8 @@ int run_permalock(const Session& s, TagSelect t, const PermalockArgs& a) {
         if (UHFBlockPermalock(t.pwd, t.bank, t.bit_addr, t.bit_len, t.mask_data(), reading ? 0 : 1, bank, a.block_ptr,
                               static_cast<unsigned char>(m.size() / 2), m.data()) != 0)
             return refused(r, "permalock");
-        std::printf("%s%spermalocked blocks: %s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
-                    hex(m).c_str());
+        print("%s%spermalocked blocks: %s\n", s.several() ? r.label.c_str() : "", s.several() ? ": " : "",
+              hex(m).c_str());
         return static_cast<int>(kOk);
     });
 }
@@ -192,7 +193,8 @@ CLI::App* tag_command(CLI::App& app, const char* name, const char* help, const s
 }
 
 void add_target(CLI::App* cmd, MemoryArea& g, bool with_count, bool with_data) {
-    cmd->add_option("bank", g.bank_text, "reserved, epc, tid or user")->required();
+    offer(cmd->add_option("bank", g.bank_text, "reserved, epc, tid or user")->required(),
+          {std::begin(kBanks), std::end(kBanks)});
     cmd->add_option("addr", g.addr, "Word address")->required()->check(CLI::Range(0u, 65535u));
     if (with_count) cmd->add_option("count", g.count, "Words")->required()->check(CLI::Range(1u, 255u));
     if (with_data) cmd->add_option("data", g.data_text, "Words in hex")->required();
@@ -213,7 +215,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     auto wg = std::make_shared<MemoryArea>();
     auto* write = tag_command(app, "write", "Write words to a tag's memory",
                               "  uhfctl --sim write user 0 1234ABCD\n"
-                              "  uhfctl --sim write epc 2 E2003412AABBCCDD00000001 --epc E2003412012345678\n",
+                              "  uhfctl --sim write epc 2 E2003412AABBCCDD00000001 --epc E20034120123456789ABCDEF\n",
                               *wt);
     add_target(write, *wg, false, true);
     set_runner(write, ctx, [&ctx, wt, wg] { return run_write(ctx.session, *wt, *wg); });
@@ -231,10 +233,13 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
                              "  uhfctl --sim lock user lock -p 12345678 --epc E2003412\n"
                              "  uhfctl --sim lock access permalock kill permalock -p 12345678\n",
                              *lt);
-    lock->add_option("changes", *largs,
-                     "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
-                     "lock, permalock, permaunlock")
-        ->required();
+    std::vector<std::string> lock_words(std::begin(kLockAreas), std::end(kLockAreas));
+    lock_words.insert(lock_words.end(), std::begin(kLockActions), std::end(kLockActions));
+    offer(lock->add_option("changes", *largs,
+                           "AREA ACTION pairs: areas kill, access, epc, tid, user; actions unlock, "
+                           "lock, permalock, permaunlock")
+              ->required(),
+          lock_words);
     set_runner(lock, ctx, [&ctx, lt, largs] { return run_lock(ctx.session, *lt, *largs); });
 
     auto kt = std::make_shared<TagSelect>();
@@ -246,7 +251,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     auto pa = std::make_shared<PermalockArgs>();
     auto* perma = tag_command(app, "permalock", "Permanently lock blocks of a bank, or read which are",
                               "  uhfctl --sim permalock 0 C000 -p 12345678     blocks 0 and 1 of USER\n"
-                              "  uhfctl --sim permalock 0 --read 1\n",
+                              "  uhfctl --sim permalock 0 --read 1 -p 12345678\n",
                               *pt);
     perma->add_option("block", pa->block_ptr, "First block, in units of 16 blocks")
         ->required()
@@ -254,7 +259,7 @@ void add_tag_commands(CLI::App& app, Context& ctx) {
     perma->add_option("mask", pa->mask_text, "Blocks to lock: 16-bit words, most significant bit first");
     perma->add_option("--read", pa->read_range, "Read the lock bits of this many mask words instead")
         ->check(CLI::Range(1u, 255u));
-    perma->add_option("--bank", pa->bank, "Bank")->capture_default_str();
+    offer(perma->add_option("--bank", pa->bank, "Bank")->capture_default_str(), {std::begin(kBanks), std::end(kBanks)});
     set_runner(perma, ctx, [&ctx, pt, pa] { return run_permalock(ctx.session, *pt, *pa); });
 }
 

@@ -67,9 +67,9 @@ void pause_ms(unsigned ms) { std::this_thread::sleep_for(std::chrono::millisecon
 
 int upgrade_one(const Reader& r, const UpgradeOptions& o, const std::vector<uint8_t>& image) {
     const std::string before = software_version();
-    std::printf("%s: firmware %s, sending %s (%zu bytes)\n", r.label.c_str(),
-                before.empty() ? "unknown" : before.c_str(), o.file.c_str(), image.size());
-    std::fflush(stdout);
+    print("%s: firmware %s, sending %s (%zu bytes)\n", r.label.c_str(), before.empty() ? "unknown" : before.c_str(),
+          o.file.c_str(), image.size());
+    std::fflush(out());
     // A reader that refused the previous image reports it by refusing the
     // next boot request once.
     if (UHFJump2Boot(static_cast<unsigned char>(o.target)) != 0 &&
@@ -114,8 +114,8 @@ int upgrade_one(const Reader& r, const UpgradeOptions& o, const std::vector<uint
     if (!before.empty() && after == before)
         return fail(kReaderFailed, "upgrade: " + r.label + " refused the image: it still runs " + before +
                                        " (an image of the same version looks the same)");
-    std::printf("%s: upgrade done, firmware %s -> %s\n", r.label.c_str(), before.empty() ? "?" : before.c_str(),
-                after.c_str());
+    print("%s: upgrade done, firmware %s -> %s\n", r.label.c_str(), before.empty() ? "?" : before.c_str(),
+          after.c_str());
     return static_cast<int>(kOk);
 }
 

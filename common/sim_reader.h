@@ -12,6 +12,13 @@ class TcpServer;
 
 namespace uhftools {
 
+// The first tag of every in-process virtual reader, whatever the seed, so
+// help examples and scripts can name it: a temperature sensor, and passwords
+// set for lock and kill.
+inline constexpr const char* kSimFirstEpc = "E20034120123456789ABCDEF";
+inline constexpr uint32_t kSimFirstAccessPassword = 0x12345678;
+inline constexpr uint32_t kSimFirstKillPassword = 0x0BADCAFE;
+
 class SimReader {
 public:
     SimReader(unsigned tags, unsigned rate, unsigned seed);

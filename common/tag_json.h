@@ -7,7 +7,7 @@
 namespace uhftools {
 
 struct TagJson {
-    double time = 0;      // seconds (since the run began, or the Unix epoch)
+    double time = 0;      // Unix seconds (unix_now())
     std::string reader;   // its label or name
     std::string epc, pc;  // upper-case hex
     std::string data;     // TID/USER hex; left out when empty
@@ -16,6 +16,13 @@ struct TagJson {
 };
 
 std::string tag_json(const TagJson& t);
+
+// The time of reads and events in uhfctl and uhfd: Unix seconds, kept to
+// the millisecond in JSON (1764050000.123) and as ISO 8601 UTC in CSV.
+double unix_now();
+double to_ms(double seconds);              // rounded to the millisecond, as JSON carries it
+std::string iso8601(double unix_seconds);  // "2025-11-25T06:13:20.123Z"
+
 // A JSON string literal of s, quotes included.
 std::string json_string(const std::string& s);
 // A number as JSON prints it (shortest form that reads back, no trailing zeros).

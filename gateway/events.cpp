@@ -17,7 +17,7 @@ std::string read_json(const Read& r) {
 
 std::string event_json(const Event& e) {
     return std::string("{\"event\":") + (e.kind == Event::Arrive ? "\"arrive\"" : "\"depart\"") +
-           ",\"time\":" + json_number(std::round(e.time * 1000) / 1000) + ",\"reader\":" + json_string(e.reader) +
+           ",\"time\":" + json_number(uhftools::to_ms(e.time)) + ",\"reader\":" + json_string(e.reader) +
            ",\"epc\":" + json_string(e.epc) + ",\"antenna\":" + std::to_string(e.antenna) +
            ",\"reads\":" + std::to_string(e.reads) + ",\"rssi_peak\":" + json_number(e.rssi_peak) +
            ",\"rssi_mean\":" + json_number(std::round(e.rssi_mean * 10) / 10) + "}";

@@ -6,6 +6,7 @@
 
 #include "UHF.h"
 #include "reader_settings.h"
+#include "tag_json.h"
 
 namespace uhfd {
 
@@ -25,8 +26,6 @@ uint8_t code_of(const char* setting, const std::string& word) {
     uhftools::choice_code(uhftools::setting_row(setting), word, code);
     return static_cast<uint8_t>(code);
 }
-
-double now_s() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 std::string hex(const uint8_t* p, size_t n) {
     static const char d[] = "0123456789ABCDEF";
@@ -103,11 +102,11 @@ Supervisor::Reader* Supervisor::find(const std::string& name) {
 void Supervisor::loop() {
     while (!stop_) {
         run_jobs();
-        double now = now_s();
+        double now = uhftools::unix_now();
         for (Reader& r : readers_)
-            if (r.slot < 0 && now >= r.next_try && !stop_) connect(r, now_s());
-        size_t n = take_reports(now_s());
-        tick(now_s());
+            if (r.slot < 0 && now >= r.next_try && !stop_) connect(r, uhftools::unix_now());
+        size_t n = take_reports(uhftools::unix_now());
+        tick(uhftools::unix_now());
         if (n == 0) {
             std::unique_lock<std::mutex> lock(mu_);
             jobs_done_.wait_for(lock, std::chrono::milliseconds(5), [&] { return !jobs_.empty() || stop_; });
@@ -310,7 +309,7 @@ void Supervisor::tick(double now) {
             UHFStopGet();
             there = UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
         }
-        if (!there) lose(r, "it stopped sending and does not answer", now_s());
+        if (!there) lose(r, "it stopped sending and does not answer", uhftools::unix_now());
     }
     std::vector<Event> departed;
     presence_.expire(now, departed);
@@ -401,7 +400,7 @@ std::string Supervisor::set_inventory(const std::string& name, bool on) {
                if (on == (r->view.state == LinkState::Running)) return "";
                if (on ? UHFInventory() != 0 : UHFStopGet() != 0)
                    return on ? "the reader did not start its inventory" : "the reader did not confirm the stop";
-               r->last_report = r->last_probe = now_s();
+               r->last_report = r->last_probe = uhftools::unix_now();
                set_state(*r, on ? LinkState::Running : LinkState::Stopped);
                return "";
            })

@@ -52,3 +52,8 @@ def test_serial_over_a_pseudo_terminal(sim):
     assert r.returncode == 0, r.stderr
     info = json.loads(r.stdout)
     assert (info["reader"], info["hardware"]) == (f"serial {s.where}@115200", "V1.2.0")
+
+
+def test_links_json_is_one_object_per_line():
+    r = uhfctl("--sim", "--sim", "links", "--format", "json")
+    assert [json.loads(line)["connected"] for line in r.stdout.splitlines()] == [True, True]

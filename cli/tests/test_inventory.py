@@ -2,6 +2,7 @@
 import re
 import signal
 import subprocess
+import time
 
 import pytest
 
@@ -15,13 +16,15 @@ def reader(sim, tag_file):
     return sim("--tags", tag_file(*sorted(EPCS)), "--rate", 400)
 
 
-def test_json_lines_carry_every_tag(reader):
-    r = reader.ctl("inventory", "--format", "json", "--duration", "1")
-    assert r.returncode == 0, r.stderr
+def test_json_lines_carry_every_tag_and_the_log_goes_to_stderr(reader):
+    before = time.time()
+    r = reader.ctl("--log", "transfer", "inventory", "--format", "json", "--duration", "1")
+    assert r.returncode == 0 and "a5 5a" in r.stderr, r.stderr
     lines = json_lines(r.stdout)
     assert {j["epc"] for j in lines} == EPCS
     for j in lines:  # the virtual reader varies RSSI a little around -55 dBm
         assert (j["reader"], j["pc"], j["antenna"]) == ("tcp " + reader.where, "3000", 1) and -60 < j["rssi"] < -50
+        assert before - 1 < j["time"] < time.time() + 1  # Unix seconds
 
 
 def test_unique_gives_one_record_per_tag_with_statistics(reader):
@@ -41,7 +44,7 @@ def test_csv_count_stops_the_reader(reader):
     assert header == "time,reader,epc,pc,data,rssi,antenna"
     assert len(rows) == 10
     for row in rows:  # RSSI in dBm, one decimal, with its sign
-        assert re.fullmatch(r"\d+\.\d{3},tcp [0-9.:]+,[0-9A-F]{24},3000,,-5\d\.\d,1", row), row
+        assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z,tcp [0-9.:]+,[0-9A-F]{24},3000,,-5\d\.\d,1", row), row
     assert reader.count("0x8C") >= 2  # one on opening, one when the count was reached
 
 

@@ -1,4 +1,5 @@
 """uhfctl when the reader goes away mid-run, upgrades, and the demo."""
+import socket
 import struct
 import threading
 import time
@@ -46,6 +47,28 @@ def test_reconnect_carries_on_once_the_reader_is_back(sim):
     t.join()
     assert r.returncode == 0, r.stderr
     assert reads_after(r.stdout, "reconnected") > 0, r.stdout
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return "127.0.0.1:%d" % s.getsockname()[1]
+
+
+def test_a_reader_down_at_start_shows_in_the_table_and_the_others_read_on(sim):
+    up, down = sim("--random-tags", 3, "--rate", 20), free_port()
+    r = uhfctl("--tcp", up.where, "--tcp", down, "inventory", "--duration", "2")
+    assert r.returncode == 3 and f"tcp {down} refused" in r.stderr, r.stderr
+    assert f"-- tcp {down}: not connected" in r.stdout and "3 unique tags" in r.stdout, r.stdout
+
+
+def test_reconnect_retries_a_reader_down_at_start(sim):
+    up, down = sim("--random-tags", 3, "--rate", 20), free_port()
+    t = later(1.5, lambda: sim("--random-tags", 3, "--rate", 20, at=down))
+    r = uhfctl("--tcp", down, "--tcp", up.where, "inventory", "--format", "json", "--duration", "6", "--reconnect")
+    t.join()
+    assert r.returncode == 0, r.stderr
+    assert {j["reader"] for j in json_lines(r.stdout) if "epc" in j} == {f"tcp {down}", f"tcp {up.where}"}
 
 
 def image(version, payload, damage=None):

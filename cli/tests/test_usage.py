@@ -1,7 +1,11 @@
 """Usage errors exit 2 with a message that names the problem; --help and --version."""
+import re
+import subprocess
+from pathlib import Path
+
 import pytest
 
-from conftest import uhfctl
+from conftest import UHFCTL, UHFSIM, uhfctl
 
 USAGE = [
     ([], "subcommand"),
@@ -42,3 +46,19 @@ def test_version_names_tool_and_library():
     r = uhfctl("--version")
     assert r.returncode == 0 and r.stdout.startswith("uhfctl ")
     assert "(commit " in r.stdout and "libuhfhost.so.1" in r.stdout
+
+
+@pytest.mark.parametrize("tool,page", [(UHFCTL, "uhfctl.1"), (UHFSIM, "uhfsim.1"), ("../gateway/uhfd", "uhfd.8")])
+def test_man_page_examples_one_a_line_and_no_stray_version(tool, page):
+    path, tool = Path(UHFCTL).parent / page, Path(UHFCTL).parent / tool
+    if not path.exists() or not tool.exists():
+        pytest.skip("built without help2man or without " + tool.name)
+    roff = path.read_text()
+    shown = roff.split(".SH EXAMPLES\n")[1].split(".SH")[0].replace("\\&", "").replace("\\-", "-")
+    printed = re.search(r"^Examples:\n((?:  .*\n)+)", help_of(tool), re.M).group(1)
+    assert [line.split() for line in shown.splitlines()[1:-1]] == [line.split() for line in printed.splitlines()]
+    assert not re.search(r"libuhfhost \d", roff)
+
+
+def help_of(tool):
+    return subprocess.run([tool, "--help"], capture_output=True, text=True).stdout
