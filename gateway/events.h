@@ -1,101 +1,69 @@
-// Tag reads and presence events, and the hub that hands them to every output.
+// Tag reads and presence events as they travel through the supervisor, their
+// JSON, and the hub that hands them to every output. A read is encoded once
+// per format in use, and not at all when nobody listens.
 #pragma once
 
-#include <condition_variable>
+#include <array>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
-
-#include "config.h"
 
 namespace uhfd {
 
+// One tag report, binary as the worker sent it. reader is the reader's index
+// in the configuration; the hub knows the names.
 struct Read {
-    std::string reader;
-    std::string epc, pc, data;  // hex
-    int rssi_tenths = 0;
-    int antenna = 0;
-    double time = 0;  // Unix seconds
+    uint16_t reader = 0;
+    uint8_t antenna = 0;
+    uint8_t epc_len = 0;   // bytes of epc in use
+    uint8_t data_len = 0;  // bytes of TID/USER data in use
+    uint16_t pc = 0;
+    int16_t rssi = 0;      // 0.1 dBm
+    int64_t time_ms = 0;   // Unix milliseconds
+    std::array<uint8_t, 62> epc{};
+    std::array<uint8_t, 255> data{};
 };
 
 struct Event {
-    enum Kind { Arrive, Depart } kind;
-    std::string reader, epc;
-    int antenna = 0;
-    double time = 0;
+    enum Kind : uint8_t { Arrive, Depart } kind = Arrive;
+    uint16_t reader = 0;
+    uint8_t antenna = 0;
+    uint8_t epc_len = 0;
+    std::array<uint8_t, 62> epc{};
+    int64_t time_ms = 0;
     uint64_t reads = 0;
-    double rssi_peak = 0, rssi_mean = 0;
+    int16_t rssi_peak = 0;  // 0.1 dBm
+    double rssi_mean = 0;   // dBm
 };
 
-std::string read_json(const Read& r);
-std::string event_json(const Event& e);
+// Appends the JSON object of a read or event to out (uhfctl's tag-read JSON:
+// {"time":…,"reader":…,"epc":…,"pc":…,"data"?:…,"rssi":…,"antenna":…}).
+void append_read_json(const Read& r, std::string_view reader, std::string& out);
+void append_event_json(const Event& e, std::string_view reader, std::string& out);
+// Upper-case hex of bytes, appended.
+void append_hex(const uint8_t* p, size_t n, std::string& out);
 
-struct PresentTag {
-    std::string reader, epc;
-    int antenna = 0;
-    double first = 0, last = 0;
-    uint64_t reads = 0;
-    int rssi_peak = -32768;
-    int64_t rssi_sum = 0;
-};
-
-// Who is in the field, per reader, antenna and EPC; bounded by max_tags.
-class Presence {
-public:
-    explicit Presence(const PresenceConfig& c) : c_(c) {}
-    // False when the filters drop the read; an arrival goes to arrived.
-    bool add(const Read& r, std::vector<Event>& arrived);
-    // Tags not seen for depart_after seconds leave.
-    void expire(double now, std::vector<Event>& departed);
-    std::vector<PresentTag> snapshot() const;
-    size_t count(const std::string& reader) const;
-    uint64_t evictions() const;
-
-private:
-    static Event event_of(Event::Kind k, const PresentTag& t, double time);
-    PresenceConfig c_;
-    mutable std::mutex mu_;
-    std::map<std::string, PresentTag> tags_;
-    uint64_t evictions_ = 0;
-};
-
-// A bounded queue of text lines for one stream subscriber; the oldest go
-// first when a slow client falls behind.
-class Subscriber {
-public:
-    void push(std::string line);
-    // Waits up to ms for a line; false on time-out.
-    bool pop(std::string& line, int ms);
-
-private:
-    std::mutex mu_;
-    std::condition_variable cv_;
-    std::deque<std::string> q_;
-};
-
-// Fans reads and events out to the outputs.
+// Fans reads and events out to the outputs, from the supervisor's thread.
+// Sinks get the object and its JSON, encoded once for all of them.
 class Hub {
 public:
-    using ReadSink = std::function<void(const Read&)>;
-    using EventSink = std::function<void(const Event&)>;
+    explicit Hub(std::vector<std::string> reader_names);
+    using ReadSink = std::function<void(const Read&, std::string_view json)>;
+    using EventSink = std::function<void(const Event&, std::string_view json)>;
     void on_read(ReadSink s) { read_sinks_.push_back(std::move(s)); }
     void on_event(EventSink s) { event_sinks_.push_back(std::move(s)); }
     void publish(const Read& r);
     void publish(const Event& e);
-    std::shared_ptr<Subscriber> subscribe();
-    void unsubscribe(const std::shared_ptr<Subscriber>& s);
+    const std::string& name(uint16_t reader) const { return names_[reader]; }
+    size_t readers() const { return names_.size(); }
 
 private:
-    void to_streams(const std::string& line);
+    std::vector<std::string> names_;
     std::vector<ReadSink> read_sinks_;
     std::vector<EventSink> event_sinks_;
-    std::mutex mu_;
-    std::vector<std::shared_ptr<Subscriber>> subs_;
+    std::string buf_;  // reused: no allocation per read once warm
 };
 
 }  // namespace uhfd
