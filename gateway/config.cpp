@@ -109,6 +109,21 @@ bool parse_settings(const std::string& text, ReaderSettings& out, std::string& e
     return true;
 }
 
+std::string settings_to_json(const ReaderSettings& s) {
+    json j = json::object();
+    auto put = [&](const char* key, const auto& v) {
+        if (v) j[key] = *v;
+    };
+    put("power", s.power);
+    put("antennas", s.antennas);
+    put("region", s.region);
+    put("session", s.session);
+    put("target", s.target);
+    put("q", s.q);
+    put("mode", s.mode);
+    return j.dump();
+}
+
 bool parse_config(const std::string& text, Config& out, std::string& err) {
     json j = json::parse(text, nullptr, false, true);
     if (j.is_discarded() || !j.is_object()) {

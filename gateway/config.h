@@ -59,6 +59,8 @@ bool parse_config(const std::string& json_text, Config& out, std::string& err);
 bool load_config(const std::string& path, Config& out, std::string& err);
 // Settings from a JSON object (the REST API's body uses the same names).
 bool parse_settings(const std::string& json_text, ReaderSettings& out, std::string& err);
+// The JSON object of settings, as parse_settings reads it back.
+std::string settings_to_json(const ReaderSettings& s);
 // The checks every settings source goes through.
 bool check_settings(const ReaderSettings& s, std::string& err);
 // The settings uhfd takes with their meanings and ranges, for --help.

@@ -1,8 +1,10 @@
 // uhfd: a gateway for UHF RFID reader modules. It keeps each configured
 // reader inventorying (reconnecting the ones it loses), tracks which tags
 // are in the field, and hands reads and arrive/depart events to MQTT, an
-// HTTP API with a live stream and a web page, and JSON lines.
+// HTTP API with a live stream and a web page, and JSON lines. Each reader
+// is served by a worker process: uhfd started again with --worker.
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -16,6 +18,7 @@
 #include "mqtt_out.h"
 #include "supervisor.h"
 #include "version.h"
+#include "worker.h"
 
 using namespace uhfd;
 
@@ -41,9 +44,18 @@ int usage(const std::string& what) {
     return 2;
 }
 
+// The program a worker runs: this one, wherever it was started from.
+std::string self_path(const char* argv0) {
+    char buf[4096];
+    const ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string(argv0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    // uhfd --worker FD NAME: one reader's worker, started by the supervisor.
+    if (argc >= 3 && std::string(argv[1]) == "--worker") return worker_main(std::atoi(argv[2]));
     CLI::App app{
         "uhfd - a gateway for UHF RFID reader modules: tag reads and arrive/depart events to MQTT, a REST "
         "API with a live stream and a web page, and JSON lines; readers reconnect by themselves.\n\n"
@@ -97,9 +109,11 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    Hub hub;
+    std::vector<std::string> names;
+    for (const ReaderConfig& r : c.readers) names.push_back(r.name);
+    Hub hub(names);
     Presence presence(c.presence);
-    Supervisor sup(c, hub, presence);
+    Supervisor sup(c, hub, presence, self_path(argv[0]));
     std::vector<std::unique_ptr<MqttOut>> mqtt_out;
     std::map<std::string, MqttOut*> by_reader;
     if (!c.mqtt.host.empty()) {
@@ -108,22 +122,23 @@ int main(int argc, char** argv) {
             if (!mqtt_out.back()->start(err)) return usage(err);
             by_reader[r.name] = mqtt_out.back().get();
         }
-        hub.on_read([&](const Read& r) { by_reader[r.reader]->read(read_json(r)); });
-        hub.on_event([&](const Event& e) { by_reader[e.reader]->event(event_json(e)); });
-        sup.on_state = [&](const std::string& reader, LinkState s) { by_reader[reader]->status(state_name(s)); };
+        hub.on_read([&](const Read& r, std::string_view json) { mqtt_out[r.reader]->read(json); });
+        hub.on_event([&](const Event& e, std::string_view json) { mqtt_out[e.reader]->event(json); });
+        sup.on_state = [&](const std::string& reader, LinkState s, const std::string&) {
+            by_reader[reader]->status(state_name(s));
+        };
     }
     FILE* lines = nullptr;
     if (!c.jsonl.empty()) {
         lines = c.jsonl == "-" ? stdout : std::fopen(c.jsonl.c_str(), "a");
         if (!lines) return usage("cannot write " + c.jsonl);
-        hub.on_read([lines](const Read& r) {
-            std::fprintf(lines, "%s\n", read_json(r).c_str());
+        auto line = [lines](std::string_view json) {
+            std::fwrite(json.data(), 1, json.size(), lines);
+            std::fputc('\n', lines);
             std::fflush(lines);
-        });
-        hub.on_event([lines](const Event& e) {
-            std::fprintf(lines, "%s\n", event_json(e).c_str());
-            std::fflush(lines);
-        });
+        };
+        hub.on_read([line](const Read&, std::string_view json) { line(json); });
+        hub.on_event([line](const Event&, std::string_view json) { line(json); });
     }
     HttpApi api(c, sup, hub, presence, mqtt_out);
     if (c.http_port != 0) {

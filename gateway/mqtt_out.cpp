@@ -85,13 +85,19 @@ void MqttOut::stop() {
     m_ = nullptr;
 }
 
-void MqttOut::read(const std::string& json) {
+void MqttOut::read(std::string_view json) {
     std::lock_guard<std::mutex> lock(mu_);
-    batch_.push_back(json);
-    if (batch_.size() >= c_.batch_size) cv_.notify_all();
+    batch_ += batch_n_ ? ',' : '[';
+    batch_ += json;
+    if (++batch_n_ < c_.batch_size) return;
+    batch_ += ']';
+    full_.push_back(std::move(batch_));
+    batch_.clear();
+    batch_n_ = 0;
+    cv_.notify_all();
 }
 
-void MqttOut::event(const std::string& json) { enqueue({base_ + "events", json, false}); }
+void MqttOut::event(std::string_view json) { enqueue({base_ + "events", std::string(json), false}); }
 
 void MqttOut::status(const std::string& state) {
     {
@@ -118,16 +124,15 @@ void MqttOut::enqueue(Message m) {
 }
 
 void MqttOut::flush_batch() {
-    std::vector<std::string> batch;
+    std::vector<std::string> full;
     {
         std::lock_guard<std::mutex> lock(mu_);
-        batch.swap(batch_);
+        full.swap(full_);
+        if (batch_n_) full.push_back(std::move(batch_) + "]");
+        batch_.clear();
+        batch_n_ = 0;
     }
-    for (size_t i = 0; i < batch.size(); i += c_.batch_size) {
-        std::string payload = "[";
-        for (size_t k = i; k < batch.size() && k < i + c_.batch_size; k++) payload += (k > i ? "," : "") + batch[k];
-        enqueue({base_ + "reads", payload + "]", false});
-    }
+    for (std::string& payload : full) enqueue({base_ + "reads", std::move(payload), false});
 }
 
 void MqttOut::drain() {
@@ -152,7 +157,7 @@ void MqttOut::flusher() {
     for (;;) {
         {
             std::unique_lock<std::mutex> lock(mu_);
-            cv_.wait_until(lock, next_flush, [&] { return stop_ || batch_.size() >= c_.batch_size; });
+            cv_.wait_until(lock, next_flush, [&] { return stop_ || !full_.empty(); });
             if (stop_) return;
             if (connected_ && !was_connected) queue_.push_front({base_ + "status", last_status_, true});
             was_connected = connected_;

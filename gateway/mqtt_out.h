@@ -9,6 +9,7 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -26,8 +27,8 @@ public:
     // Publishes "offline" and disconnects.
     void stop();
 
-    void read(const std::string& json);
-    void event(const std::string& json);
+    void read(std::string_view json);
+    void event(std::string_view json);
     void status(const std::string& state);
 
     size_t queued() const;
@@ -50,7 +51,11 @@ private:
     mutable std::mutex mu_;
     std::condition_variable cv_;
     std::deque<Message> queue_;
-    std::vector<std::string> batch_;
+    // Whole JSON arrays of batch_size reads, and the one being filled: a read
+    // is appended to text once, never held as a string of its own.
+    std::vector<std::string> full_;
+    std::string batch_;
+    size_t batch_n_ = 0;
     std::string last_status_ = "connecting";
     uint64_t dropped_ = 0;
     bool connected_ = false, stop_ = false;

@@ -1,12 +1,21 @@
 #include "supervisor.h"
 
-#include <chrono>
-#include <cmath>
-#include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include "UHF.h"
-#include "reader_settings.h"
+#include <cmath>
+#include <deque>
+
+#include "backoff.h"
 #include "tag_json.h"
+#include "worker_wire.h"
+
+extern char** environ;
 
 namespace uhfd {
 
@@ -14,35 +23,21 @@ using nlohmann::json;
 
 namespace {
 
-// A running reader that sent nothing for this long is asked whether it is there.
-constexpr double kQuietS = 1.5;
-constexpr unsigned kSimTags = 30;
-constexpr unsigned kSimRate = 300;
-constexpr const char* kBusy = "the gateway is busy or stopping; try again";
+constexpr int kTickMs = 100;
+// A worker that says nothing for this long is hung: killed and replaced.
+// Before its first word it may take longer (opening a link has its own limits).
+constexpr int64_t kSilentMs = 10000, kFirstWordMs = 30000;
+// A request the worker does not answer in this time fails.
+constexpr int64_t kRequestMs = 20000;
+// How long a stopping worker gets to stop its reader and close the link.
+constexpr int kStopWaitMs = 5000;
 
-// The reader's code of a word the configuration check accepted.
-uint8_t code_of(const char* setting, const std::string& word) {
-    int code = 0;
-    uhftools::choice_code(uhftools::setting_row(setting), word, code);
-    return static_cast<uint8_t>(code);
+int64_t now_ms() { return static_cast<int64_t>(uhftools::unix_now() * 1000); }
+
+std::string exit_text(int status) {
+    if (WIFSIGNALED(status)) return "the worker was killed by signal " + std::to_string(WTERMSIG(status));
+    return "the worker exited with status " + std::to_string(WEXITSTATUS(status));
 }
-
-std::string hex(const uint8_t* p, size_t n) {
-    static const char d[] = "0123456789ABCDEF";
-    std::string s;
-    for (size_t i = 0; i < n; i++) {
-        s += d[p[i] >> 4];
-        s += d[p[i] & 15];
-    }
-    return s;
-}
-
-bool is_sim(const std::string& uri) { return uri == "sim" || uri.rfind("sim:", 0) == 0; }
-
-// Set by the library's USB receive thread when the reader goes away; only
-// one USB reader can be open at a time.
-std::atomic<bool> g_usb_unplugged{false};
-void usb_unplugged(int) { g_usb_unplugged = true; }
 
 }  // namespace
 
@@ -56,355 +51,396 @@ const char* state_name(LinkState s) {
     return "?";
 }
 
-Supervisor::Supervisor(const Config& c, Hub& hub, Presence& presence) : config_(c), hub_(hub), presence_(presence) {
+struct Supervisor::Reader {
+    uint16_t index = 0;
+    ReaderConfig conf;
+    bool want_running = true;
+    pid_t pid = -1;
+    int fd = -1;
+    bool spoke = false;  // the worker has sent something since it started
+    int64_t spawned_ms = 0, last_word_ms = 0, next_try_ms = 0;
+    std::string why;  // the worker's last word on why its link failed
+    uhftools::Backoff backoff;
+    uint64_t rate_count = 0;
+    int64_t rate_mark_ms = 0;
+    ReaderView view;
+    struct Pending {
+        Done done;
+        int64_t deadline_ms;
+    };
+    std::map<uint32_t, Pending> pending;
+    std::deque<std::string> outgoing;  // messages for the worker, sent by the loop
+};
+
+Supervisor::Supervisor(const Config& c, Hub& hub, Presence& presence, std::string worker_exe)
+    : config_(c), hub_(hub), presence_(presence), worker_exe_(std::move(worker_exe)) {
     for (const ReaderConfig& rc : c.readers) {
-        Reader r;
-        r.conf = rc;
-        r.view.name = rc.name;
-        r.view.uri = rc.uri;
-        std::string err;
-        if (is_sim(rc.uri))
-            r.target.kind = uhftools::Target::Sim;
-        else
-            uhftools::parse_target(rc.uri, r.target, err);  // checked with the configuration
+        auto r = std::make_unique<Reader>();
+        r->index = static_cast<uint16_t>(readers_.size());
+        r->conf = rc;
+        r->view.name = rc.name;
+        r->view.uri = rc.uri;
+        r->view.info = r->view.settings = json::object();
         readers_.push_back(std::move(r));
     }
 }
 
 Supervisor::~Supervisor() { stop(); }
 
-void Supervisor::start() { thread_ = std::thread(&Supervisor::loop, this); }
+void Supervisor::start() {
+    if (pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0) wake_[0] = wake_[1] = -1;
+    thread_ = std::thread(&Supervisor::loop, this);
+}
 
 void Supervisor::stop() {
     stop_ = true;
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
     if (thread_.joinable()) thread_.join();
+    for (int& fd : wake_)
+        if (fd >= 0) close(std::exchange(fd, -1));
 }
 
 std::vector<ReaderView> Supervisor::readers() const {
     std::lock_guard<std::mutex> lock(mu_);
     std::vector<ReaderView> out;
-    for (const Reader& r : readers_) out.push_back(r.view);
+    for (const auto& r : readers_) out.push_back(r->view);
     return out;
 }
 
 bool Supervisor::has(const std::string& name) const {
-    for (const Reader& r : readers_)
-        if (r.conf.name == name) return true;
+    for (const auto& r : readers_)
+        if (r->conf.name == name) return true;
     return false;
 }
 
-Supervisor::Reader* Supervisor::find(const std::string& name) {
-    for (Reader& r : readers_)
-        if (r.conf.name == name) return &r;
-    return nullptr;
-}
-
-void Supervisor::loop() {
-    while (!stop_) {
-        run_jobs();
-        double now = uhftools::unix_now();
-        for (Reader& r : readers_)
-            if (r.slot < 0 && now >= r.next_try && !stop_) connect(r, uhftools::unix_now());
-        size_t n = take_reports(uhftools::unix_now());
-        tick(uhftools::unix_now());
-        if (n == 0) {
-            std::unique_lock<std::mutex> lock(mu_);
-            jobs_done_.wait_for(lock, std::chrono::milliseconds(5), [&] { return !jobs_.empty() || stop_; });
-        }
+json Supervisor::details(const std::string& name) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (const auto& r : readers_) {
+        if (r->conf.name != name) continue;
+        const ReaderView& v = r->view;
+        json out = {{"name", v.name},
+                    {"uri", v.uri},
+                    {"state", state_name(v.state)},
+                    {"reads", v.reads},
+                    {"reconnects", v.reconnects},
+                    {"reads_per_s", std::round(v.reads_per_s * 10) / 10},
+                    {"info", v.info},
+                    {"settings", v.settings}};
+        if (!v.error.empty()) out["error"] = v.error;
+        return out;
     }
-    run_jobs();
-    for (Reader& r : readers_) {
-        if (r.slot < 0 || !select(r)) continue;
-        if (r.view.state == LinkState::Running) UHFStopGet();
-        ClosePort();
-        r.slot = -1;
-        set_state(r, LinkState::Stopped);
+    return {{"name", name}, {"error", "no reader of that name"}};
+}
+
+// The loop's state that the HTTP threads' requests touch lives behind mu_;
+// the request is handed to the loop, which alone talks to workers.
+void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done done) {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto& r : readers_) {
+        if (r->conf.name != name) continue;
+        static uint32_t next_id = 0;
+        const uint32_t id = ++next_id;
+        std::string m;
+        wire::with_id(m, wire::kApply, id, settings_to_json(s));
+        r->outgoing.push_back(m);
+        r->pending[id] = {[this, idx = r->index, s, done](const std::string& err) {
+                              if (err.empty()) {
+                                  // What a new worker applies from now on.
+                                  std::lock_guard<std::mutex> l(mu_);
+                                  ReaderSettings& kept = readers_[idx]->conf.settings;
+                                  if (s.power) kept.power = s.power;
+                                  if (s.antennas) kept.antennas = s.antennas;
+                                  if (s.region) kept.region = s.region;
+                                  if (s.session) kept.session = s.session;
+                                  if (s.target) kept.target = s.target;
+                                  if (s.q) kept.q = s.q;
+                                  if (s.mode) kept.mode = s.mode;
+                              }
+                              done(err);
+                          },
+                          now_ms() + kRequestMs};
     }
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
 }
 
-void Supervisor::run_jobs() {
-    for (;;) {
-        std::function<void()> job;
-        {
-            std::lock_guard<std::mutex> lock(mu_);
-            if (jobs_.empty()) return;
-            job = std::move(jobs_.front());
-            jobs_.pop_front();
-        }
-        job();
+void Supervisor::set_inventory(const std::string& name, bool on, Done done) {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto& r : readers_) {
+        if (r->conf.name != name) continue;
+        static uint32_t next_id = 0x80000000;
+        const uint32_t id = ++next_id;
+        r->want_running = on;
+        std::string m;
+        wire::inventory(m, id, on);
+        r->outgoing.push_back(m);
+        r->pending[id] = {done, now_ms() + kRequestMs};
     }
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
 }
 
-std::optional<std::string> Supervisor::run_job(std::function<std::string()> job) {
-    auto done = std::make_shared<bool>(false);
-    auto result = std::make_shared<std::string>();
-    std::unique_lock<std::mutex> lock(mu_);
-    jobs_.push_back([this, job, done, result] {
-        std::string r = job();
-        std::lock_guard<std::mutex> l(mu_);
-        *result = r;
-        *done = true;
-        jobs_done_.notify_all();
-    });
-    jobs_done_.notify_all();
-    // Long enough for a reader being reconnected to time out first.
-    // A job still queued when the wait gives up runs later on its own copies.
-    if (!jobs_done_.wait_for(lock, std::chrono::seconds(20), [&] { return *done || stop_; }) || !*done)
-        return std::nullopt;
-    return *result;
-}
-
-bool Supervisor::select(const Reader& r) const { return r.slot >= 0 && LinkSelect(r.slot) == 0; }
-
-void Supervisor::set_state(Reader& r, LinkState s) {
+void Supervisor::set_state(Reader& r, LinkState s, const std::string& why) {
     {
         std::lock_guard<std::mutex> lock(mu_);
+        if (s == LinkState::Running || s == LinkState::Stopped) {
+            if (r.view.state == LinkState::Reconnecting && r.backoff.attempts()) r.view.reconnects++;
+            r.view.error.clear();
+        } else if (!why.empty()) {
+            r.view.error = why;
+        }
         if (r.view.state == s) return;
         r.view.state = s;
     }
-    if (on_state) on_state(r.conf.name, s);
+    if (on_state) on_state(r.conf.name, s, why);
 }
 
-void Supervisor::connect(Reader& r, double now) {
-    std::string err;
-    if (r.target.kind == uhftools::Target::Sim && !r.sim) {
-        unsigned tags = kSimTags;
-        if (r.conf.uri.size() > 4) tags = static_cast<unsigned>(std::stoul(r.conf.uri.substr(4)));
-        r.sim = std::make_unique<uhftools::SimReader>(tags, kSimRate, 1);
-        if (!r.sim->start(err)) r.sim.reset();
-        r.target.host = "127.0.0.1";
-        r.target.port = r.sim ? r.sim->port() : 0;
-    }
-    bool ok = (r.target.kind != uhftools::Target::Sim || r.sim) && uhftools::open_target(r.target, err);
-    if (ok) {
-        r.slot = LinkGetSelected();
-        if (r.target.kind == uhftools::Target::Usb) {
-            g_usb_unplugged = false;
-            SetDisconnectCallback(usb_unplugged);
-        }
-        if (!apply_now(r.conf.settings, err))
-            err = "settings: " + err;
-        else if (r.want_running && UHFInventory() != 0)
-            err = "the reader did not start its inventory";
-        else
-            err.clear();
-        ok = err.empty();
-        if (!ok) lose(r, err, now);
-    } else {
-        std::lock_guard<std::mutex> lock(mu_);
-        r.view.error = err;
-    }
-    if (!ok) {
-        if (r.view.state == LinkState::Running || r.view.state == LinkState::Stopped || r.view.reconnects ||
-            r.backoff.attempts())
-            set_state(r, LinkState::Reconnecting);
-        r.next_try = now + static_cast<double>(r.backoff.next().count()) / 1000.0;
+void Supervisor::spawn(Reader& r, int64_t now) {
+    int sv[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) {
+        r.next_try_ms = now + r.backoff.next().count();
         return;
     }
+    // The worker finds its end on descriptor 3; a dup2 onto itself would keep
+    // close-on-exec, so the end is moved off 3 first when it landed there.
+    if (sv[1] == 3) {
+        int moved = fcntl(sv[1], F_DUPFD_CLOEXEC, 4);
+        close(sv[1]);
+        sv[1] = moved;
+    }
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_adddup2(&fa, sv[1], 3);
+    std::string name = r.conf.name;
+    char* argv[] = {worker_exe_.data(), const_cast<char*>("--worker"), const_cast<char*>("3"), name.data(), nullptr};
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, worker_exe_.c_str(), &fa, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&fa);
+    close(sv[1]);
+    if (rc != 0) {
+        close(sv[0]);
+        set_state(r, LinkState::Reconnecting, "cannot start a worker: " + std::string(strerror(rc)));
+        r.next_try_ms = now + r.backoff.next().count();
+        return;
+    }
+    r.pid = pid;
+    r.fd = sv[0];
+    r.spoke = false;
+    r.why.clear();
+    r.spawned_ms = r.last_word_ms = now;
+    json start = {{"uri", r.conf.uri}, {"run", r.want_running}};
     {
         std::lock_guard<std::mutex> lock(mu_);
-        if (r.backoff.attempts() && r.view.state == LinkState::Reconnecting) r.view.reconnects++;
-        r.view.error.clear();
+        start["settings"] = json::parse(settings_to_json(r.conf.settings));
     }
-    r.backoff.reset();
-    r.last_report = r.last_probe = now;
-    set_state(r, r.want_running ? LinkState::Running : LinkState::Stopped);
+    std::string m;
+    wire::text(m, wire::kStart, start.dump());
+    send(r.fd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
-void Supervisor::lose(Reader& r, const std::string& why, double now) {
-    if (select(r)) ClosePort();
-    r.slot = -1;
+// The worker is finished, whatever it was doing: it is killed if it still
+// runs, its descriptors go with it, and its requests fail.
+void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completions& done) {
+    int status = 0;
+    kill(r.pid, SIGKILL);
+    waitpid(r.pid, &status, 0);
+    close(r.fd);
+    r.fd = -1;
+    r.pid = -1;
+    const std::string reason = !why.empty() ? why : !r.why.empty() ? r.why : exit_text(status);
     {
         std::lock_guard<std::mutex> lock(mu_);
-        r.view.error = why;
+        for (auto& [id, p] : r.pending) done.emplace_back(p.done, "the reader's link was lost: " + reason);
+        r.pending.clear();
     }
-    set_state(r, LinkState::Reconnecting);
-    r.next_try = now + static_cast<double>(r.backoff.next().count()) / 1000.0;
+    set_state(r, LinkState::Reconnecting, reason);
+    r.next_try_ms = now + r.backoff.next().count();
 }
 
-bool Supervisor::apply_now(const ReaderSettings& s, std::string& err) {
-    auto refused = [&](const std::string& what) {
-        err = "the reader refused the " + what;
-        return false;
-    };
-    if (s.power && !uhftools::set_power_everywhere(false, static_cast<uint16_t>(*s.power * 100)))
-        return refused("power");
-    if (s.antennas) {
-        unsigned mask = 0;
-        for (int a : *s.antennas) mask |= 1u << (a - 1);
-        uint8_t b[2] = {static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)};
-        if (UHFSetANT(0, b) != 0) return refused("antennas");
+void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
+    static char buf[wire::kMaxMessage];
+    // A bounded number per pass, so one busy reader cannot starve the others.
+    for (int i = 0; i < 64 && r.fd >= 0; i++) {
+        const ssize_t n = recv(r.fd, buf, sizeof buf, MSG_DONTWAIT);
+        if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        if (n <= 0) return gone(r, "", now, done);
+        const std::string_view d(buf, static_cast<size_t>(n));
+        wire::Message m;
+        if (!wire::decode(d, m)) return gone(r, "the worker sent a message that does not parse", now, done);
+        r.spoke = true;
+        r.last_word_ms = now;
+        switch (m.type) {
+            case wire::kReads: {
+                batch_.clear();
+                if (!wire::decode_reads(d, r.index, batch_))
+                    return gone(r, "the worker sent reads that do not parse", now, done);
+                {
+                    std::lock_guard<std::mutex> lock(mu_);
+                    r.view.reads += batch_.size();
+                    for (const Read& rd : batch_) r.view.per_antenna[rd.antenna]++;
+                }
+                r.rate_count += batch_.size();
+                for (const Read& rd : batch_) {
+                    events_.clear();
+                    if (!presence_.add(rd, events_)) continue;
+                    hub_.publish(rd);
+                    for (const Event& e : events_) hub_.publish(e);
+                }
+                break;
+            }
+            case wire::kState:
+                if (m.value > static_cast<uint8_t>(LinkState::Reconnecting)) break;
+                if (static_cast<LinkState>(m.value) == LinkState::Reconnecting) {
+                    r.why = std::string(m.text);  // its last word: the exit follows
+                    break;
+                }
+                r.backoff.reset();
+                set_state(r, static_cast<LinkState>(m.value), std::string(m.text));
+                break;
+            case wire::kDetails: {
+                json d = json::parse(m.text, nullptr, false);
+                if (!d.is_object()) break;
+                std::lock_guard<std::mutex> lock(mu_);
+                r.view.info = d.value("info", json::object());
+                r.view.settings = d.value("settings", json::object());
+                break;
+            }
+            case wire::kReply: {
+                std::lock_guard<std::mutex> lock(mu_);
+                auto it = r.pending.find(m.id);
+                if (it == r.pending.end()) break;
+                done.emplace_back(std::move(it->second.done), std::string(m.text));
+                r.pending.erase(it);
+                break;
+            }
+            default: break;
+        }
     }
-    if (s.region && UHFSetRegion(0, code_of("region", *s.region)) != 0) return refused("region");
-    if (s.session || s.target || s.q) {
-        uhftools::Gen2Block g;
-        if (!uhftools::read_gen2(g)) return refused("Gen2 query");
-        for (auto [name, v] : {std::pair{"session", &s.session}, {"target", &s.target}, {"q", &s.q}})
-            if (*v) g.f[uhftools::setting_row(name).gen2] = static_cast<uint8_t>(**v);
-        if (!uhftools::write_gen2(g)) return refused("Gen2 parameters");
-    }
-    if (s.mode && UHFSetEPCTIDUSERMode(0, code_of("mode", *s.mode), 0, 0) != 0) return refused("inventory mode");
-    return true;
 }
 
-size_t Supervisor::take_reports(double now) {
-    uint8_t out[512];
-    int len = 0;
-    size_t n = 0;
-    // A bounded batch per pass keeps jobs and link checks going at any read rate.
-    while (n < 2000 && UHFGetTagData(&len, out) == 0) {
-        n++;
-        int slot = -1, rssi = 0, antenna = 1;
-        const uint8_t* uii = nullptr;
-        size_t uii_len = 0;
-        for (int i = 0; len <= static_cast<int>(sizeof out) && i + 2 <= len;) {
-            uint8_t type = out[i], k = out[i + 1];
-            const uint8_t* v = out + i + 2;
-            if (i + 2 + k > len) break;
-            if (type == 0x01 && k == 2) slot = v[0] << 8 | v[1];
-            if (type == 0x06) uii = v, uii_len = k;
-            if (type == 0x04 && k == 2) rssi = static_cast<int16_t>(v[0] << 8 | v[1]);
-            if (type == 0x05 && k == 1) antenna = v[0];
-            i += 2 + k;
-        }
-        Reader* r = nullptr;
-        for (Reader& c : readers_)
-            if (c.slot >= 0 && c.slot == slot) r = &c;
-        if (!r || uii_len < 2) continue;
-        r->last_report = now;
-        r->rate_count++;
-        Read rd{r->conf.name, hex(uii + 2, uii_len - 2), hex(uii, 2), "", rssi, antenna, now};
-        {
-            std::lock_guard<std::mutex> lock(mu_);
-            r->view.reads++;
-            r->view.per_antenna[antenna]++;
-        }
-        std::vector<Event> arrived;
-        if (!presence_.add(rd, arrived)) continue;
-        hub_.publish(rd);
-        for (const Event& e : arrived) hub_.publish(e);
+// Hands queued requests to the worker; with no worker, a settings change
+// fails and an inventory switch waits for the next connect.
+void Supervisor::flush(Reader& r, int64_t now, Completions& done) {
+    std::deque<std::string> out;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        out.swap(r.outgoing);
     }
-    return n;
-}
-
-void Supervisor::tick(double now) {
-    for (Reader& r : readers_) {
-        if (now - r.rate_mark >= 1.0) {
-            std::lock_guard<std::mutex> lock(mu_);
-            r.view.reads_per_s = r.rate_mark > 0 ? static_cast<double>(r.rate_count) / (now - r.rate_mark) : 0;
-            r.rate_count = 0;
-            r.rate_mark = now;
-        }
-        if (r.slot >= 0 && r.target.kind == uhftools::Target::Usb && g_usb_unplugged.exchange(false)) {
-            lose(r, "the USB reader was unplugged", now);
+    for (const std::string& m : out) {
+        wire::Message msg;
+        wire::decode(m, msg);
+        if (r.fd >= 0) {
+            if (send(r.fd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(m.size())) continue;
+            gone(r, "the worker does not take requests", now, done);
             continue;
         }
-        if (r.slot < 0 || r.view.state != LinkState::Running) continue;
-        if (now - r.last_report < kQuietS || now - r.last_probe < kQuietS) continue;
-        // Quiet: an empty field, or a reader that went away. Ask it.
-        r.last_probe = now;
-        uint8_t version[16];
-        bool there = select(r);
-        if (there) {
-            UHFStopGet();
-            there = UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
-        }
-        if (!there) lose(r, "it stopped sending and does not answer", uhftools::unix_now());
+        std::lock_guard<std::mutex> lock(mu_);
+        auto it = r.pending.find(msg.id);
+        if (it == r.pending.end()) continue;
+        done.emplace_back(std::move(it->second.done), msg.type == wire::kApply ? "the reader is not connected" : "");
+        r.pending.erase(it);
     }
-    std::vector<Event> departed;
-    presence_.expire(now, departed);
-    for (const Event& e : departed) hub_.publish(e);
 }
 
-json Supervisor::details(const std::string& name) {
-    auto text = run_job([this, name]() -> std::string {
-        json out;
-        Reader* r = find(name);
-        ReaderView v;
-        {
-            std::lock_guard<std::mutex> lock(mu_);
-            v = r->view;
+void Supervisor::tick(int64_t now, Completions& done) {
+    for (auto& rp : readers_) {
+        Reader& r = *rp;
+        if (r.fd < 0 && now >= r.next_try_ms) spawn(r, now);
+        if (r.fd >= 0 && now - r.last_word_ms > (r.spoke ? kSilentMs : kFirstWordMs))
+            gone(r, "the worker stopped answering", now, done);
+        std::lock_guard<std::mutex> lock(mu_);
+        for (auto it = r.pending.begin(); it != r.pending.end();) {
+            if (now < it->second.deadline_ms) {
+                ++it;
+                continue;
+            }
+            done.emplace_back(std::move(it->second.done), "the reader did not answer in time");
+            it = r.pending.erase(it);
         }
-        out = {{"name", v.name},
-               {"uri", v.uri},
-               {"state", state_name(v.state)},
-               {"reads", v.reads},
-               {"reconnects", v.reconnects},
-               {"reads_per_s", std::round(v.reads_per_s * 10) / 10}};
-        if (!v.error.empty()) out["error"] = v.error;
-        if (!select(*r)) return out.dump();
-        bool running = v.state == LinkState::Running;
-        if (running) UHFStopGet();
-        uint8_t b[300] = {}, power = 0, region = 0, mode = 0, ant[2] = {};
-        uhftools::Gen2Block g;
-        unsigned id = 0;
-        json info, settings;
-        if (UHFGetSoftwareVersion(b) == 0 && b[0] >= 1)
-            info["software"] = std::string(reinterpret_cast<char*>(b + 1), b[0] - 1u);
-        if (UHFGetHardwareVersion(b) == 0) info["hardware"] = std::string(reinterpret_cast<char*>(b + 1), b[0]);
-        if (UHFGetDeviceID(&id) == 0) {
-            char t[16];
-            std::snprintf(t, sizeof t, "%08X", id);
-            info["device_id"] = t;
+        if (now - r.rate_mark_ms >= 1000) {
+            r.view.reads_per_s = r.rate_mark_ms ? static_cast<double>(r.rate_count) * 1000.0 / static_cast<double>(now - r.rate_mark_ms) : 0;
+            r.rate_count = 0;
+            r.rate_mark_ms = now;
         }
-        if (UHFGetPower(&power) == 0) settings["power"] = power;
-        if (UHFGetANT(ant) == 0) {
-            json list = json::array();
-            for (int a = 0; a < 16; a++)
-                if ((ant[0] << 8 | ant[1]) >> a & 1) list.push_back(a + 1);
-            settings["antennas"] = list;
-        }
-        if (UHFGetRegion(&region) == 0)
-            settings["region"] = uhftools::choice_word(uhftools::setting_row("region"), region);
-        if (uhftools::read_gen2(g))
-            for (const char* name : {"session", "target", "q"}) settings[name] = g.f[uhftools::setting_row(name).gen2];
-        if (UHFGetEPCTIDMode(&mode) == 0) settings["mode"] = uhftools::choice_word(uhftools::setting_row("mode"), mode);
-        if (running) UHFInventory();
-        out["info"] = info;
-        out["settings"] = settings;
-        return out.dump();
-    });
-    if (!text) return {{"name", name}, {"error", kBusy}};
-    return json::parse(*text);
+    }
+    events_.clear();
+    presence_.expire(now, events_);
+    for (const Event& e : events_) hub_.publish(e);
 }
 
-std::string Supervisor::apply(const std::string& name, const ReaderSettings& s) {
-    return run_job([this, name, s]() -> std::string {
-               Reader* r = find(name);
-               if (!select(*r)) return "the reader is not connected";
-               bool running = r->view.state == LinkState::Running;
-               if (running) UHFStopGet();
-               std::string err;
-               bool ok = apply_now(s, err);
-               if (running) UHFInventory();
-               if (!ok) return err;
-               // What a reconnect applies from now on.
-               ReaderSettings& kept = r->conf.settings;
-               if (s.power) kept.power = s.power;
-               if (s.antennas) kept.antennas = s.antennas;
-               if (s.region) kept.region = s.region;
-               if (s.session) kept.session = s.session;
-               if (s.target) kept.target = s.target;
-               if (s.q) kept.q = s.q;
-               if (s.mode) kept.mode = s.mode;
-               return "";
-           })
-        .value_or(kBusy);
+void Supervisor::loop() {
+    std::vector<pollfd> fds;
+    int64_t next_tick = 0;
+    while (!stop_) {
+        fds.assign(1, {wake_[0], POLLIN, 0});
+        for (auto& r : readers_) fds.push_back({r->fd, POLLIN, 0});
+        const int64_t now0 = now_ms();
+        poll(fds.data(), fds.size(), static_cast<int>(std::clamp<int64_t>(next_tick - now0, 0, kTickMs)));
+        char sink[64];
+        while (read(wake_[0], sink, sizeof sink) > 0) {
+        }
+        Completions done;
+        const int64_t now = now_ms();
+        for (size_t i = 0; i < readers_.size(); i++) {
+            Reader& r = *readers_[i];
+            if (r.fd >= 0 && fds[i + 1].fd == r.fd && fds[i + 1].revents) receive(r, now, done);
+            flush(r, now, done);
+        }
+        if (now >= next_tick) {
+            tick(now, done);
+            next_tick = now + kTickMs;
+        }
+        for (auto& [f, err] : done) if (f) f(err);
+    }
+    stop_workers();
 }
 
-std::string Supervisor::set_inventory(const std::string& name, bool on) {
-    return run_job([this, name, on]() -> std::string {
-               Reader* r = find(name);
-               r->want_running = on;
-               if (!select(*r)) return "";  // applies when it connects
-               if (on == (r->view.state == LinkState::Running)) return "";
-               if (on ? UHFInventory() != 0 : UHFStopGet() != 0)
-                   return on ? "the reader did not start its inventory" : "the reader did not confirm the stop";
-               r->last_report = r->last_probe = uhftools::unix_now();
-               set_state(*r, on ? LinkState::Running : LinkState::Stopped);
-               return "";
-           })
-        .value_or(kBusy);
+// Every worker is asked to stop its reader and close its link, and given
+// time to; what is still there after that is killed.
+void Supervisor::stop_workers() {
+    std::string m;
+    wire::bare(m, wire::kStop);
+    for (auto& r : readers_)
+        if (r->fd >= 0) send(r->fd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    const int64_t end = now_ms() + kStopWaitMs;
+    Completions done;
+    for (;;) {
+        std::vector<pollfd> fds;
+        for (auto& r : readers_)
+            if (r->fd >= 0) fds.push_back({r->fd, POLLIN, 0});
+        const int64_t now = now_ms();
+        if (fds.empty() || now >= end) break;
+        poll(fds.data(), fds.size(), static_cast<int>(end - now));
+        for (auto& r : readers_) {
+            if (r->fd < 0) continue;
+            char buf[wire::kMaxMessage];
+            for (;;) {
+                const ssize_t n = recv(r->fd, buf, sizeof buf, MSG_DONTWAIT);
+                wire::Message msg;
+                if (n > 0 && wire::decode({buf, static_cast<size_t>(n)}, msg) && msg.type == wire::kState &&
+                    msg.value == static_cast<uint8_t>(LinkState::Stopped))
+                    set_state(*r, LinkState::Stopped, "");
+                if (n > 0) continue;
+                if (n < 0 && errno == EAGAIN) break;
+                int status = 0;
+                waitpid(r->pid, &status, 0);
+                close(r->fd);
+                r->fd = -1;
+                break;
+            }
+        }
+    }
+    for (auto& r : readers_) {
+        if (r->fd >= 0) {
+            kill(r->pid, SIGKILL);
+            waitpid(r->pid, nullptr, 0);
+            close(r->fd);
+            r->fd = -1;
+        }
+        set_state(*r, LinkState::Stopped, "");
+        std::lock_guard<std::mutex> lock(mu_);
+        for (auto& [id, p] : r->pending) done.emplace_back(p.done, "the gateway is stopping");
+        r->pending.clear();
+    }
+    for (auto& [f, err] : done) if (f) f(err);
 }
 
 }  // namespace uhfd

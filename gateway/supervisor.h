@@ -60,8 +60,18 @@ public:
 
 private:
     struct Reader;
+    using Completions = std::vector<std::pair<Done, std::string>>;
     void loop();
+    void spawn(Reader& r, int64_t now);
+    void gone(Reader& r, const std::string& why, int64_t now, Completions& done);
+    void receive(Reader& r, int64_t now, Completions& done);
+    void flush(Reader& r, int64_t now, Completions& done);
+    void tick(int64_t now, Completions& done);
+    void set_state(Reader& r, LinkState s, const std::string& why);
+    void stop_workers();
     std::vector<std::unique_ptr<Reader>> readers_;
+    std::vector<Read> batch_;  // the loop's buffer for a decoded batch
+    std::vector<Event> events_;
     Config config_;
     Hub& hub_;
     Presence& presence_;
