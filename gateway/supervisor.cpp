@@ -292,8 +292,8 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                     r.why = std::string(m.text);  // its last word: the exit follows
                     break;
                 }
-                r.backoff.reset();
                 set_state(r, static_cast<LinkState>(m.value), std::string(m.text));
+                r.backoff.reset();
                 break;
             case wire::kDetails: {
                 json d = json::parse(m.text, nullptr, false);
