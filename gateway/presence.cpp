@@ -125,7 +125,7 @@ struct Presence::Impl {
         tag.last_ms = r.time_ms;
         auto node = by_last_seen.extract(t.slot);
         node.key() = r.time_ms;
-        t.slot = by_last_seen.insert(std::move(node));
+        t.slot = by_last_seen.insert(by_last_seen.end(), std::move(node));  // usually the newest: no search
     }
 
     Tracked& admit(const TagKey& key, const Read& r) {
