@@ -9,17 +9,15 @@
 namespace uhfd {
 namespace {
 
-Read read_of(int64_t time_ms, int16_t rssi, std::vector<uint8_t> data = {}) {
-    Read r;
-    r.antenna = 1;
-    r.epc_len = 4;
-    r.epc = {0xE2, 0x00, 0x34, 0x0F};
-    r.pc = 0x3000;
-    r.rssi = rssi;
-    r.time_ms = time_ms;
-    r.data_len = static_cast<uint8_t>(data.size());
-    std::copy(data.begin(), data.end(), r.data.begin());
-    return r;
+Read read_of(int64_t time_ms, int16_t rssi, uint8_t data_len = 0) {
+    return Read{.antenna = 1,
+                .epc_len = 4,
+                .data_len = data_len,
+                .pc = 0x3000,
+                .rssi = rssi,
+                .time_ms = time_ms,
+                .epc = {0xE2, 0x00, 0x34, 0x0F},
+                .data = {0xAB, 0x01}};
 }
 
 TEST(ReadJson, MatchesTheToolsFormat) {
@@ -31,7 +29,7 @@ TEST(ReadJson, MatchesTheToolsFormat) {
     const Row rows[] = {
         {read_of(1795504220714, -743), "dock-1",
          R"({"time":1795504220.714,"reader":"dock-1","epc":"E200340F","pc":"3000","rssi":-74.3,"antenna":1})"},
-        {read_of(1795504220700, -700, {0xAB, 0x01}), "dock-1",
+        {read_of(1795504220700, -700, 2), "dock-1",
          R"({"time":1795504220.7,"reader":"dock-1","epc":"E200340F","pc":"3000","data":"AB01","rssi":-70,"antenna":1})"},
         {read_of(1795504220000, 5), "a\"b\\c\n",
          R"({"time":1795504220,"reader":"a\"b\\c\u000a","epc":"E200340F","pc":"3000","rssi":0.5,"antenna":1})"},
@@ -44,15 +42,14 @@ TEST(ReadJson, MatchesTheToolsFormat) {
 }
 
 TEST(EventJson, CarriesTheVisitWithTheMeanToATenth) {
-    Event e;
-    e.kind = Event::Depart;
-    e.antenna = 2;
-    e.epc_len = 2;
-    e.epc = {0xE2, 0x0A};
-    e.time_ms = 1795504225001;
-    e.reads = 12;
-    e.rssi_peak = -600;
-    e.rssi_mean = -74.26;
+    const Event e{.kind = Event::Depart,
+                  .antenna = 2,
+                  .epc_len = 2,
+                  .epc = {0xE2, 0x0A},
+                  .time_ms = 1795504225001,
+                  .reads = 12,
+                  .rssi_peak = -600,
+                  .rssi_mean = -74.26};
     std::string out;
     append_event_json(e, "dock-1", out);
     EXPECT_EQ(out, R"({"event":"depart","time":1795504225.001,"reader":"dock-1","epc":"E20A","antenna":2,)"
