@@ -1,5 +1,6 @@
 #include "tag_json.h"
 
+#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -7,28 +8,43 @@
 
 namespace uhftools {
 
-std::string json_string(const std::string& s) {
-    std::string out = "\"";
+void append_json_string(std::string_view s, std::string& out) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    out += '"';
     for (unsigned char c : s) {
         if (c == '"' || c == '\\') {
             out += '\\';
             out += static_cast<char>(c);
         } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
+            out.append("\\u00");
+            out += kHex[c >> 4];
+            out += kHex[c & 0xF];
         } else {
             out += static_cast<char>(c);
         }
     }
-    return out + "\"";
+    out += '"';
+}
+
+void append_json_number(double v, std::string& out) {
+    if (!std::isfinite(v)) {
+        out.append("null");
+        return;
+    }
+    char b[32];  // the longest shortest form of a double is 24 characters
+    out.append(b, std::to_chars(b, b + sizeof b, v).ptr);
+}
+
+std::string json_string(const std::string& s) {
+    std::string out;
+    append_json_string(s, out);
+    return out;
 }
 
 std::string json_number(double v) {
-    if (!std::isfinite(v)) return "null";
-    char b[32];
-    std::snprintf(b, sizeof b, "%.15g", v);
-    return b;
+    std::string out;
+    append_json_number(v, out);
+    return out;
 }
 
 std::string tag_json(const TagJson& t) {

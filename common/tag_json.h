@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace uhftools {
 
@@ -27,5 +28,8 @@ std::string iso8601(double unix_seconds);  // "2025-11-25T06:13:20.123Z"
 std::string json_string(const std::string& s);
 // A number as JSON prints it (shortest form that reads back, no trailing zeros).
 std::string json_number(double v);
+// The same, appended to out: encoders on a hot path reuse one buffer.
+void append_json_string(std::string_view s, std::string& out);
+void append_json_number(double v, std::string& out);
 
 }  // namespace uhftools

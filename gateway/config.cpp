@@ -1,6 +1,7 @@
 #include "config.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -201,6 +202,9 @@ bool parse_config(const std::string& text, Config& out, std::string& err) {
             return false;
         if (c.presence.depart_after <= 0 || max_tags < 1)
             return (err = "presence.depart_after and presence.max_tags must be above 0", false);
+        if (!std::all_of(c.presence.epc_prefix.begin(), c.presence.epc_prefix.end(),
+                         [](unsigned char ch) { return std::isxdigit(ch); }))
+            return (err = "presence.epc_prefix must be hex digits", false);
         c.presence.max_tags = static_cast<size_t>(max_tags);
     }
     if (c.http_port < 0 || c.http_port > 65535 || c.mqtt.port < 1 || c.mqtt.port > 65535)
