@@ -31,8 +31,13 @@ void append_json_number(double v, std::string& out) {
         out.append("null");
         return;
     }
-    char b[32];  // the longest shortest form of a double is 24 characters
-    out.append(b, std::to_chars(b, b + sizeof b, v).ptr);
+    // Plain decimals for everything a read carries (Unix times, dBm), so that
+    // 1800000000.0 prints as such and not as 1.8e+09; the exponent form only
+    // where plain digits would run long.
+    char b[64];
+    const double a = std::fabs(v);
+    const bool plain = a == 0 || (a >= 1e-6 && a < 1e15);
+    out.append(b, (plain ? std::to_chars(b, b + sizeof b, v, std::chars_format::fixed) : std::to_chars(b, b + sizeof b, v)).ptr);
 }
 
 std::string json_string(const std::string& s) {
