@@ -61,6 +61,15 @@ bool settings_from(const json& j, ReaderSettings& s, std::string& err, const std
            optional_field(j, "mode", s.mode, err, where) && (check_settings(s, err) || (err = where + err, false));
 }
 
+// Names as a browser sends them in Host: letters, digits, dots and dashes.
+bool host_names_ok(const std::vector<std::string>& names, std::string& err) {
+    for (const std::string& n : names)
+        if (n.empty() || n.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-") !=
+                             std::string::npos)
+            return (err = "http.names: \"" + n + "\" is not a host name", false);
+    return true;
+}
+
 }  // namespace
 
 bool check_settings(const ReaderSettings& s, std::string& err) {
@@ -188,7 +197,8 @@ bool parse_config(const std::string& text, Config& out, std::string& err) {
     if (j.contains("http")) {
         const json& h = j["http"];
         if (!field(h, "bind", c.http_bind, err, "http.") || !field(h, "port", c.http_port, err, "http.") ||
-            !field(h, "token", c.token, err, "http."))
+            !field(h, "token", c.token, err, "http.") || !field(h, "names", c.http_names, err, "http.") ||
+            !host_names_ok(c.http_names, err))
             return false;
     }
     if (!field(j, "jsonl", c.jsonl, err, "")) return false;
@@ -225,6 +235,17 @@ bool load_config(const std::string& path, Config& out, std::string& err) {
         err = path + ": " + err;
         return false;
     }
+    return true;
+}
+
+bool read_token_file(const std::string& path, std::string& token, std::string& err) {
+    std::ifstream in(path);
+    std::string line;
+    if (!in || !std::getline(in, line)) return (err = path + ": cannot read a token from it", false);
+    const char* space = " \t\r\n";
+    size_t first = line.find_first_not_of(space);
+    if (first == std::string::npos) return (err = path + ": the first line holds no token", false);
+    token = line.substr(first, line.find_last_not_of(space) - first + 1);
     return true;
 }
 

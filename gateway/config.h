@@ -50,13 +50,18 @@ struct Config {
     std::string http_bind = "127.0.0.1";
     int http_port = 8080;  // 0: no HTTP
     std::string token;     // guards every write when set
-    std::string jsonl;     // "-" for standard output, a path, or empty
+    // Host names the HTTP API answers to besides localhost, loopback
+    // addresses and the bind address (what a browser puts in Host).
+    std::vector<std::string> http_names;
+    std::string jsonl;  // "-" for standard output, a path, or empty
     PresenceConfig presence;
 };
 
 // Parses a configuration document; false with err naming the field at fault.
 bool parse_config(const std::string& json_text, Config& out, std::string& err);
 bool load_config(const std::string& path, Config& out, std::string& err);
+// The first line of a file, trimmed: a token kept out of the command line.
+bool read_token_file(const std::string& path, std::string& token, std::string& err);
 // Settings from a JSON object (the REST API's body uses the same names).
 bool parse_settings(const std::string& json_text, ReaderSettings& out, std::string& err);
 // The JSON object of settings, as parse_settings reads it back.

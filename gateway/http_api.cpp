@@ -1,176 +1,238 @@
 #include "http_api.h"
 
-#include <httplib.h>
+#include <unistd.h>
 
-#include <cmath>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <charconv>
 
+#include "http_listen.h"
+#include "http_metrics.h"
+#include "http_reply.h"
+#include "http_routes.h"
+#include "http_views.h"
 #include "mqtt_out.h"
-#include "tag_json.h"
 
 namespace uhfd {
 
-using nlohmann::json;
-
 namespace {
 
-void reply(httplib::Response& res, int status, const json& body) {
-    res.status = status;
-    res.set_content(body.dump(), "application/json");
+constexpr size_t kMaxHeaders = 64;
+constexpr size_t kMaxHeaderBytes = 8 * 1024;
+constexpr size_t kMaxBody = 64 * 1024;
+constexpr unsigned kMaxConnections = 1200;  // 1,024 stream clients and room for everyone else
+constexpr unsigned kIdleSeconds = 30;       // a suspended stream is not idle: it never times out
+constexpr size_t kConnectionMemory = 32 * 1024;
+
+struct Tally {
+    size_t count = 0, bytes = 0;
+    bool utf8 = true;
+};
+
+MHD_Result count_value(void* cls, MHD_ValueKind, const char* key, size_t key_size, const char* value,
+                       size_t value_size) {
+    auto& t = *static_cast<Tally*>(cls);
+    t.count++;
+    t.bytes += key_size + value_size + 4;  // ": " and CRLF
+    t.utf8 = t.utf8 && valid_utf8({key, key_size}) && (!value || valid_utf8({value, value_size}));
+    return MHD_YES;
 }
 
-void error(httplib::Response& res, int status, const std::string& what) { reply(res, status, {{"error", what}}); }
-
-json view_json(const ReaderView& v) {
-    json j = {{"name", v.name},
-              {"uri", v.uri},
-              {"state", state_name(v.state)},
-              {"reads", v.reads},
-              {"reads_per_s", std::round(v.reads_per_s * 10) / 10},
-              {"reconnects", v.reconnects}};
-    if (!v.error.empty()) j["error"] = v.error;
-    return j;
+Tally tally(MHD_Connection* conn, MHD_ValueKind kind) {
+    Tally t;
+    MHD_get_connection_values_n(conn, kind, count_value, &t);
+    return t;
 }
 
-std::string label(const std::string& v) { return uhftools::json_string(v); }  // Prometheus label quoting matches JSON's
+const char* header(MHD_Connection* conn, const char* name) {
+    return MHD_lookup_connection_value(conn, MHD_HEADER_KIND, name);
+}
+
+bool body_too_long(MHD_Connection* conn) {
+    const char* text = header(conn, "Content-Length");
+    if (!text) return false;
+    std::string_view len(text);
+    unsigned long long n = 0;
+    auto [end, ec] = std::from_chars(len.data(), len.data() + len.size(), n);
+    return ec == std::errc::result_out_of_range || (ec == std::errc() && n > kMaxBody);
+}
+
+const char* allow_header(const RouteMatch& m) { return m.write() ? m.method() : "GET, HEAD"; }
 
 }  // namespace
 
+struct HttpApi::Request {
+    RouteMatch route;
+    bool head = false;
+    std::string body;
+    std::shared_ptr<Waiting> waiting;  // set once a write has gone to the supervisor
+};
+
 HttpApi::HttpApi(const Config& c, Supervisor& s, Hub& hub, Presence& presence,
                  const std::vector<std::unique_ptr<MqttOut>>& mqtt)
-    : c_(c), sup_(s), hub_(hub), presence_(presence), mqtt_(mqtt), srv_(std::make_unique<httplib::Server>()) {}
+    : c_(c), sup_(s), hub_(hub), presence_(presence), mqtt_(mqtt) {}
 
 HttpApi::~HttpApi() { stop(); }
 
 bool HttpApi::start(std::string& err) {
-    routes();
-    port_ = c_.http_port;
-    if (!srv_->bind_to_port(c_.http_bind.c_str(), port_)) {
-        err = "http: cannot listen on " + c_.http_bind + ":" + std::to_string(port_);
+    ListenAddress where;
+    if (!resolve_listen(c_.http_bind, c_.http_port, where, err)) return false;
+    if (!where.loopback() && c_.token.empty()) {
+        err = "refusing to serve HTTP on " + where.text +
+              " without a token: other hosts could change the readers; give one (--token-file FILE, UHFD_TOKEN "
+              "or http.token) or bind a loopback address";
         return false;
     }
-    thread_ = std::thread([this] { srv_->listen_after_bind(); });
+    int fd = listen_on(where, err);
+    if (fd < 0) return false;
+    raise_descriptor_limit();
+    hosts_ = std::make_unique<HostRule>(c_.http_bind, where.wildcard(), c_.http_names);
+    streams_ = std::make_shared<StreamClients>(StreamClients::Limits{});
+    daemon_ = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr,
+                               nullptr, &on_request, this, MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_CONNECTION_LIMIT,
+                               kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_NOTIFY_COMPLETED,
+                               &on_completed, this, MHD_OPTION_END);
+    if (!daemon_) {
+        close(fd);
+        err = "cannot serve HTTP on " + where.text + ": libmicrohttpd did not start";
+        return false;
+    }
+    hub_.on_read([s = streams_](const Read&, std::string_view json) { s->publish("read", json); });
+    hub_.on_event([s = streams_](const Event& e, std::string_view json) {
+        s->publish(e.kind == Event::Arrive ? "arrive" : "depart", json);
+    });
+    port_ = c_.http_port;
     return true;
 }
 
 void HttpApi::stop() {
-    if (!thread_.joinable()) return;
-    srv_->stop();
-    thread_.join();
+    if (!daemon_) return;
+    // libmicrohttpd must not stop with connections suspended: resume them all first.
+    streams_->close();
+    waiting_.settle_all({MHD_HTTP_SERVICE_UNAVAILABLE, "uhfd is stopping"});
+    waiting_.wait_answered(std::chrono::seconds(1));  // so they hear 503 rather than a closed connection
+    MHD_stop_daemon(daemon_);
+    daemon_ = nullptr;
 }
 
-void HttpApi::routes() {
-    // Every write needs the token when one is configured.
-    auto allowed = [this](const httplib::Request& req, httplib::Response& res) {
-        if (c_.token.empty() || req.get_header_value("Authorization") == "Bearer " + c_.token) return true;
-        error(res, 401, "this needs Authorization: Bearer TOKEN");
-        return false;
-    };
-    auto known = [this](const httplib::Request& req, httplib::Response& res) {
-        if (sup_.has(req.matches[1])) return true;
-        error(res, 404, "no reader named " + std::string(req.matches[1]));
-        return false;
-    };
-
-    srv_->Get("/", [](const httplib::Request&, httplib::Response& res) { res.set_content(kIndexHtml, "text/html"); });
-    srv_->Get("/api/v1/readers", [this](const httplib::Request&, httplib::Response& res) {
-        json list = json::array();
-        for (const ReaderView& v : sup_.readers()) list.push_back(view_json(v));
-        reply(res, 200, list);
-    });
-    srv_->Get(R"(/api/v1/readers/([^/]+))", [this, known](const httplib::Request& req, httplib::Response& res) {
-        if (known(req, res)) reply(res, 200, sup_.details(req.matches[1]));
-    });
-    srv_->Put(R"(/api/v1/readers/([^/]+)/settings)",
-              [this, known, allowed](const httplib::Request& req, httplib::Response& res) {
-                  if (!allowed(req, res) || !known(req, res)) return;
-                  ReaderSettings s;
-                  std::string err;
-                  if (!parse_settings(req.body, s, err)) return error(res, 400, err);
-                  err = sup_.apply(req.matches[1], s);
-                  if (!err.empty()) return error(res, 502, err);
-                  reply(res, 200, sup_.details(req.matches[1]));
-              });
-    srv_->Post(R"(/api/v1/readers/([^/]+)/inventory/(start|stop))",
-               [this, known, allowed](const httplib::Request& req, httplib::Response& res) {
-                   if (!allowed(req, res) || !known(req, res)) return;
-                   std::string err = sup_.set_inventory(req.matches[1], req.matches[2] == "start");
-                   if (!err.empty()) return error(res, 502, err);
-                   for (const ReaderView& v : sup_.readers())
-                       if (v.name == req.matches[1]) reply(res, 200, view_json(v));
-               });
-    srv_->Get("/api/v1/tags", [this](const httplib::Request&, httplib::Response& res) {
-        json list = json::array();
-        for (const PresentTag& t : presence_.snapshot())
-            list.push_back(
-                {{"reader", t.reader},
-                 {"epc", t.epc},
-                 {"antenna", t.antenna},
-                 {"reads", t.reads},
-                 {"rssi_peak", t.rssi_peak / 10.0},
-                 {"rssi_mean",
-                  t.reads ? std::round(static_cast<double>(t.rssi_sum) / static_cast<double>(t.reads)) / 10.0 : 0},
-                 {"first_seen", t.first},
-                 {"last_seen", t.last}});
-        reply(res, 200, list);
-    });
-    srv_->Get("/api/v1/stream", [this](const httplib::Request&, httplib::Response& res) {
-        auto sub = hub_.subscribe();
-        res.set_header("Cache-Control", "no-cache");
-        res.set_chunked_content_provider(
-            "text/event-stream",
-            [sub](size_t, httplib::DataSink& sink) {
-                std::string line;
-                if (sub->pop(line, 1000)) return sink.write(line.data(), line.size());
-                static const std::string ping = ": keep-alive\n\n";
-                return sink.write(ping.data(), ping.size());
-            },
-            [this, sub](bool) { hub_.unsubscribe(sub); });
-    });
-    srv_->Get("/metrics", [this](const httplib::Request&, httplib::Response& res) {
-        res.set_content(metrics(), "text/plain; version=0.0.4");
-    });
-    srv_->set_error_handler([](const httplib::Request&, httplib::Response& res) {
-        if (res.body.empty()) error(res, res.status, res.status == 404 ? "no such path" : "request failed");
-    });
-}
-
-std::string HttpApi::metrics() const {
-    std::ostringstream m;
-    auto help = [&](const char* name, const char* type, const char* text) {
-        m << "# HELP " << name << ' ' << text << "\n# TYPE " << name << ' ' << type << '\n';
-    };
-    auto readers = sup_.readers();
-    help("uhfd_reads_total", "counter", "Tag reads by reader and antenna.");
-    for (const ReaderView& v : readers)
-        for (const auto& [ant, n] : v.per_antenna)
-            m << "uhfd_reads_total{reader=" << label(v.name) << ",antenna=\"" << ant << "\"} " << n << '\n';
-    help("uhfd_present_tags", "gauge", "Tags in the field, by reader.");
-    for (const ReaderView& v : readers)
-        m << "uhfd_present_tags{reader=" << label(v.name) << "} " << presence_.count(v.name) << '\n';
-    help("uhfd_link_state", "gauge", "1 for the state each reader's link is in.");
-    for (const ReaderView& v : readers)
-        for (LinkState s : {LinkState::Connecting, LinkState::Running, LinkState::Stopped, LinkState::Reconnecting})
-            m << "uhfd_link_state{reader=" << label(v.name) << ",state=\"" << state_name(s) << "\"} " << (v.state == s)
-              << '\n';
-    help("uhfd_reconnects_total", "counter", "Links opened again after they were lost.");
-    for (const ReaderView& v : readers)
-        m << "uhfd_reconnects_total{reader=" << label(v.name) << "} " << v.reconnects << '\n';
-    help("uhfd_presence_evictions_total", "counter", "Tags dropped from tracking to stay within max_tags.");
-    m << "uhfd_presence_evictions_total " << presence_.evictions() << '\n';
-    if (!mqtt_.empty()) {
-        help("uhfd_mqtt_queue_depth", "gauge", "Messages waiting for the broker.");
-        for (size_t i = 0; i < mqtt_.size(); i++)
-            m << "uhfd_mqtt_queue_depth{reader=" << label(readers[i].name) << "} " << mqtt_[i]->queued() << '\n';
-        help("uhfd_mqtt_dropped_total", "counter", "Messages dropped because the queue was full.");
-        for (size_t i = 0; i < mqtt_.size(); i++)
-            m << "uhfd_mqtt_dropped_total{reader=" << label(readers[i].name) << "} " << mqtt_[i]->dropped() << '\n';
-        help("uhfd_mqtt_connected", "gauge", "1 while connected to the broker.");
-        for (size_t i = 0; i < mqtt_.size(); i++)
-            m << "uhfd_mqtt_connected{reader=" << label(readers[i].name) << "} " << mqtt_[i]->connected() << '\n';
+MHD_Result HttpApi::on_request(void* cls, MHD_Connection* conn, const char* url, const char* method, const char*,
+                               const char* upload, size_t* upload_size, void** req_cls) {
+    auto& api = *static_cast<HttpApi*>(cls);
+    auto* r = static_cast<Request*>(*req_cls);
+    if (!r) {
+        *req_cls = r = new Request;
+        return api.begin(conn, url, method, *r);
     }
-    return m.str();
+    if (*upload_size) return api.take_body(upload, upload_size, *r);
+    if (!r->route.write()) return api.serve_read(conn, *r);
+    return r->waiting ? api.finish_write(conn, *r) : api.start_write(conn, *r);
+}
+
+void HttpApi::on_completed(void* cls, MHD_Connection*, void** req_cls, MHD_RequestTerminationCode) {
+    auto* r = static_cast<Request*>(*req_cls);
+    if (r && r->waiting) static_cast<HttpApi*>(cls)->waiting_.remove(r->waiting);
+    delete r;
+    *req_cls = nullptr;
+}
+
+// Headers are in: every check that needs no body. Answering now would close
+// the connection (libmicrohttpd cannot tell there is no body), so even a read
+// is answered on the next call.
+MHD_Result HttpApi::begin(MHD_Connection* conn, const char* url, const char* method, Request& r) {
+    Tally headers = tally(conn, MHD_HEADER_KIND);
+    if (headers.count > kMaxHeaders || headers.bytes > kMaxHeaderBytes)
+        return answer_error(conn, MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE, "at most 64 headers and 8 KB of them");
+    if (!headers.utf8 || !valid_utf8(url) || !tally(conn, MHD_GET_ARGUMENT_KIND).utf8)
+        return answer_error(conn, MHD_HTTP_BAD_REQUEST, "the request is not UTF-8 text");
+    const char* host = header(conn, "Host");
+    if (!host || !hosts_->allows_host(host))
+        return answer_error(conn, MHD_HTTP_MISDIRECTED_REQUEST, "not a name of this gateway (http.names lists more)");
+    r.route = match_route(url);
+    if (r.route.route == Route::None) return answer_error(conn, MHD_HTTP_NOT_FOUND, "no such path");
+    if (!method_fits(r.route, method)) return answer_wrong_method(conn, allow_header(r.route));
+    r.head = std::string_view(method) == "HEAD";
+    return r.route.write() ? admit_write(conn, r) : MHD_YES;
+}
+
+// An answer when the write is refused before its body; else MHD_YES for the body.
+MHD_Result HttpApi::admit_write(MHD_Connection* conn, const Request& r) {
+    const char* origin = header(conn, "Origin");
+    if (origin && !hosts_->allows_origin(origin))
+        return answer_error(conn, MHD_HTTP_FORBIDDEN, "writes from a page of another site are refused");
+    const char* auth = header(conn, "Authorization");
+    if (!c_.token.empty() && !bearer_matches(auth ? auth : "", c_.token))
+        return answer_error(conn, MHD_HTTP_UNAUTHORIZED, "this needs Authorization: Bearer TOKEN");
+    if (!sup_.has(r.route.reader)) return answer_error(conn, MHD_HTTP_NOT_FOUND, "no reader named " + r.route.reader);
+    if (body_too_long(conn)) return answer_error(conn, MHD_HTTP_CONTENT_TOO_LARGE, "the body is over 64 KB");
+    return MHD_YES;
+}
+
+MHD_Result HttpApi::serve_read(MHD_Connection* conn, const Request& r) {
+    switch (r.route.route) {
+        case Route::Page: return answer(conn, MHD_HTTP_OK, kIndexHtml, "text/html; charset=utf-8");
+        case Route::Readers: {
+            nlohmann::json list = nlohmann::json::array();
+            for (const ReaderView& v : sup_.readers()) list.push_back(view_json(v));
+            return answer_json(conn, MHD_HTTP_OK, list);
+        }
+        case Route::Reader:
+            if (!sup_.has(r.route.reader))
+                return answer_error(conn, MHD_HTTP_NOT_FOUND, "no reader named " + r.route.reader);
+            return answer_json(conn, MHD_HTTP_OK, sup_.details(r.route.reader));
+        case Route::Tags: return answer_json(conn, MHD_HTTP_OK, tags_json(presence_.snapshot(), hub_));
+        case Route::Metrics:
+            return answer(conn, MHD_HTTP_OK, metrics_text({sup_, hub_, presence_, mqtt_, *streams_}),
+                          "text/plain; version=0.0.4");
+        default: break;
+    }
+    if (r.head) return answer(conn, MHD_HTTP_OK, "", "text/event-stream");
+    MHD_Response* stream = streams_->open(conn);
+    if (!stream) return answer_error(conn, MHD_HTTP_SERVICE_UNAVAILABLE, "too many stream clients");
+    MHD_Result ok = MHD_queue_response(conn, MHD_HTTP_OK, stream);
+    MHD_destroy_response(stream);
+    return ok;
+}
+
+MHD_Result HttpApi::take_body(const char* data, size_t* size, Request& r) {
+    // Past the bound without a Content-Length (chunked): no answer can be
+    // queued mid-body, so the connection goes.
+    if (r.body.size() + *size > kMaxBody) return MHD_NO;
+    r.body.append(data, *size);
+    *size = 0;
+    return MHD_YES;
+}
+
+// The whole body is in: the connection waits, suspended, for the supervisor.
+MHD_Result HttpApi::start_write(MHD_Connection* conn, Request& r) {
+    if (!valid_utf8(r.body)) return answer_error(conn, MHD_HTTP_BAD_REQUEST, "the body is not UTF-8 text");
+    ReaderSettings settings;
+    std::string err;
+    const bool apply = r.route.route == Route::Settings;
+    if (apply && !parse_settings(r.body, settings, err)) return answer_error(conn, MHD_HTTP_BAD_REQUEST, err);
+    r.waiting = std::make_shared<Waiting>(conn);
+    r.waiting->park();
+    if (!waiting_.add(r.waiting)) {
+        r.waiting->settle({MHD_HTTP_SERVICE_UNAVAILABLE, "uhfd is stopping"});
+        return MHD_YES;
+    }
+    auto done = [w = r.waiting](const std::string& why) {
+        w->settle(why.empty() ? Outcome{} : Outcome{MHD_HTTP_BAD_GATEWAY, why});
+    };
+    if (apply)
+        sup_.apply(r.route.reader, settings, done);
+    else
+        sup_.set_inventory(r.route.reader, r.route.start, done);
+    return MHD_YES;
+}
+
+// Resumed: the supervisor has answered, or uhfd is stopping.
+MHD_Result HttpApi::finish_write(MHD_Connection* conn, Request& r) {
+    std::optional<Outcome> o = r.waiting->outcome();
+    if (!o) return MHD_NO;  // resumed without an outcome cannot happen; never spin on it
+    if (o->status != MHD_HTTP_OK) return answer_error(conn, o->status, o->error);
+    if (r.route.route == Route::Settings) return answer_json(conn, MHD_HTTP_OK, sup_.details(r.route.reader));
+    for (const ReaderView& v : sup_.readers())
+        if (v.name == r.route.reader) return answer_json(conn, MHD_HTTP_OK, view_json(v));
+    return answer_error(conn, MHD_HTTP_NOT_FOUND, "no reader named " + r.route.reader);
 }
 
 }  // namespace uhfd

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -64,7 +65,7 @@ int main(int argc, char** argv) {
         "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
         "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
         "  uhfd --check-config /etc/uhfd.json\n"};
-    std::string config_file, check_file, http, mqtt, prefix, token, jsonl;
+    std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl;
     bool sim = false;
     double depart_after = 0;
     app.add_option("-c,--config", config_file, "Configuration file (JSON; see docs/GATEWAY.md)");
@@ -73,7 +74,9 @@ int main(int argc, char** argv) {
     app.add_option("--http", http, "Serve HTTP on ADDR:PORT (default 127.0.0.1:8080; port 0: no HTTP)");
     app.add_option("--mqtt", mqtt, "Publish to the broker at HOST[:PORT]");
     app.add_option("--prefix", prefix, "MQTT topic prefix (default uhfd)");
-    app.add_option("--token", token, "Bearer token every HTTP write must carry");
+    app.add_option("--token-file", token_file,
+                   "File whose first line is the bearer token every HTTP write must carry (else UHFD_TOKEN, else "
+                   "http.token); needed to serve HTTP beyond loopback");
     app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
     app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)");
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
@@ -97,7 +100,8 @@ int main(int argc, char** argv) {
     if (!http.empty() && !split_host_port(http, c.http_bind, c.http_port)) return usage("--http takes ADDR:PORT");
     if (!mqtt.empty() && !split_host_port(mqtt, c.mqtt.host, c.mqtt.port)) return usage("--mqtt takes HOST[:PORT]");
     if (!prefix.empty()) c.mqtt.prefix = prefix;
-    if (!token.empty()) c.token = token;
+    if (!token_file.empty() && !read_token_file(token_file, c.token, err)) return usage(err);
+    if (const char* env = std::getenv("UHFD_TOKEN"); token_file.empty() && env && *env) c.token = env;
     if (!jsonl.empty()) c.jsonl = jsonl;
     if (depart_after > 0) c.presence.depart_after = depart_after;
 
@@ -142,7 +146,10 @@ int main(int argc, char** argv) {
     }
     HttpApi api(c, sup, hub, presence, mqtt_out);
     if (c.http_port != 0) {
-        if (!api.start(err)) return usage(err);
+        if (!api.start(err)) {
+            std::fprintf(stderr, "uhfd: %s\n", err.c_str());
+            return 2;
+        }
         std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
     }
     sup.start();

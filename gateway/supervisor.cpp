@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cmath>
 #include <deque>
 
@@ -63,6 +64,7 @@ struct Supervisor::Reader {
     uhftools::Backoff backoff;
     uint64_t rate_count = 0;
     int64_t rate_mark_ms = 0;
+    std::array<uint64_t, 256> antenna_reads{};  // the view's per_antenna, without a map lookup per read
     ReaderView view;
     struct Pending {
         Done done;
@@ -103,7 +105,11 @@ void Supervisor::stop() {
 std::vector<ReaderView> Supervisor::readers() const {
     std::lock_guard<std::mutex> lock(mu_);
     std::vector<ReaderView> out;
-    for (const auto& r : readers_) out.push_back(r->view);
+    for (const auto& r : readers_) {
+        out.push_back(r->view);
+        for (size_t a = 0; a < r->antenna_reads.size(); a++)
+            if (r->antenna_reads[a]) out.back().per_antenna[static_cast<int>(a)] = r->antenna_reads[a];
+    }
     return out;
 }
 
@@ -275,7 +281,7 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                 {
                     std::lock_guard<std::mutex> lock(mu_);
                     r.view.reads += batch_.size();
-                    for (const Read& rd : batch_) r.view.per_antenna[rd.antenna]++;
+                    for (const Read& rd : batch_) r.antenna_reads[rd.antenna]++;
                 }
                 r.rate_count += batch_.size();
                 for (const Read& rd : batch_) {
