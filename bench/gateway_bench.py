@@ -293,7 +293,10 @@ def row_sse(b):
         t_connect = time.monotonic()
         first = proc.stdout.readline()  # "connected N", or nothing when some never got an answer
         connect_s = time.monotonic() - t_connect
+        meter = g.cpu_meter()
         loaded, lat = acquisition(g, b.seconds, lambda: paced_gets(g, "/metrics", 20, b.seconds))
+        cpu = meter.stop()
+        stream = {k: v for k, v in g.gauges().items() if k.startswith("uhfd_http_stream")}
         proc.send_signal(signal.SIGTERM)
         last = proc.communicate(timeout=30)[0]
         run.finish()
@@ -303,8 +306,9 @@ def row_sse(b):
     b.row(f"{clients:,} event-stream clients: /metrics p99, acquisition rate",
           f"{p99(lat):.1f} ms, {ratio:.1%} of without" + ("" if connected else " (not all clients answered)"),
           "< 50 ms, unchanged", ok,
-          f"/metrics p99 {p99(base_lat):.1f} ms without the clients; clients connected in {connect_s:.1f} s; "
-          f"{last.strip()}; 1 reader at 500 reads/s")
+          f"/metrics p99 {p99(base_lat):.1f} ms without the clients; uhfd CPU with them "
+          f"{cpu['total']:.0f}% (supervisor {cpu['sup']:.0f}); clients connected in {connect_s:.1f} s; "
+          f"{last.strip()}; " + ", ".join(f"{k} {v:g}" for k, v in stream.items()) + "; 1 reader at 500 reads/s")
 
 
 def row_details(b):

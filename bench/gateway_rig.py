@@ -280,6 +280,15 @@ class Gateway:
                 out[m[1] if m else ""] += int(float(line.rsplit(" ", 1)[1]))
         return out
 
+    def gauges(self):
+        """The /metrics lines without labels, by name."""
+        out = {}
+        for line in self.get("/metrics").splitlines():
+            if line and not line.startswith("#") and "{" not in line:
+                name, value = line.rsplit(" ", 1)
+                out[name] = float(value)
+        return out
+
     def wait_running(self, sub, timeout=30):
         wait_for(lambda: all(sub.statuses(self.prefix, n)[-1:] == ["running"] for n in self.names),
                  timeout=timeout, what="every reader running")
