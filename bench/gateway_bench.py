@@ -49,7 +49,6 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "gateway" / "tests"))
 sys.path.insert(0, str(HERE))
-from uhfd_harness import Broker  # noqa: E402  the tests' process helpers
 import gateway_rig as rig  # noqa: E402
 
 MQTT = {"qos": 1, "batch_size": 200, "batch_ms": 20, "queue_max": 100000}
@@ -65,7 +64,7 @@ def log(*a):
 class Bench:
     def __init__(self, build, tmp, seconds):
         self.build, self.tmp, self.seconds = build, tmp, seconds
-        self.broker = Broker(tmp)
+        self.broker = rig.BenchBroker(tmp)
         self.sub = rig.Subscriber(self.broker.port)
         self.runs = 0
         self.table, self.notes = [], []

@@ -16,7 +16,7 @@ from pathlib import Path
 
 import paho.mqtt.client as mqtt
 
-from uhfd_harness import Proc, free_port, wait_for  # noqa: F401  (re-exported for the bench)
+from uhfd_harness import Broker, Proc, free_port, wait_for  # noqa: F401  (re-exported for the bench)
 
 TICK = os.sysconf("SC_CLK_TCK")
 SIM_MAX_RATE = 100_000  # uhfsim's --rate limit: faster totals take more readers
@@ -92,6 +92,18 @@ class CpuMeter:
 
 
 # ---- MQTT -----------------------------------------------------------------
+
+class BenchBroker(Broker):
+    """mosquitto with no limit on the messages it holds for a subscriber that
+    lags: the bench's own subscriber falling behind on a busy machine must
+    show as a delay, not as reads the gateway lost."""
+
+    def __init__(self, tmp):
+        self.port, self.conf = free_port(), tmp / "mosquitto.conf"
+        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence false\n"
+                             "max_queued_messages 0\n")
+        self.start()
+
 
 class Subscriber:
     """Counts what arrives on every topic: reads by the `"epc"` keys in each
