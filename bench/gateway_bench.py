@@ -22,7 +22,9 @@ How it counts:
   it; its thread's CPU at the ceiling's best rate is printed, to show it is
   not what limits either side.
 - A rate is reads delivered per second over the window, after a warm-up; an
-  acquisition rate is uhfd_reads_total's over the window (HTTP rows).
+  acquisition rate is uhfd_reads_total's over the window (HTTP rows). A row
+  whose readers did not hold 97% of the rate asked for says so and is not
+  met: on a busy machine uhfsim is starved too.
 - CPU is utime+stime from /proc of the supervisor and every worker over the
   window, as % of one core; a worker that exits meanwhile counts through the
   supervisor's reaped-children time. RSS is VmRSS of the same processes.
@@ -141,8 +143,16 @@ def steady(b, readers, rate, tags=500, presence=None, present=None, warm=2.0):
         w["cpu_range"] = (ws[0]["cpu"]["total"], ws[-1]["cpu"]["total"])
         w["rss"] = max(x["rss"] for x in ws)
         w["present"] = b.sub.present(run.g.prefix)
+        w["asked"] = readers * rate
         w.update(run.finish())
     return w
+
+
+def short(w):
+    """A warning when the readers did not hold the rate asked for (a busy machine starves them too)."""
+    if w["rate"] >= RATE_KEPT * w["asked"]:
+        return ""
+    return f" [only {w['rate']:,.0f} of {w['asked']:,} reads/s]"
 
 
 def cpu_text(w):
@@ -241,32 +251,32 @@ def row_mqtt(b):
 def row_cpu_10k(b):
     w = steady(b, 1, 10_000)
     per_k = w["cpu"]["total"] / (w["rate"] / 1000)
-    b.row("CPU per 1,000 reads/s at 10k/s", f"{per_k:.3f}% of a core ({cpu_range(w, w['rate'] / 1000, 3)})",
-          "<= 0.5%", per_k <= 0.5,
+    b.row("CPU per 1,000 reads/s at 10k/s", f"{per_k:.3f}% of a core ({cpu_range(w, w['rate'] / 1000, 3)}){short(w)}",
+          "<= 0.5%", per_k <= 0.5 and not short(w),
           f"{cpu_text(w)} at {w['rate']:,.0f} reads/s, loss {w['loss']}")
 
 
 def row_20_readers(b):
     w = steady(b, 20, 500)
-    ok = w["cpu"]["total"] <= 15 and w["loss"] == 0
+    ok = w["cpu"]["total"] <= 15 and w["loss"] == 0 and not short(w)
     b.row("20 readers x 500 reads/s: CPU, loss",
-          f"{w['cpu']['total']:.1f}% ({cpu_range(w)}), {w['loss']} lost of {w['sent']:,}",
+          f"{w['cpu']['total']:.1f}% ({cpu_range(w)}), {w['loss']} lost of {w['sent']:,}{short(w)}",
           "<= 15%, 0", ok, f"{cpu_text(w)} at {w['rate']:,.0f} reads/s")
 
 
 def row_10k_tags(b):
     w = steady(b, 1, 2_000, tags=10_000, presence={"depart_after": 30}, present=10_000)
-    b.row("10,000 tags present at 2k reads/s: CPU", f"{w['cpu']['total']:.1f}% ({cpu_range(w)})", "<= 5%",
-          w["cpu"]["total"] <= 5,
+    b.row("10,000 tags present at 2k reads/s: CPU", f"{w['cpu']['total']:.1f}% ({cpu_range(w)}){short(w)}", "<= 5%",
+          w["cpu"]["total"] <= 5 and not short(w),
           f"{cpu_text(w)}, {w['present']:,} present (depart_after 30 s), {w['rate']:,.0f} reads/s, loss {w['loss']}; "
           f"the uhfsim reader {w['sim_cpu']:.0f}%")
 
 
 def row_100k_tags(b):
     w = steady(b, 1, 10_000, tags=100_000, presence={"depart_after": 60, "max_tags": 200_000}, present=100_000)
-    ok = w["cpu"]["total"] <= 10 and w["rss"] <= 100 and w["loss"] == 0
+    ok = w["cpu"]["total"] <= 10 and w["rss"] <= 100 and w["loss"] == 0 and not short(w)
     b.row("100,000 tags present at 10k reads/s: CPU, RSS, loss",
-          f"{w['cpu']['total']:.1f}% ({cpu_range(w)}), {w['rss']:.0f} MB, {w['loss']} lost of {w['sent']:,}",
+          f"{w['cpu']['total']:.1f}% ({cpu_range(w)}), {w['rss']:.0f} MB, {w['loss']} lost of {w['sent']:,}{short(w)}",
           "<= 10%, <= 100 MB, 0", ok,
           f"{cpu_text(w)}, {w['present']:,} present (max_tags 200,000, depart_after 60 s), "
           f"{w['rate']:,.0f} reads/s; the uhfsim reader {w['sim_cpu']:.0f}%")
