@@ -180,15 +180,22 @@ class Subscriber:
         self.c.disconnect()
 
 
-def ceiling_run(build, broker_port, topic, rate, seconds, batch, qos):
-    """The plain publisher at a rate: (reads published, seconds it took, acked == sent)."""
-    out = subprocess.run([build / "bench" / "mqtt_ceiling", "--port", str(broker_port), "--topic", topic,
-                          "--rate", str(rate), "--seconds", str(seconds), "--batch", str(batch), "--qos", str(qos)],
-                         capture_output=True, text=True, timeout=seconds * 4 + 30).stdout
-    m = re.search(r"published (\d+) reads in ([\d.]+) s, acked (\d+) messages of (\d+)", out)
-    if not m:
-        raise RuntimeError(f"mqtt_ceiling said: {out!r}")
-    return int(m[1]), float(m[2]), m[3] == m[4]
+class Ceiling:
+    """The plain publisher at a rate for a time, in the background; finish()
+    gives (reads published, every message acked)."""
+
+    def __init__(self, build, broker_port, topic, rate, seconds, batch, qos):
+        self.seconds = seconds
+        self.proc = subprocess.Popen([build / "bench" / "mqtt_ceiling", "--port", str(broker_port), "--topic", topic,
+                                      "--rate", str(rate), "--seconds", str(seconds), "--batch", str(batch),
+                                      "--qos", str(qos)], stdout=subprocess.PIPE, text=True)
+
+    def finish(self):
+        out = self.proc.communicate(timeout=self.seconds * 4 + 30)[0]
+        m = re.search(r"published (\d+) reads in ([\d.]+) s, acked (\d+) messages of (\d+)", out)
+        if not m:
+            raise RuntimeError(f"mqtt_ceiling said: {out!r}")
+        return int(m[1]), m[3] == m[4]
 
 
 # ---- readers --------------------------------------------------------------
