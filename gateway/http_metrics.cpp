@@ -61,6 +61,8 @@ void stream_metrics(std::ostream& m, const StreamClients& streams) {
 
 std::string metrics_text(const MetricSources& s) {
     std::ostringstream m;
+    help(m, "uhfd_build_info", "gauge", "The gateway's version and the commit it was built from.");
+    m << "uhfd_build_info{version=\"" << UHFTOOLS_VERSION << "\",commit=\"" << UHFTOOLS_COMMIT << "\"} 1\n";
     link_metrics(m, s.sup.readers());
     presence_metrics(m, s.presence, s.hub);
     mqtt_metrics(m, s.mqtt, s.hub);

@@ -16,9 +16,12 @@
 #include "config.h"
 #include "events.h"
 #include "http_api.h"
+#include "jsonl_out.h"
 #include "mqtt_out.h"
+#include "oplog.h"
 #include "supervisor.h"
 #include "version.h"
+#include "watchdog.h"
 #include "worker.h"
 
 using namespace uhfd;
@@ -110,6 +113,7 @@ int main(int argc, char** argv) {
     sigemptyset(&stop_signals);
     sigaddset(&stop_signals, SIGINT);
     sigaddset(&stop_signals, SIGTERM);
+    sigaddset(&stop_signals, SIGHUP);  // reopen the JSON-lines file
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
@@ -128,38 +132,47 @@ int main(int argc, char** argv) {
         }
         hub.on_read([&](const Read& r, std::string_view json) { mqtt_out[r.reader]->read(json); });
         hub.on_event([&](const Event& e, std::string_view json) { mqtt_out[e.reader]->event(json); });
-        sup.on_state = [&](const std::string& reader, LinkState s, const std::string&) {
-            by_reader[reader]->status(state_name(s));
-        };
     }
-    FILE* lines = nullptr;
+    JsonLines lines;
     if (!c.jsonl.empty()) {
-        lines = c.jsonl == "-" ? stdout : std::fopen(c.jsonl.c_str(), "a");
-        if (!lines) return usage("cannot write " + c.jsonl);
-        auto line = [lines](std::string_view json) {
-            std::fwrite(json.data(), 1, json.size(), lines);
-            std::fputc('\n', lines);
-            std::fflush(lines);
-        };
-        hub.on_read([line](const Read&, std::string_view json) { line(json); });
-        hub.on_event([line](const Event&, std::string_view json) { line(json); });
+        if (!lines.open(c.jsonl, err)) return usage(err);
+        hub.on_read([&lines](const Read&, std::string_view json) { lines.write(json); });
+        hub.on_event([&lines](const Event&, std::string_view json) { lines.write(json); });
     }
+    sup.on_state = [&](const std::string& reader, LinkState s, const std::string& why) {
+        const bool trouble = s == LinkState::Reconnecting;
+        if (trouble && !why.empty())
+            oplog(Level::Warn, reader, "state", {{"state", state_name(s)}, {"reason", why}});
+        else
+            oplog(trouble ? Level::Warn : Level::Info, reader, "state", {{"state", state_name(s)}});
+        if (auto it = by_reader.find(reader); it != by_reader.end()) it->second->status(state_name(s));
+    };
     HttpApi api(c, sup, hub, presence, mqtt_out);
     if (c.http_port != 0) {
         if (!api.start(err)) {
             std::fprintf(stderr, "uhfd: %s\n", err.c_str());
             return 2;
         }
-        std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
+        oplog(Level::Info, "", "http", {{"url", "http://" + c.http_bind + ":" + std::to_string(c.http_port) + "/"}});
     }
     sup.start();
 
-    int sig = 0;
-    sigwait(&stop_signals, &sig);
-    std::fprintf(stderr, "uhfd: stopping\n");
+    oplog(Level::Info, "", "started", {{"readers", std::to_string(c.readers.size())}});
+    Watchdog dog(sup);
+    dog.ready();
+    for (;;) {
+        const int sig = dog.wait(stop_signals);
+        if (sig == SIGHUP) {
+            if (!lines.reopen(err)) oplog(Level::Error, "", "jsonl", {{"error", err}});
+            oplog(Level::Info, "", "reopened");
+            continue;
+        }
+        if (sig == SIGINT || sig == SIGTERM) break;
+    }
+    dog.stopping();
+    oplog(Level::Info, "", "stopping");
     sup.stop();                          // every inventory stopped, every link closed
     for (auto& m : mqtt_out) m->stop();  // "offline" on every status topic
     api.stop();
-    if (lines && lines != stdout) std::fclose(lines);
     return 0;
 }

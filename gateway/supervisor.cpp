@@ -113,6 +113,8 @@ std::vector<ReaderView> Supervisor::readers() const {
     return out;
 }
 
+bool Supervisor::alive(int64_t within_ms) const { return now_ms() - last_pass_ms_ <= within_ms; }
+
 bool Supervisor::has(const std::string& name) const {
     for (const auto& r : readers_)
         if (r->conf.name == name) return true;
@@ -385,6 +387,7 @@ void Supervisor::loop() {
         }
         Completions done;
         const int64_t now = now_ms();
+        last_pass_ms_ = now;
         for (size_t i = 0; i < readers_.size(); i++) {
             Reader& r = *readers_[i];
             if (r.fd >= 0 && fds[i + 1].fd == r.fd && fds[i + 1].revents) receive(r, now, done);

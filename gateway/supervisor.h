@@ -55,6 +55,9 @@ public:
     void apply(const std::string& name, const ReaderSettings& s, Done done);
     void set_inventory(const std::string& name, bool on, Done done);
 
+    // True when the loop has turned within the last within_ms: it is not hung.
+    bool alive(int64_t within_ms) const;
+
     // Every state change, with the reason for reconnecting; supervisor's thread.
     std::function<void(const std::string& reader, LinkState state, const std::string& why)> on_state;
 
@@ -78,6 +81,7 @@ private:
     std::string worker_exe_;
     mutable std::mutex mu_;  // guards every Reader's view and pending requests
     std::atomic<bool> stop_{false};
+    std::atomic<int64_t> last_pass_ms_{0};
     int wake_[2] = {-1, -1};  // a pipe that wakes the loop for new requests and stop
     std::thread thread_;
 };
