@@ -32,7 +32,7 @@ void append_hex_field(const char* key, const uint8_t* p, size_t n, std::string& 
 void append_time(int64_t time_ms, std::string& out) { append_json_number(static_cast<double>(time_ms) / 1000.0, out); }
 
 // An index the configuration does not know gets no name rather than a read past the end.
-std::string_view name_of(const std::vector<std::string>& names, uint16_t reader) {
+std::string_view name_of(const std::deque<std::string>& names, uint16_t reader) {
     return reader < names.size() ? std::string_view(names[reader]) : std::string_view();
 }
 
@@ -81,7 +81,22 @@ void append_event_json(const Event& e, std::string_view reader, std::string& out
     out += '}';
 }
 
-Hub::Hub(std::vector<std::string> reader_names) : names_(std::move(reader_names)) {}
+Hub::Hub(std::vector<std::string> reader_names) : names_(reader_names.begin(), reader_names.end()) {}
+
+std::string Hub::name(uint16_t reader) const {
+    std::lock_guard<std::mutex> lock(names_mu_);
+    return reader < names_.size() ? names_[reader] : std::string();
+}
+
+size_t Hub::readers() const {
+    std::lock_guard<std::mutex> lock(names_mu_);
+    return names_.size();
+}
+
+void Hub::add_reader(const std::string& name) {
+    std::lock_guard<std::mutex> lock(names_mu_);
+    names_.push_back(name);
+}
 
 void Hub::publish(const Read& r) {
     if (read_sinks_.empty()) return;

@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,11 +58,16 @@ public:
     void on_event(EventSink s) { event_sinks_.push_back(std::move(s)); }
     void publish(const Read& r);
     void publish(const Event& e);
-    const std::string& name(uint16_t reader) const { return names_[reader]; }
-    size_t readers() const { return names_.size(); }
+    // For threads other than the supervisor's (HTTP): copies, under the lock.
+    std::string name(uint16_t reader) const;
+    size_t readers() const;
+    // A reader added by a reload; supervisor's thread.
+    void add_reader(const std::string& name);
 
 private:
-    std::vector<std::string> names_;
+    // The supervisor's thread reads names_ without the lock: it is the only writer.
+    std::deque<std::string> names_;
+    mutable std::mutex names_mu_;
     std::vector<ReadSink> read_sinks_;
     std::vector<EventSink> event_sinks_;
     std::string buf_;  // reused: no allocation per read once warm

@@ -48,6 +48,24 @@ int usage(const std::string& what) {
     return 2;
 }
 
+// SIGHUP: the readers of the configuration file again. A file that does not
+// pass the checks is refused and the readers stay as they are.
+void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool mqtt) {
+    Config c;
+    std::string err;
+    if (!path.empty() && !load_config(path, c, err)) {
+        oplog(Level::Error, "", "reload", {{"error", err}, {"kept", "the running configuration"}});
+        return;
+    }
+    if (sim) c.readers.push_back({"sim", "sim", {}});
+    const size_t n = c.readers.size();
+    sup.reconfigure(std::move(c.readers), [&hub, mqtt](uint16_t, const std::string& name) {
+        hub.add_reader(name);
+        if (mqtt) oplog(Level::Warn, name, "reload", {{"mqtt", "a reader added by a reload publishes after a restart"}});
+    });
+    oplog(Level::Info, "", "reload", {{"readers", std::to_string(n)}});
+}
+
 // The program a worker runs: this one, wherever it was started from.
 std::string self_path(const char* argv0) {
     char buf[4096];
@@ -164,7 +182,7 @@ int main(int argc, char** argv) {
         const int sig = dog.wait(stop_signals);
         if (sig == SIGHUP) {
             if (!lines.reopen(err)) oplog(Level::Error, "", "jsonl", {{"error", err}});
-            oplog(Level::Info, "", "reopened");
+            reload(config_file, sim, sup, hub, !mqtt_out.empty());
             continue;
         }
         if (sig == SIGINT || sig == SIGTERM) break;

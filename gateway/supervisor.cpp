@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <deque>
@@ -59,6 +60,8 @@ struct Supervisor::Reader {
     pid_t pid = -1;
     int fd = -1;
     bool spoke = false;  // the worker has sent something since it started
+    bool retiring = false, remove = false, removed = false;  // reconfigured away or restarted
+    int64_t retire_deadline_ms = 0;
     int64_t spawned_ms = 0, last_word_ms = 0, next_try_ms = 0;
     std::string why;  // the worker's last word on why its link failed
     uhftools::Backoff backoff;
@@ -106,6 +109,7 @@ std::vector<ReaderView> Supervisor::readers() const {
     std::lock_guard<std::mutex> lock(mu_);
     std::vector<ReaderView> out;
     for (const auto& r : readers_) {
+        if (r->removed) continue;
         out.push_back(r->view);
         for (size_t a = 0; a < r->antenna_reads.size(); a++)
             if (r->antenna_reads[a]) out.back().per_antenna[static_cast<int>(a)] = r->antenna_reads[a];
@@ -116,15 +120,16 @@ std::vector<ReaderView> Supervisor::readers() const {
 bool Supervisor::alive(int64_t within_ms) const { return now_ms() - last_pass_ms_ <= within_ms; }
 
 bool Supervisor::has(const std::string& name) const {
+    std::lock_guard<std::mutex> lock(mu_);
     for (const auto& r : readers_)
-        if (r->conf.name == name) return true;
+        if (!r->removed && r->conf.name == name) return true;
     return false;
 }
 
 json Supervisor::details(const std::string& name) const {
     std::lock_guard<std::mutex> lock(mu_);
     for (const auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         const ReaderView& v = r->view;
         json out = {{"name", v.name},
                     {"uri", v.uri},
@@ -145,7 +150,7 @@ json Supervisor::details(const std::string& name) const {
 void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         static uint32_t next_id = 0;
         const uint32_t id = ++next_id;
         std::string m;
@@ -174,7 +179,7 @@ void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done do
 void Supervisor::set_inventory(const std::string& name, bool on, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         static uint32_t next_id = 0x80000000;
         const uint32_t id = ++next_id;
         r->want_running = on;
@@ -253,11 +258,23 @@ void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completion
     close(r.fd);
     r.fd = -1;
     r.pid = -1;
-    const std::string reason = !why.empty() ? why : !r.why.empty() ? r.why : exit_text(status);
+    const std::string reason = r.retiring ? "the reader was reconfigured"
+                               : !why.empty() ? why
+                               : !r.why.empty() ? r.why
+                                                : exit_text(status);
     {
         std::lock_guard<std::mutex> lock(mu_);
         for (auto& [id, p] : r.pending) done.emplace_back(p.done, "the reader's link was lost: " + reason);
         r.pending.clear();
+    }
+    if (r.retiring) {
+        r.retiring = false;
+        set_state(r, r.remove ? LinkState::Stopped : LinkState::Connecting, "");
+        std::lock_guard<std::mutex> lock(mu_);
+        r.removed = r.remove;
+        r.next_try_ms = now;  // a changed reader starts again at once
+        r.backoff.reset();
+        return;
     }
     set_state(r, LinkState::Reconnecting, reason);
     r.next_try_ms = now + r.backoff.next().count();
@@ -351,7 +368,9 @@ void Supervisor::flush(Reader& r, int64_t now, Completions& done) {
 void Supervisor::tick(int64_t now, Completions& done) {
     for (auto& rp : readers_) {
         Reader& r = *rp;
+        if (r.removed) continue;
         if (r.fd < 0 && now >= r.next_try_ms) spawn(r, now);
+        if (r.fd >= 0 && r.retiring && now >= r.retire_deadline_ms) gone(r, "", now, done);
         if (r.fd >= 0 && now - r.last_word_ms > (r.spoke ? kSilentMs : kFirstWordMs))
             gone(r, "the worker stopped answering", now, done);
         std::lock_guard<std::mutex> lock(mu_);
@@ -393,6 +412,7 @@ void Supervisor::loop() {
             if (r.fd >= 0 && fds[i + 1].fd == r.fd && fds[i + 1].revents) receive(r, now, done);
             flush(r, now, done);
         }
+        apply_reconfig(now, done);
         if (now >= next_tick) {
             tick(now, done);
             next_tick = now + kTickMs;
@@ -400,6 +420,74 @@ void Supervisor::loop() {
         for (auto& [f, err] : done) if (f) f(err);
     }
     stop_workers();
+}
+
+void Supervisor::reconfigure(std::vector<ReaderConfig> readers, Added added) {
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        reconfig_ = Reconfig{std::move(readers), std::move(added)};
+    }
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+}
+
+// Asks the worker to stop its reader and close the link; gone() finishes
+// the job when it exits, or kills it when it takes too long.
+void Supervisor::retire(Reader& r, bool remove, int64_t now) {
+    r.remove = remove;
+    if (r.fd < 0) {  // between workers: nothing to stop
+        if (remove) set_state(r, LinkState::Stopped, "");
+        std::lock_guard<std::mutex> lock(mu_);
+        r.removed = remove;
+        r.next_try_ms = now;
+        r.backoff.reset();
+        return;
+    }
+    std::string m;
+    wire::bare(m, wire::kStop);
+    send(r.fd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    r.retiring = true;
+    r.retire_deadline_ms = now + kStopWaitMs;
+}
+
+void Supervisor::apply_reconfig(int64_t now, Completions&) {
+    std::optional<Reconfig> rc;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        rc.swap(reconfig_);
+    }
+    if (!rc) return;
+    for (auto& rp : readers_) {
+        Reader& r = *rp;
+        if (r.removed) continue;
+        auto it = std::find_if(rc->readers.begin(), rc->readers.end(),
+                               [&](const ReaderConfig& c) { return c.name == r.conf.name; });
+        if (it == rc->readers.end()) {
+            retire(r, true, now);
+            continue;
+        }
+        const bool changed =
+            it->uri != r.conf.uri || settings_to_json(it->settings) != settings_to_json(r.conf.settings);
+        if (changed) {
+            {
+                std::lock_guard<std::mutex> lock(mu_);
+                r.conf = *it;
+                r.view.uri = it->uri;
+            }
+            retire(r, false, now);
+        }
+        rc->readers.erase(it);
+    }
+    for (const ReaderConfig& c : rc->readers) {  // what is left is new
+        auto r = std::make_unique<Reader>();
+        r->index = static_cast<uint16_t>(readers_.size());
+        r->conf = c;
+        r->view.name = c.name;
+        r->view.uri = c.uri;
+        r->view.info = r->view.settings = json::object();
+        if (rc->added) rc->added(r->index, c.name);
+        std::lock_guard<std::mutex> lock(mu_);
+        readers_.push_back(std::move(r));
+    }
 }
 
 // Every worker is asked to stop its reader and close its link, and given
@@ -438,6 +526,7 @@ void Supervisor::stop_workers() {
         }
     }
     for (auto& r : readers_) {
+        if (r->removed) continue;
         if (r->fd >= 0) {
             kill(r->pid, SIGKILL);
             waitpid(r->pid, nullptr, 0);

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,6 +59,14 @@ public:
     // True when the loop has turned within the last within_ms: it is not hung.
     bool alive(int64_t within_ms) const;
 
+    // A new list of readers (SIGHUP): removed ones are stopped, changed ones
+    // (link or settings) restarted with their new configuration, new ones
+    // started; the others are not touched. added is called on the
+    // supervisor's thread for each new reader with its index, before its
+    // first read.
+    using Added = std::function<void(uint16_t index, const std::string& name)>;
+    void reconfigure(std::vector<ReaderConfig> readers, Added added);
+
     // Every state change, with the reason for reconnecting; supervisor's thread.
     std::function<void(const std::string& reader, LinkState state, const std::string& why)> on_state;
 
@@ -72,9 +81,16 @@ private:
     void tick(int64_t now, Completions& done);
     void set_state(Reader& r, LinkState s, const std::string& why);
     void stop_workers();
+    void apply_reconfig(int64_t now, Completions& done);
+    void retire(Reader& r, bool remove, int64_t now);
     std::vector<std::unique_ptr<Reader>> readers_;
     std::vector<Read> batch_;  // the loop's buffer for a decoded batch
     std::vector<Event> events_;
+    struct Reconfig {
+        std::vector<ReaderConfig> readers;
+        Added added;
+    };
+    std::optional<Reconfig> reconfig_;  // under mu_, taken by the loop
     Config config_;
     Hub& hub_;
     Presence& presence_;

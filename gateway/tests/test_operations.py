@@ -1,12 +1,13 @@
 """What an operator and systemd see: one logfmt line per state change, the
 JSON-lines file reopened on SIGHUP, READY and watchdog pings."""
+import json
 import os
 import signal
 import socket
 import subprocess
 
 from test_workers import workers
-from uhfd_harness import BUILD, wait_for
+from uhfd_harness import BUILD, Uhfd, wait_for
 
 
 def test_state_lines_sighup_reopen_and_systemd_notifications(tmp_path):
@@ -31,3 +32,21 @@ def test_state_lines_sighup_reopen_and_systemd_notifications(tmp_path):
     assert 'uhfd: level=warn reader=sim event=state state=reconnecting reason="the worker was killed by signal 9"' \
         in lines, lines
     assert lines[-1] == "uhfd: level=info reader=sim event=state state=stopped", lines
+
+
+def test_sighup_reloads_the_readers_and_keeps_them_when_the_file_is_bad(tmp_path):
+    config = {"readers": [{"name": "a", "uri": "sim:3"}, {"name": "gone", "uri": "sim:2"}]}
+    g = Uhfd(tmp_path, config)
+    names = lambda: {r["name"]: r for r in g.json("/api/v1/readers")}
+    wait_for(lambda: all(r["state"] == "running" for r in names().values()) and len(names()) == 2, what="running")
+    a = workers(g.proc.p.pid)["a"]
+    config["readers"] = [{"name": "a", "uri": "sim:3"}, {"name": "new", "uri": "sim:2"}]
+    (tmp_path / "uhfd.json").write_text(json.dumps(config | {"http": {"port": g.port}}))
+    g.proc.p.send_signal(signal.SIGHUP)
+    wait_for(lambda: set(names()) == {"a", "new"} and names()["new"]["state"] == "running", what="the new reader")
+    (tmp_path / "uhfd.json").write_text('{"readers": [')
+    g.proc.p.send_signal(signal.SIGHUP)
+    assert workers(g.proc.p.pid)["a"] == a and names()["a"]["reconnects"] == 0  # untouched throughout
+    assert g.proc.stop() == 0
+    log = g.proc.p.stdout.read()
+    assert "uhfd: level=error event=reload error=" in log, log
