@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
                    "File whose first line is the bearer token every HTTP write must carry (else UHFD_TOKEN, else "
                    "http.token); needed to serve HTTP beyond loopback");
     app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
-    app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)");
+    app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)")
+        ->check(CLI::Range(0.001, 86400.0));  // presence.depart_after's range
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
     app.footer(settings_help());
     try {
@@ -110,16 +111,22 @@ int main(int argc, char** argv) {
 
     Config c;
     std::string err;
+    // --check-config and start-up read a file the same way, --sim included.
     if (!check_file.empty()) {
-        if (!load_config(check_file, c, err)) return usage(err);
+        if (!load_config(check_file, c, err, sim)) return usage(err);
         std::printf("%s: %zu readers, good\n", check_file.c_str(), c.readers.size());
         return 0;
     }
-    if (!config_file.empty() && !load_config(config_file, c, err)) return usage(err);
-    if (sim) c.readers.push_back({"sim", "sim", {}});
-    if (c.readers.empty()) return usage("no readers: give --config FILE or --sim");
+    if (!config_file.empty()) {
+        if (!load_config(config_file, c, err, sim)) return usage(err);
+    } else if (sim) {
+        c.readers.push_back({"sim", "sim", {}});
+    } else {
+        return usage("no readers: give --config FILE or --sim");
+    }
     if (!http.empty() && !split_host_port(http, c.http_bind, c.http_port)) return usage("--http takes ADDR:PORT");
     if (!mqtt.empty() && !split_host_port(mqtt, c.mqtt.host, c.mqtt.port)) return usage("--mqtt takes HOST[:PORT]");
+    if (!prefix.empty() && !check_topic_prefix(prefix, err)) return usage("--prefix: " + err);
     if (!prefix.empty()) c.mqtt.prefix = prefix;
     if (!token_file.empty() && !read_token_file(token_file, c.token, err)) return usage(err);
     if (const char* env = std::getenv("UHFD_TOKEN"); token_file.empty() && env && *env) c.token = env;
