@@ -53,7 +53,7 @@ int usage(const std::string& what) {
 void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool mqtt) {
     Config c;
     std::string err;
-    if (!path.empty() && !load_config(path, c, err)) {
+    if (!path.empty() && !load_config(path, c, err, sim)) {
         oplog(Level::Error, "", "reload", {{"error", err}, {"kept", "the running configuration"}});
         return;
     }
