@@ -92,15 +92,11 @@ def test_gen2_settings_reach_the_fields_of_their_names(tmp_path):
     assert raw.stdout == "0x23 0170FD6B\n", raw.stderr
 
 
-def test_stream_metrics_and_the_web_page(tmp_path):
+def test_stream_and_metrics(tmp_path):
     g = Uhfd(tmp_path, {"readers": [{"name": "sim", "uri": "sim:5"}]})
     with __import__("urllib.request").request.urlopen(g.url + "/api/v1/stream", timeout=10) as s:
         lines = [s.readline().decode() for _ in range(2)]
     assert lines[0] in ("event: read\n", "event: arrive\n") and json.loads(lines[1][6:])["epc"]
     for line in g.request("GET", "/metrics")[1].splitlines():
         assert re.fullmatch(r'# (HELP|TYPE) \w+ .+|\w+(\{(\w+="[^"]*",?)+\})? \d+(\.\d+)?', line), line
-    epcs = wait_for(lambda: {t["epc"] for t in g.json("/api/v1/tags")} if len(g.json("/api/v1/tags")) >= 5 else None)
-    dom = subprocess.run(["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--virtual-time-budget=4000",
-                          "--dump-dom", g.url + "/"], capture_output=True, text=True, timeout=60).stdout
-    assert epcs <= set(re.findall(r"<td>([0-9A-F]{24})</td>", dom))
     g.proc.stop()
