@@ -70,6 +70,30 @@ bool host_names_ok(const std::vector<std::string>& names, std::string& err) {
     return true;
 }
 
+// The outbox and the webhook that delivers from it: state_dir, outbox_max_mb
+// and webhook.{url, secret, batch_size, batch_ms, timeout_ms}.
+bool outbox_keys(const json& j, Config& c, std::string& err) {
+    if (!field(j, "state_dir", c.state_dir, err, "") || !field(j, "outbox_max_mb", c.outbox_max_mb, err, ""))
+        return false;
+    if (c.state_dir.empty()) return (err = "state_dir: give a directory", false);
+    if (!(c.outbox_max_mb > 0)) return (err = "outbox_max_mb must be above 0", false);
+    if (!j.contains("webhook")) return true;
+    const json& h = j["webhook"];
+    WebhookConfig& w = c.webhook;
+    int batch_size = 500;
+    if (!h.is_object()) return (err = "webhook must be an object", false);
+    if (!field(h, "url", w.url, err, "webhook.") || !field(h, "secret", w.secret, err, "webhook.") ||
+        !field(h, "batch_size", batch_size, err, "webhook.") || !field(h, "batch_ms", w.batch_ms, err, "webhook.") ||
+        !field(h, "timeout_ms", w.timeout_ms, err, "webhook."))
+        return false;
+    if (w.url.rfind("http://", 0) != 0 && w.url.rfind("https://", 0) != 0)
+        return (err = "webhook.url: give an http:// or https:// URL", false);
+    if (batch_size < 1 || w.batch_ms < 0 || w.timeout_ms < 1)
+        return (err = "webhook.batch_size and webhook.timeout_ms must be above 0, webhook.batch_ms not negative", false);
+    w.batch_size = static_cast<size_t>(batch_size);
+    return true;
+}
+
 }  // namespace
 
 bool check_settings(const ReaderSettings& s, std::string& err) {
@@ -181,18 +205,17 @@ bool parse_config(const std::string& text, Config& out, std::string& err) {
     if (j.contains("mqtt")) {
         const json& m = j["mqtt"];
         const std::string w = "mqtt.";
-        int batch_size = 50, queue_max = 10000;
+        int batch_size = 50;
         if (!field(m, "host", c.mqtt.host, err, w) || !field(m, "port", c.mqtt.port, err, w) ||
             !field(m, "prefix", c.mqtt.prefix, err, w) || !field(m, "qos", c.mqtt.qos, err, w) ||
             !field(m, "user", c.mqtt.user, err, w) || !field(m, "password", c.mqtt.password, err, w) ||
             !field(m, "cafile", c.mqtt.cafile, err, w) || !field(m, "batch_size", batch_size, err, w) ||
-            !field(m, "batch_ms", c.mqtt.batch_ms, err, w) || !field(m, "queue_max", queue_max, err, w))
+            !field(m, "batch_ms", c.mqtt.batch_ms, err, w))
             return false;
         if (c.mqtt.qos < 0 || c.mqtt.qos > 1) return (err = "mqtt.qos must be 0 or 1", false);
-        if (batch_size < 1 || queue_max < 1 || c.mqtt.batch_ms < 0)
-            return (err = "mqtt.batch_size and mqtt.queue_max must be above 0, mqtt.batch_ms not negative", false);
+        if (batch_size < 1 || c.mqtt.batch_ms < 0)
+            return (err = "mqtt.batch_size must be above 0, mqtt.batch_ms not negative", false);
         c.mqtt.batch_size = static_cast<size_t>(batch_size);
-        c.mqtt.queue_max = static_cast<size_t>(queue_max);
     }
     if (j.contains("http")) {
         const json& h = j["http"];
@@ -217,6 +240,7 @@ bool parse_config(const std::string& text, Config& out, std::string& err) {
             return (err = "presence.epc_prefix must be hex digits", false);
         c.presence.max_tags = static_cast<size_t>(max_tags);
     }
+    if (!outbox_keys(j, c, err)) return false;
     if (c.http_port < 0 || c.http_port > 65535 || c.mqtt.port < 1 || c.mqtt.port > 65535)
         return (err = "ports must be 1..65535 (http.port 0: no HTTP)", false);
     out = c;

@@ -49,9 +49,13 @@ class Proc:
 
 
 class Broker:
-    def __init__(self, tmp, port=None):
+    """persistent: sessions and their queued messages survive a restart (stopped with SIGTERM)."""
+
+    def __init__(self, tmp, port=None, persistent=False):
         self.port, self.conf = port or free_port(), tmp / "mosquitto.conf"
-        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence false\n")
+        keep = f"persistence true\npersistence_location {tmp}/\nmax_queued_messages 0\n" if persistent else \
+            "persistence false\n"
+        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\n{keep}")
         self.start()
 
     def start(self):
@@ -62,9 +66,10 @@ class Broker:
 class Subscriber:
     """Every message of every topic, in order of arrival."""
 
-    def __init__(self, port):
+    def __init__(self, port, client_id=""):
+        """With a client_id the session outlives a disconnect: the broker keeps what comes meanwhile."""
         self.lock, self.messages = threading.Lock(), []
-        self.c = mqtt.Client()
+        self.c = mqtt.Client(client_id, clean_session=not client_id)
         self.c.on_message = lambda c, u, m: self._add(m.topic, m.payload.decode())
         self.c.on_connect = lambda c, u, f, rc: c.subscribe("#", qos=1)
         self.c.connect("127.0.0.1", port)
@@ -81,11 +86,22 @@ class Subscriber:
     def epcs(self, topic):
         return {r["epc"] for p in self.on(topic) for r in json.loads(p)}
 
+    def seqs(self, prefix):
+        """The seqs of every read and event under PREFIX/READER/ (duplicates once)."""
+        reads = [r["seq"] for p in self.on(prefix + "reads") for r in json.loads(p)]
+        return set(reads) | {json.loads(p)["seq"] for p in self.on(prefix + "events")}
+
+
+def missing(seqs):
+    """The seqs from 1 to the newest one that never arrived."""
+    return set(range(1, max(seqs, default=0) + 1)) - set(seqs)
+
 
 class Uhfd:
     def __init__(self, tmp, config, *args):
         self.port = free_port()
         config.setdefault("http", {})["port"] = self.port
+        config.setdefault("state_dir", str(tmp / "state"))
         path = tmp / "uhfd.json"
         path.write_text(json.dumps(config))
         self.proc = Proc([BUILD / "gateway" / "uhfd", "-c", path, *args])
