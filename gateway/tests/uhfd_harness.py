@@ -1,6 +1,7 @@
 """Real components on free loopback ports: mosquitto, uhfsim and uhfd (used by the tests and bench/)."""
 import json
 import os
+import re
 import socket
 import subprocess
 import threading
@@ -49,18 +50,30 @@ class Proc:
 
 
 class Broker:
-    """persistent: sessions and their queued messages survive a restart (stopped with SIGTERM)."""
+    """persistent: sessions and their queued messages survive a restart (stopped with SIGTERM).
+    log: every packet in self.log, in order of arrival."""
 
-    def __init__(self, tmp, port=None, persistent=False):
-        self.port, self.conf = port or free_port(), tmp / "mosquitto.conf"
+    def __init__(self, tmp, port=None, persistent=False, log=False):
+        self.port, self.conf, self.log = port or free_port(), tmp / "mosquitto.conf", tmp / "mosquitto.log"
         keep = f"persistence true\npersistence_location {tmp}/\nmax_queued_messages 0\n" if persistent else \
             "persistence false\n"
+        if persistent and os.geteuid() == 0:
+            keep += "user root\n"  # else mosquitto drops to its own user, which cannot write tmp
+        if log:
+            keep += f"log_type debug\nlog_dest file {self.log}\n"
         self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\n{keep}")
         self.start()
 
     def start(self):
         self.proc = Proc(["/usr/sbin/mosquitto", "-c", self.conf])
+        self.started_at = self.log.stat().st_size if self.log.exists() else 0
         wait_for(lambda: socket.socket().connect_ex(("127.0.0.1", self.port)) == 0, what="the broker")
+
+
+    def published(self, client_prefix):
+        """Topics a client published to since the last start, in order."""
+        text = self.log.read_text()[self.started_at:]
+        return re.findall(rf"Received PUBLISH from {client_prefix}\S* \(d\d, q\d, r\d, m\d+, '([^']+)'", text)
 
 
 class Subscriber:
@@ -72,8 +85,11 @@ class Subscriber:
         self.c = mqtt.Client(client_id, clean_session=not client_id)
         self.c.on_message = lambda c, u, m: self._add(m.topic, m.payload.decode())
         self.c.on_connect = lambda c, u, f, rc: c.subscribe("#", qos=1)
+        subscribed = threading.Event()
+        self.c.on_subscribe = lambda c, u, mid, qos: subscribed.set()
         self.c.connect("127.0.0.1", port)
         self.c.loop_start()
+        assert subscribed.wait(10), "no SUBACK from the broker"
 
     def _add(self, topic, payload):
         with self.lock:
