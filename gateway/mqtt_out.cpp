@@ -132,6 +132,7 @@ void MqttOut::open_client(Clock::time_point now) {
         me->why_ = rc ? "the connection was lost" : "disconnected";
     });
     failed_ = false;
+    why_.clear();
     std::string why;
     const int limit_ms = static_cast<int>(std::chrono::milliseconds(kAckWait).count());
     if (!tcp_answers(c_.host, c_.port, limit_ms, wake_fd_, why)) return lose("cannot connect: " + why);
@@ -149,7 +150,7 @@ void MqttOut::lose(const std::string& why) {
     flights_.clear();
     pending_since_.reset();
     next_try_ = Clock::now() + backoff_.next();
-    say(why + "; trying again");
+    if (!stop_) say(why + "; trying again");
 }
 
 void MqttOut::sleep_until(Clock::time_point when) {
