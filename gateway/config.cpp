@@ -108,7 +108,7 @@ std::vector<ReaderConfig> readers_from(const Fields& top, bool with_sim) {
 
 MqttConfig mqtt_from(const json& j) {
     Fields f(j, "mqtt",
-             {"host", "port", "prefix", "qos", "user", "password", "cafile", "batch_size", "batch_ms", "queue_max"});
+             {"host", "port", "prefix", "qos", "user", "password", "cafile", "batch_size", "batch_ms"});
     MqttConfig m;
     f.get("host", m.host);
     f.get("port", m.port, 1, 65535);
@@ -120,7 +120,6 @@ MqttConfig mqtt_from(const json& j) {
     f.get("cafile", m.cafile);
     f.get("batch_size", m.batch_size, 1, 10000);
     f.get("batch_ms", m.batch_ms, 0, 60000, "ms");
-    f.get("queue_max", m.queue_max, 1, 1000000);
     return m;
 }
 
@@ -162,14 +161,33 @@ PresenceConfig presence_from(const json& j) {
     return p;
 }
 
+// The webhook that delivers from the outbox.
+WebhookConfig webhook_from(const json& j) {
+    Fields f(j, "webhook", {"url", "secret", "batch_size", "batch_ms", "timeout_ms"});
+    WebhookConfig w;
+    f.get("url", w.url);
+    if (w.url.rfind("http://", 0) != 0 && w.url.rfind("https://", 0) != 0)
+        fault(f.path("url"), "give an http:// or https:// URL");
+    f.get("secret", w.secret);
+    f.get("batch_size", w.batch_size, 1, 100000);
+    f.get("batch_ms", w.batch_ms, 0, 60000, "ms");
+    f.get("timeout_ms", w.timeout_ms, 1, 600000, "ms");
+    return w;
+}
+
 Config config_from(const json& j, bool with_sim) {
-    Fields f(j, "", {"readers", "mqtt", "http", "presence", "jsonl"});
+    Fields f(j, "", {"readers", "mqtt", "http", "presence", "jsonl", "state_dir", "outbox_max_mb", "webhook"});
     Config c;
     c.readers = readers_from(f, with_sim);
     if (f.has("mqtt")) c.mqtt = mqtt_from(f["mqtt"]);
     if (f.has("http")) http_from(f["http"], c);
     if (f.has("presence")) c.presence = presence_from(f["presence"]);
     f.get("jsonl", c.jsonl);
+    f.get("state_dir", c.state_dir);
+    if (c.state_dir.empty()) fault(f.path("state_dir"), "give a directory");
+    // The outbox MQTT and the webhook deliver from; what it holds past this goes, oldest reads first.
+    f.get("outbox_max_mb", c.outbox_max_mb, 0.001, 100000, "MB");
+    if (f.has("webhook")) c.webhook = webhook_from(f["webhook"]);
     return c;
 }
 

@@ -34,7 +34,15 @@ struct MqttConfig {
     std::string cafile;  // TLS when set
     size_t batch_size = 50;
     int batch_ms = 100;
-    size_t queue_max = 10000;  // messages held while the broker is away
+};
+
+// Batches of reads and events POSTed as a JSON array, from the outbox.
+struct WebhookConfig {
+    std::string url;     // http:// or https://; empty: no webhook
+    std::string secret;  // when set, X-Uhfd-Signature: sha256=HMAC of the body
+    size_t batch_size = 500;
+    int batch_ms = 1000;
+    int timeout_ms = 5000;
 };
 
 struct PresenceConfig {
@@ -55,6 +63,10 @@ struct Config {
     std::vector<std::string> http_names;
     std::string jsonl;  // "-" for standard output, a path, or empty
     PresenceConfig presence;
+    // The outbox (MQTT and the webhook deliver from it) lives in state_dir.
+    std::string state_dir = "/var/lib/uhfd";
+    double outbox_max_mb = 100;
+    WebhookConfig webhook;
 };
 
 // Parses a configuration document; false with err naming the JSON path at

@@ -19,6 +19,7 @@
 #include "jsonl_out.h"
 #include "mqtt_out.h"
 #include "oplog.h"
+#include "outputs.h"
 #include "supervisor.h"
 #include "version.h"
 #include "watchdog.h"
@@ -73,6 +74,34 @@ std::string self_path(const char* argv0) {
     return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string(argv0);
 }
 
+// The outbox and the outputs that deliver from it; the hub's seqs go on from
+// what the outbox kept. Nothing when neither MQTT nor a webhook is configured.
+bool open_outputs(const Config& c, const std::vector<std::string>& names, Hub& hub, Outputs& out, std::string& err) {
+    Outbox::Options o{c.state_dir, static_cast<uint64_t>(c.outbox_max_mb * 1024 * 1024), names, {}};
+    if (!c.mqtt.host.empty()) o.outputs.push_back("mqtt");
+    if (!c.webhook.url.empty()) o.outputs.push_back("webhook");
+    if (o.outputs.empty()) return true;
+    out.outbox = Outbox::open(o, err);
+    if (!out.outbox)
+        return (err = "the outbox needs a writable state directory: " + err + " (give --state-dir DIR or state_dir)",
+                false);
+    Outbox& box = *out.outbox;
+    for (uint16_t i = 0; i < names.size(); i++) hub.continue_seq(i, box.last_seq(i));
+    hub.on_read([&box](const Read& r, std::string_view json) { box.add(r.reader, r.seq, false, json); });
+    hub.on_event([&box](const Event& e, std::string_view json) { box.add(e.reader, e.seq, true, json); });
+    hub.on_batch_end([&box] { return box.commit(); });
+    if (!c.mqtt.host.empty())
+        for (uint16_t i = 0; i < names.size(); i++) {
+            out.mqtt.push_back(std::make_unique<MqttOut>(c.mqtt, names[i], i, box));
+            if (!out.mqtt.back()->start(err)) return false;
+        }
+    if (!c.webhook.url.empty()) {
+        out.webhook = std::make_unique<Webhook>(c.webhook, names.size(), box);
+        if (!out.webhook->start(err)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -86,7 +115,7 @@ int main(int argc, char** argv) {
         "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
         "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
         "  uhfd --check-config /etc/uhfd.json\n"};
-    std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl;
+    std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl, state_dir;
     bool sim = false;
     double depart_after = 0;
     app.add_option("-c,--config", config_file, "Configuration file (JSON; see docs/GATEWAY.md)");
@@ -101,6 +130,8 @@ int main(int argc, char** argv) {
     app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
     app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)")
         ->check(CLI::Range(0.001, 86400.0));  // presence.depart_after's range
+    app.add_option("--state-dir", state_dir,
+                   "Directory of the outbox that MQTT and the webhook deliver from (default /var/lib/uhfd)");
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
     app.footer(settings_help());
     try {
@@ -132,6 +163,7 @@ int main(int argc, char** argv) {
     if (const char* env = std::getenv("UHFD_TOKEN"); token_file.empty() && env && *env) c.token = env;
     if (!jsonl.empty()) c.jsonl = jsonl;
     if (depart_after > 0) c.presence.depart_after = depart_after;
+    if (!state_dir.empty()) c.state_dir = state_dir;
 
     // The stop signals are taken here, by sigwait; every thread starts with them blocked.
     sigset_t stop_signals;
@@ -144,20 +176,13 @@ int main(int argc, char** argv) {
 
     std::vector<std::string> names;
     for (const ReaderConfig& r : c.readers) names.push_back(r.name);
-    Hub hub(names);
+    Hub hub(names, make_boot_id());
     Presence presence(c.presence);
     Supervisor sup(c, hub, presence, self_path(argv[0]));
-    std::vector<std::unique_ptr<MqttOut>> mqtt_out;
+    Outputs outputs;
+    if (!open_outputs(c, names, hub, outputs, err)) return usage(err);
     std::map<std::string, MqttOut*> by_reader;
-    if (!c.mqtt.host.empty()) {
-        for (const ReaderConfig& r : c.readers) {
-            mqtt_out.push_back(std::make_unique<MqttOut>(c.mqtt, r.name));
-            if (!mqtt_out.back()->start(err)) return usage(err);
-            by_reader[r.name] = mqtt_out.back().get();
-        }
-        hub.on_read([&](const Read& r, std::string_view json) { mqtt_out[r.reader]->read(json); });
-        hub.on_event([&](const Event& e, std::string_view json) { mqtt_out[e.reader]->event(json); });
-    }
+    for (size_t i = 0; i < outputs.mqtt.size(); i++) by_reader[names[i]] = outputs.mqtt[i].get();
     JsonLines lines;
     if (!c.jsonl.empty()) {
         if (!lines.open(c.jsonl, err)) return usage(err);
@@ -172,7 +197,7 @@ int main(int argc, char** argv) {
             oplog(trouble ? Level::Warn : Level::Info, reader, "state", {{"state", state_name(s)}});
         if (auto it = by_reader.find(reader); it != by_reader.end()) it->second->status(state_name(s));
     };
-    HttpApi api(c, sup, hub, presence, mqtt_out);
+    HttpApi api(c, sup, hub, presence, outputs);
     if (c.http_port != 0) {
         if (!api.start(err)) {
             std::fprintf(stderr, "uhfd: %s\n", err.c_str());
@@ -189,15 +214,17 @@ int main(int argc, char** argv) {
         const int sig = dog.wait(stop_signals);
         if (sig == SIGHUP) {
             if (!lines.reopen(err)) oplog(Level::Error, "", "jsonl", {{"error", err}});
-            reload(config_file, sim, sup, hub, !mqtt_out.empty());
+            reload(config_file, sim, sup, hub, !outputs.mqtt.empty() || outputs.webhook);
             continue;
         }
         if (sig == SIGINT || sig == SIGTERM) break;
     }
     dog.stopping();
     oplog(Level::Info, "", "stopping");
-    sup.stop();                          // every inventory stopped, every link closed
-    for (auto& m : mqtt_out) m->stop();  // "offline" on every status topic
+    sup.stop();  // every inventory stopped, every link closed
+    if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
+    for (auto& m : outputs.mqtt) m->stop();  // "offline" on every status topic
+    if (outputs.webhook) outputs.webhook->stop();
     api.stop();
     return 0;
 }

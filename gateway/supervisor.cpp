@@ -26,6 +26,8 @@ using nlohmann::json;
 namespace {
 
 constexpr int kTickMs = 100;
+// How soon the loop comes back to a sink that holds a batch (the outbox).
+constexpr int kBatchMs = 10;
 // A worker that says nothing for this long is hung: killed and replaced.
 // Before its first word it may take longer (opening a link has its own limits).
 constexpr int64_t kSilentMs = 10000, kFirstWordMs = 30000;
@@ -303,11 +305,11 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                     for (const Read& rd : batch_) r.antenna_reads[rd.antenna]++;
                 }
                 r.rate_count += batch_.size();
-                for (const Read& rd : batch_) {
+                for (Read& rd : batch_) {
                     events_.clear();
                     if (!presence_.add(rd, events_)) continue;
                     hub_.publish(rd);
-                    for (const Event& e : events_) hub_.publish(e);
+                    for (Event& e : events_) hub_.publish(e);
                 }
                 break;
             }
@@ -390,17 +392,19 @@ void Supervisor::tick(int64_t now, Completions& done) {
     }
     events_.clear();
     presence_.expire(now, events_);
-    for (const Event& e : events_) hub_.publish(e);
+    for (Event& e : events_) hub_.publish(e);
 }
 
 void Supervisor::loop() {
     std::vector<pollfd> fds;
     int64_t next_tick = 0;
+    bool batch_held = false;
     while (!stop_) {
         fds.assign(1, {wake_[0], POLLIN, 0});
         for (auto& r : readers_) fds.push_back({r->fd, POLLIN, 0});
         const int64_t now0 = now_ms();
-        poll(fds.data(), fds.size(), static_cast<int>(std::clamp<int64_t>(next_tick - now0, 0, kTickMs)));
+        const int longest = batch_held ? kBatchMs : kTickMs;
+        poll(fds.data(), fds.size(), static_cast<int>(std::clamp<int64_t>(next_tick - now0, 0, longest)));
         char sink[64];
         while (read(wake_[0], sink, sizeof sink) > 0) {
         }
@@ -417,6 +421,7 @@ void Supervisor::loop() {
             tick(now, done);
             next_tick = now + kTickMs;
         }
+        batch_held = hub_.end_batch();
         for (auto& [f, err] : done) if (f) f(err);
     }
     stop_workers();

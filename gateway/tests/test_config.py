@@ -22,7 +22,7 @@ def settings(**values):
 
 # (file text, extra arguments, what the refusal says after "FILE: ")
 BROKEN = [
-    (conf(mqqt={}), [], "mqqt: unknown key (known: readers, mqtt, http, presence, jsonl)"),
+    (conf(mqqt={}), [], "mqqt: unknown key (known: readers, mqtt, http, presence, jsonl, state_dir, outbox_max_mb, webhook)"),
     (conf(mqtt={"hots": "x"}), [], "mqtt.hots: unknown key (known: host, port, prefix, qos, user, password,"),
     (json.dumps({"readers": [{**READER, "url": "sim"}]}), [], "readers[0].url: unknown key (known: name, uri, settings)"),
     (settings(colour=1), [], "readers[0].settings.colour: unknown key (known: power, antennas, region,"),
@@ -37,7 +37,8 @@ BROKEN = [
     (conf(mqtt=5), [], "mqtt: must be a JSON object, not 5"),
     (conf(mqtt={"host": 5}), [], "mqtt.host: must be a string, not 5"),
     (conf(mqtt={"port": 65536}), [], "mqtt.port: must be 1..65535"),
-    (conf(mqtt={"queue_max": 0}), [], "mqtt.queue_max: must be 1..1000000"),
+    (conf(outbox_max_mb=0), [], "outbox_max_mb: must be 0.001..100000 MB"),
+    (conf(webhook={"url": "ftp://x"}), [], "webhook.url: give an http:// or https:// URL"),
     (conf(mqtt={"prefix": "plant/#"}), [], "mqtt.prefix: no '+' or '#' (MQTT wildcards)"),
     (conf(mqtt={"prefix": "plant//rfid"}), [], "mqtt.prefix: no empty levels"),
     (conf(mqtt={"prefix": "a\0b"}), [], "mqtt.prefix: no NUL characters"),

@@ -11,8 +11,7 @@ def gateway(tmp_path, sim, broker=None, **extra):
     config = {"readers": [{"name": "dock", "uri": f"tcp:127.0.0.1:{sim.port}", "settings": {"power": 25}}],
               "presence": {"depart_after": 1.0}, **extra}
     if broker:
-        config["mqtt"] = {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50,
-                          "queue_max": 20}
+        config["mqtt"] = {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50}
     return Uhfd(tmp_path, config)
 
 
@@ -48,20 +47,6 @@ def test_a_lost_reader_is_reconnected_and_settings_reapplied(tmp_path, sim):
     finally:
         again.stop()
         g.proc.stop()
-
-
-def test_reads_queued_while_the_broker_is_away_arrive_and_drops_are_counted(tmp_path, sim, broker):
-    g = gateway(tmp_path, sim, broker)
-    sub = Subscriber(broker.port)
-    wait_for(lambda: sub.epcs("t/dock/reads"), what="reads")
-    broker.proc.stop()
-    metric = re.compile(r'^uhfd_mqtt_dropped_total\{reader="dock"\} (\d+)$', re.M)
-    wait_for(lambda: int(metric.search(g.request("GET", "/metrics")[1]).group(1)) > 0, what="drops")
-    broker.start()
-    sub = Subscriber(broker.port)
-    wait_for(lambda: len(sub.on("t/dock/reads")) >= 20, 40, "the queued batches")
-    assert "uhfd_mqtt_connected{reader=\"dock\"} 1" in g.request("GET", "/metrics")[1]
-    g.proc.stop()
 
 
 def test_rest_settings_bad_input_and_token(tmp_path, sim):
