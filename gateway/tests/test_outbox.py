@@ -75,7 +75,8 @@ def test_a_full_outbox_drops_the_oldest_reads_counted_in_reads_and_status_goes_f
         wait_for(lambda: metric(g, "uhfd_mqtt_connected", reader="dock") == 0, what="the broker missed")
         wait_for(lambda: dropped() > 100, what="drops")
         broker.start()
-        wait_for(lambda: metric(g, "uhfd_mqtt_connected", reader="dock") == 1, 20, "the broker again")
+        # The client retries with backoff (up to 30 s between tries on a slow machine).
+        wait_for(lambda: metric(g, "uhfd_mqtt_connected", reader="dock") == 1, 45, "the broker again")
         wait_for(lambda: dropped() == len(missing(sub.seqs("t/dock/"))), 20, "every read delivered or counted")
         assert broker.published("uhfd-")[0] == "t/dock/status"  # before the backlog
         assert sub.on("t/dock/status")[-1] == "running"
