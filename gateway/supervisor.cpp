@@ -79,17 +79,20 @@ struct Supervisor::Reader {
     std::deque<std::string> outgoing;  // messages for the worker, sent by the loop
 };
 
+// The next index is the reader's for good: a removed reader's stays unused.
+std::unique_ptr<Supervisor::Reader> Supervisor::new_reader(const ReaderConfig& rc) const {
+    auto r = std::make_unique<Reader>();
+    r->index = static_cast<uint16_t>(readers_.size());
+    r->conf = rc;
+    r->view.name = rc.name;
+    r->view.uri = rc.uri;
+    r->view.info = r->view.settings = json::object();
+    return r;
+}
+
 Supervisor::Supervisor(const Config& c, Hub& hub, Presence& presence, std::string worker_exe)
     : config_(c), hub_(hub), presence_(presence), worker_exe_(std::move(worker_exe)) {
-    for (const ReaderConfig& rc : c.readers) {
-        auto r = std::make_unique<Reader>();
-        r->index = static_cast<uint16_t>(readers_.size());
-        r->conf = rc;
-        r->view.name = rc.name;
-        r->view.uri = rc.uri;
-        r->view.info = r->view.settings = json::object();
-        readers_.push_back(std::move(r));
-    }
+    for (const ReaderConfig& rc : c.readers) readers_.push_back(new_reader(rc));
 }
 
 Supervisor::~Supervisor() { stop(); }
@@ -483,12 +486,7 @@ void Supervisor::apply_reconfig(int64_t now, Completions&) {
         rc->readers.erase(it);
     }
     for (const ReaderConfig& c : rc->readers) {  // what is left is new
-        auto r = std::make_unique<Reader>();
-        r->index = static_cast<uint16_t>(readers_.size());
-        r->conf = c;
-        r->view.name = c.name;
-        r->view.uri = c.uri;
-        r->view.info = r->view.settings = json::object();
+        auto r = new_reader(c);
         if (rc->added) rc->added(r->index, c.name);
         std::lock_guard<std::mutex> lock(mu_);
         readers_.push_back(std::move(r));

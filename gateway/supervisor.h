@@ -74,6 +74,7 @@ private:
     struct Reader;
     using Completions = std::vector<std::pair<Done, std::string>>;
     void loop();
+    std::unique_ptr<Reader> new_reader(const ReaderConfig& rc) const;
     void spawn(Reader& r, int64_t now);
     void gone(Reader& r, const std::string& why, int64_t now, Completions& done);
     void receive(Reader& r, int64_t now, Completions& done);
