@@ -107,8 +107,7 @@ std::vector<ReaderConfig> readers_from(const Fields& top, bool with_sim) {
 }
 
 MqttConfig mqtt_from(const json& j) {
-    Fields f(j, "mqtt",
-             {"host", "port", "prefix", "qos", "user", "password", "cafile", "batch_size", "batch_ms"});
+    Fields f(j, "mqtt", {"host", "port", "prefix", "qos", "user", "password", "cafile", "batch_size", "batch_ms"});
     MqttConfig m;
     f.get("host", m.host);
     f.get("port", m.port, 1, 65535);

@@ -22,9 +22,9 @@ struct Read {
     uint8_t epc_len = 0;   // bytes of epc in use
     uint8_t data_len = 0;  // bytes of TID/USER data in use
     uint16_t pc = 0;
-    int16_t rssi = 0;      // 0.1 dBm
-    int64_t time_ms = 0;   // Unix milliseconds
-    uint64_t seq = 0;      // per reader, given by the hub as it publishes
+    int16_t rssi = 0;     // 0.1 dBm
+    int64_t time_ms = 0;  // Unix milliseconds
+    uint64_t seq = 0;     // per reader, given by the hub as it publishes
     std::array<uint8_t, 62> epc{};
     std::array<uint8_t, 255> data{};
 };

@@ -62,7 +62,8 @@ void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool m
     const size_t n = c.readers.size();
     sup.reconfigure(std::move(c.readers), [&hub, mqtt](uint16_t, const std::string& name) {
         hub.add_reader(name);
-        if (mqtt) oplog(Level::Warn, name, "reload", {{"mqtt", "a reader added by a reload publishes after a restart"}});
+        if (mqtt)
+            oplog(Level::Warn, name, "reload", {{"mqtt", "a reader added by a reload publishes after a restart"}});
     });
     oplog(Level::Info, "", "reload", {{"readers", std::to_string(n)}});
 }
@@ -221,9 +222,9 @@ int main(int argc, char** argv) {
     }
     dog.stopping();
     oplog(Level::Info, "", "stopping");
-    sup.stop();  // every inventory stopped, every link closed
+    sup.stop();                                        // every inventory stopped, every link closed
     if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
-    for (auto& m : outputs.mqtt) m->stop();  // "offline" on every status topic
+    for (auto& m : outputs.mqtt) m->stop();            // "offline" on every status topic
     if (outputs.webhook) outputs.webhook->stop();
     api.stop();
     return 0;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "oplog.h"
 #include "tcp_probe.h"
 
 namespace uhfd {
@@ -74,7 +75,13 @@ void MqttOut::wake() {
 void MqttOut::say(const std::string& what) {
     if (what == said_) return;  // a broker that stays away is said once
     said_ = what;
-    std::fprintf(stderr, "uhfd: mqtt %s:%d (%s): %s\n", c_.host.c_str(), c_.port, base_.c_str(), what.c_str());
+    const std::string broker = c_.host + ":" + std::to_string(c_.port);
+    const std::string_view reader =
+        std::string_view(base_).substr(c_.prefix.size() + 1, base_.size() - c_.prefix.size() - 2);
+    if (what == "connected")
+        oplog(Level::Info, reader, "broker", {{"state", "connected"}, {"broker", broker}});
+    else
+        oplog(Level::Warn, reader, "broker", {{"state", "disconnected"}, {"broker", broker}, {"reason", what}});
 }
 
 void MqttOut::run() {
@@ -125,7 +132,8 @@ void MqttOut::open_client(Clock::time_point now) {
         me->failed_ = true;
         me->why_ = std::string("the broker refused the connection: ") + mosquitto_connack_string(rc);
     });
-    mosquitto_publish_callback_set(m_, [](mosquitto*, void* self, int mid) { static_cast<MqttOut*>(self)->on_acked(mid); });
+    mosquitto_publish_callback_set(m_,
+                                   [](mosquitto*, void* self, int mid) { static_cast<MqttOut*>(self)->on_acked(mid); });
     mosquitto_disconnect_callback_set(m_, [](mosquitto*, void* self, int rc) {
         auto* me = static_cast<MqttOut*>(self);
         me->failed_ = true;
@@ -206,7 +214,8 @@ void MqttOut::on_connected() {
 void MqttOut::on_acked(int mid) {
     auto it = std::find_if(flights_.begin(), flights_.end(), [mid](const Flight& f) { return f.mid == mid; });
     // Unknown: the publish still under way, whose QoS 0 write completed inside the call.
-    if (it == flights_.end()) it = std::find_if(flights_.begin(), flights_.end(), [](const Flight& f) { return !f.mid; });
+    if (it == flights_.end())
+        it = std::find_if(flights_.begin(), flights_.end(), [](const Flight& f) { return !f.mid; });
     if (it != flights_.end()) it->acked = true;
     while (!flights_.empty() && flights_.front().acked) {
         if (flights_.front().last_seq) outbox_.delivered(output_, index_, flights_.front().last_seq);
@@ -254,7 +263,8 @@ bool MqttOut::publish(const std::string& topic, const std::string& body, bool re
     // at QoS 0 that is the acknowledgement, called before publish returns.
     flights_.push_back({0, last_seq, now, false});
     int mid = 0;
-    const int rc = mosquitto_publish(m_, &mid, topic.c_str(), static_cast<int>(body.size()), body.data(), c_.qos, retain);
+    const int rc =
+        mosquitto_publish(m_, &mid, topic.c_str(), static_cast<int>(body.size()), body.data(), c_.qos, retain);
     auto mine = std::find_if(flights_.begin(), flights_.end(), [](const Flight& f) { return !f.mid; });
     if (rc != MOSQ_ERR_SUCCESS) {
         if (mine != flights_.end()) flights_.erase(mine);

@@ -11,6 +11,9 @@
 #include <filesystem>
 #include <tuple>
 
+#include "oplog.h"
+#include "tag_json.h"
+
 namespace uhfd {
 
 namespace {
@@ -70,7 +73,8 @@ bool Outbox::create(const Options& o, std::string& err) {
     const std::string lock = (fs::path(o.dir) / "outbox.lock").string();
     lock_fd_ = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (lock_fd_ < 0) return (err = lock + ": " + std::strerror(errno), false);
-    if (flock(lock_fd_, LOCK_EX | LOCK_NB) != 0) return (err = o.dir + ": another uhfd uses this state directory", false);
+    if (flock(lock_fd_, LOCK_EX | LOCK_NB) != 0)
+        return (err = o.dir + ": another uhfd uses this state directory", false);
     readers_ = o.readers;
     outputs_ = o.outputs;
     max_bytes_ = o.max_bytes;
@@ -90,19 +94,20 @@ bool Outbox::create(const Options& o, std::string& err) {
 }
 
 bool Outbox::prepare(std::string& err) {
-    return insert_.prepare(db_, "INSERT INTO rows(reader, first, last, event, bytes, body) VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
-                           err) &&
+    return insert_.prepare(
+               db_, "INSERT INTO rows(reader, first, last, event, bytes, body) VALUES(?1, ?2, ?3, ?4, ?5, ?6)", err) &&
            set_seq_.prepare(db_, "UPDATE readers SET seq = ?2 WHERE id = ?1", err) &&
            set_cursor_.prepare(db_,
                                "INSERT INTO progress(output, reader, seq) VALUES(?1, ?2, ?3) "
                                "ON CONFLICT(output, reader) DO UPDATE SET seq = excluded.seq",
                                err) &&
            remove_upto_.prepare(db_, "DELETE FROM rows WHERE reader = ?1 AND last <= ?2 RETURNING bytes", err) &&
-           oldest_.prepare(db_,
-                           "SELECT id, reader, first, last, event, bytes FROM rows WHERE event = ?1 ORDER BY id LIMIT 256",
-                           err) &&
+           oldest_.prepare(
+               db_, "SELECT id, reader, first, last, event, bytes FROM rows WHERE event = ?1 ORDER BY id LIMIT 256",
+               err) &&
            remove_row_.prepare(db_, "DELETE FROM rows WHERE id = ?1", err) &&
-           fetch_.prepare(db_, "SELECT first, event, body FROM rows WHERE reader = ?1 AND last > ?2 ORDER BY last", err) &&
+           fetch_.prepare(db_, "SELECT first, event, body FROM rows WHERE reader = ?1 AND last > ?2 ORDER BY last",
+                          err) &&
            depth_.prepare(db_,
                           "SELECT count(*), coalesce(sum(CASE WHEN event THEN 0 ELSE last - first + 1 END), 0), "
                           "coalesce(sum(bytes), 0) FROM rows WHERE reader = ?1 AND last > ?2",
@@ -185,7 +190,8 @@ bool Outbox::commit(bool force) {
             if (ok) {
                 written_[s.reader] = std::max(written_[s.reader].load(), s.last);
             } else if (!s.event) {
-                for (size_t o = 0; o < outputs_.size(); o++) dropped_[progress_slot(static_cast<int>(o), s.reader)] += s.items;
+                for (size_t o = 0; o < outputs_.size(); o++)
+                    dropped_[progress_slot(static_cast<int>(o), s.reader)] += s.items;
             }
         }
     }
@@ -261,6 +267,12 @@ bool Outbox::drop_oldest(std::string& err) {
             if (!oldest.empty()) break;
         }
         if (oldest.empty()) return true;
+        // Said when it starts and at most once a minute while it lasts.
+        const int64_t now = static_cast<int64_t>(uhftools::unix_now());
+        if (now - overflow_said_ >= 60) {
+            overflow_said_ = now;
+            oplog(Level::Warn, "", "outbox", {{"state", "full"}, {"dropping", "the oldest reads"}});
+        }
         for (const Row& row : oldest) {
             if (bytes_ <= max_bytes_) break;
             if (!remove_row_.reset().bind(1, row.id).run()) return (err = db_.error(), false);
@@ -286,7 +298,7 @@ void Outbox::count_dropped(const Row& row) {
 void Outbox::fail(const std::string& err) {
     if (err == last_error_) return;  // said once, not at every batch
     last_error_ = err;
-    std::fprintf(stderr, "uhfd: outbox: %s; the batch is dropped and counted\n", err.c_str());
+    oplog(Level::Error, "", "outbox", {{"error", err}, {"batch", "dropped and counted"}});
 }
 
 void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out) {

@@ -107,6 +107,7 @@ private:
     std::vector<Staged> staged_;
     std::chrono::steady_clock::time_point last_commit_{}, last_tidy_{};
     std::string last_error_;
+    int64_t overflow_said_ = 0;  // Unix seconds of the last "full" line
 
     std::unique_ptr<std::atomic<uint64_t>[]> written_;
     std::vector<std::vector<std::function<void()>>> watchers_;

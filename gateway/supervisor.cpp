@@ -61,7 +61,7 @@ struct Supervisor::Reader {
     bool want_running = true;
     pid_t pid = -1;
     int fd = -1;
-    bool spoke = false;  // the worker has sent something since it started
+    bool spoke = false;                                      // the worker has sent something since it started
     bool retiring = false, remove = false, removed = false;  // reconfigured away or restarted
     int64_t retire_deadline_ms = 0;
     int64_t spawned_ms = 0, last_word_ms = 0, next_try_ms = 0;
@@ -263,8 +263,8 @@ void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completion
     close(r.fd);
     r.fd = -1;
     r.pid = -1;
-    const std::string reason = r.retiring ? "the reader was reconfigured"
-                               : !why.empty() ? why
+    const std::string reason = r.retiring       ? "the reader was reconfigured"
+                               : !why.empty()   ? why
                                : !r.why.empty() ? r.why
                                                 : exit_text(status);
     {
@@ -388,7 +388,9 @@ void Supervisor::tick(int64_t now, Completions& done) {
             it = r.pending.erase(it);
         }
         if (now - r.rate_mark_ms >= 1000) {
-            r.view.reads_per_s = r.rate_mark_ms ? static_cast<double>(r.rate_count) * 1000.0 / static_cast<double>(now - r.rate_mark_ms) : 0;
+            r.view.reads_per_s =
+                r.rate_mark_ms ? static_cast<double>(r.rate_count) * 1000.0 / static_cast<double>(now - r.rate_mark_ms)
+                               : 0;
             r.rate_count = 0;
             r.rate_mark_ms = now;
         }
@@ -425,7 +427,8 @@ void Supervisor::loop() {
             next_tick = now + kTickMs;
         }
         batch_held = hub_.end_batch();
-        for (auto& [f, err] : done) if (f) f(err);
+        for (auto& [f, err] : done)
+            if (f) f(err);
     }
     stop_workers();
 }
@@ -541,7 +544,8 @@ void Supervisor::stop_workers() {
         for (auto& [id, p] : r->pending) done.emplace_back(p.done, "the gateway is stopping");
         r->pending.clear();
     }
-    for (auto& [f, err] : done) if (f) f(err);
+    for (auto& [f, err] : done)
+        if (f) f(err);
 }
 
 }  // namespace uhfd

@@ -6,6 +6,7 @@
 
 #include "backoff.h"
 #include "hmac_sign.h"
+#include "oplog.h"
 #include "payloads.h"
 
 namespace uhfd {
@@ -64,7 +65,10 @@ void Webhook::wait_until(Clock::time_point when) {
 void Webhook::say(const std::string& what) {
     if (what == said_) return;  // an endpoint that stays down is said once
     said_ = what;
-    std::fprintf(stderr, "uhfd: webhook %s: %s\n", c_.url.c_str(), what.c_str());
+    if (what == "delivering")
+        oplog(Level::Info, "", "webhook", {{"state", "delivering"}, {"url", c_.url}});
+    else
+        oplog(Level::Warn, "", "webhook", {{"state", "failing"}, {"url", c_.url}, {"reason", what}});
 }
 
 void Webhook::run() {
