@@ -81,6 +81,7 @@ void ServerBase::set_tags(const TagField& tags) {
     {
         std::lock_guard<std::mutex> lock(radio_->mu);
         radio_->field = tags;
+        ++radio_->revision;
     }
     wake();
 }
