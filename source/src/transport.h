@@ -29,9 +29,6 @@ struct Backend {
     // nothing came. *hung_up says the peer is gone and nothing more can
     // come. nullptr where wait followed by recv is as good.
     int (*recv_within)(ST_Terminal& t, uint8_t* p, uint16_t n, int ms, bool* hung_up);
-    // Look at waiting input without consuming it; nullptr where the
-    // transport cannot.
-    int (*peek)(ST_Terminal& t, uint8_t* p, uint16_t n);
     // Reports have to be asked for (0xEB) rather than streamed.
     bool polled;
 };

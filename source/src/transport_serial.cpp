@@ -45,6 +45,6 @@ int serial_descriptor(const ST_Terminal& t) { return t.com_handle; }
 }  // namespace
 
 const Backend kSerialBackend = {serial_open,    serial_close,      serial_send, serial_recv, serial_wait,
-                                serial_discard, serial_descriptor, nullptr,     nullptr,     false};
+                                serial_discard, serial_descriptor, nullptr,     false};
 
 }  // namespace uhf

@@ -92,13 +92,9 @@ int tcp_discard(ST_Terminal& t, bool) {
 
 int tcp_descriptor(const ST_Terminal& t) { return t.my_socket; }
 
-int tcp_peek(ST_Terminal& t, uint8_t* p, uint16_t n) {
-    return static_cast<int>(recv(t.my_socket, p, n, MSG_DONTWAIT | MSG_PEEK));
-}
-
 }  // namespace
 
 const Backend kTcpBackend = {tcp_open,    tcp_close,      tcp_send,        tcp_recv, tcp_wait,
-                             tcp_discard, tcp_descriptor, tcp_recv_within, tcp_peek, false};
+                             tcp_discard, tcp_descriptor, tcp_recv_within, false};
 
 }  // namespace uhf

@@ -20,6 +20,6 @@ int usb_descriptor(const ST_Terminal&) { return -1; }
 }  // namespace
 
 const Backend kUsbBackend = {usb_open,    usb_close,      usb_send, usb_recv, usb_wait,
-                             usb_discard, usb_descriptor, nullptr,  nullptr,  true};
+                             usb_discard, usb_descriptor, nullptr,  true};
 
 }  // namespace uhf
