@@ -116,7 +116,8 @@ bool rssi_ok(uint16_t raw) {
 }
 
 // Queue every frame found in buf[0, len); returns where the last frame taken
-// ends, 0 when none was, and adds the frames taken to *frames.
+// ends (len after a stop reply), 0 when none was, and adds the frames taken
+// to *frames.
 size_t consume_frames(const uint8_t* buf, size_t len, int index, size_t* frames = nullptr) {
     size_t parse = 0;
     while (parse < len) {
@@ -139,7 +140,7 @@ size_t consume_frames(const uint8_t* buf, size_t len, int index, size_t* frames 
             addTagData(cmd == kReport ? NORMAL_INVENTORY : SENSOR_INVENTORY, data, dlen, index);
         } else if (cmd == kStopReply) {
             set_closing(1);
-            break;  // whatever follows the stop reply is dropped with the buffer
+            return len;  // whatever follows the stop reply goes with the buffer, a frame begun there too
         }
     }
     return parse;
@@ -231,9 +232,10 @@ bool read_burst(int index, unsigned generation, uint8_t* buf, size_t cap, size_t
             gather.gathering = false;
             return !(after_poll && link_lost(r.got));
         }
-        if (r.filled) continue;
-        if (!gather.pause_after(r)) return true;
-        usleep(kGatherUs);
+        if (!r.filled) {
+            if (!gather.pause_after(r)) return true;
+            usleep(kGatherUs);
+        }
         if (!should_run(index, generation)) return true;
     }
 }
