@@ -65,10 +65,10 @@ void PresenceExpireNothingDue(benchmark::State& state) {
 BENCHMARK(PresenceExpireNothingDue)->Arg(10000)->Arg(100000);
 
 void HubPublishToOneJsonSink(benchmark::State& state) {
-    uhfd::Hub hub({"dock-1"});
+    uhfd::Hub hub({"dock-1"}, "0123456789abcdef");
     size_t bytes = 0;
     hub.on_read([&](const Read&, std::string_view json) { bytes += json.size(); });
-    const Read r = read_of(42, 1795504220714);
+    Read r = read_of(42, 1795504220714);
     for (auto _ : state) hub.publish(r);
     benchmark::DoNotOptimize(bytes);
     state.SetItemsProcessed(state.iterations());

@@ -219,7 +219,9 @@ std::string summary_line(const InventoryResult& r) {
     double rate = r.seconds > 0 ? static_cast<double>(r.reads) / r.seconds : 0;
     std::snprintf(b, sizeof b, "%llu reads, %zu unique tags in %.1f s (%.0f reads/s)",
                   static_cast<unsigned long long>(r.reads), r.tags.size(), r.seconds, rate);
-    return b;
+    std::string line = b;
+    if (r.overflowed > 0) line += ", " + std::to_string(r.overflowed) + " lost to a full queue";
+    return line;
 }
 
 void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows) {
@@ -259,6 +261,9 @@ void print_tag_table(const Session& s, const InventoryResult& r, size_t max_rows
 // What the run saw, once it is over.
 void finish(const Session& s, const InventoryOptions& o, InventoryResult& result) {
     if (s.format != Format::Text && o.unique) print_unique(s, result);
+    if (s.format != Format::Text && result.overflowed > 0)
+        std::fprintf(stderr, "uhfctl: %llu reads lost: the library's queue filled up\n",
+                     static_cast<unsigned long long>(result.overflowed));
     if (s.format == Format::Text) {
         if (o.live) {
             redraw(s, o, result);
@@ -311,6 +316,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
     });
     if (!watch.start()) return kReaderFailed;
 
+    const uint64_t overflow_before = UHF_GetQueueOverflowCount();
     const auto start = Clock::now();
     auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
     auto next_draw = start;
@@ -334,6 +340,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
         }
         if (o.live && Clock::now() >= next_draw) {
             result.seconds = elapsed();
+            result.overflowed = UHF_GetQueueOverflowCount() - overflow_before;
             result.tags = tally.tags();
             result.down = watch.down();
             redraw(s, o, result);
@@ -347,6 +354,7 @@ int run_inventory(const Session& s, const InventoryOptions& o, InventoryResult& 
     const int lost_rc = watch.finish();
     // Reports that arrived before the stop are reads too.
     for (Read r; !limit_reached() && take(r);) consume(r);
+    result.overflowed = UHF_GetQueueOverflowCount() - overflow_before;
     result.tags = tally.tags();
     finish(s, o, result);
     return lost_rc != kOk ? lost_rc : rc;

@@ -39,6 +39,7 @@ struct InventoryResult {
     std::vector<TagSeen> tags;  // in order of first sight
     std::vector<std::pair<std::string, std::string>> down;  // readers not reading: label, what is wrong
     bool stop_confirmed = true;
+    uint64_t overflowed = 0;  // reads the library dropped when its queue filled up
 };
 
 // Runs one inventory over every reader of the session and writes what the

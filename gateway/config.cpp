@@ -4,11 +4,11 @@
 #include <cctype>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
+#include "config_check.h"
 #include "reader_link.h"
 #include "settings_table.h"
 
@@ -19,104 +19,210 @@ using nlohmann::json;
 namespace {
 
 // The settings uhfd applies; names, meanings and ranges are the shared table's.
-const char* const kSettingKeys[] = {"power", "antennas", "region", "session", "target", "q", "mode"};
+const std::vector<std::string_view> kSettingKeys = {"power", "antennas", "region", "session", "target", "q", "mode"};
 
-// Reads j[key] into out when present; false with err when it has the wrong type.
-template <typename T>
-bool field(const json& j, const char* key, T& out, std::string& err, const std::string& where) {
-    if (!j.contains(key)) return true;
-    try {
-        out = j.at(key).get<T>();
-        return true;
-    } catch (const json::exception&) {
-        err = where + key + ": wrong type";
-        return false;
-    }
+void number_setting(const Fields& f, const char* name, std::optional<int>& out) {
+    const uhftools::SettingRow& row = uhftools::setting_row(name);
+    f.get(name, out, row.min, row.max, row.unit);
 }
 
-template <typename T>
-bool optional_field(const json& j, const char* key, std::optional<T>& out, std::string& err, const std::string& where) {
-    if (!j.contains(key)) return true;
-    T v{};
-    if (!field(j, key, v, err, where)) return false;
-    out = v;
-    return true;
+// Kept as written (a word, or its code as a string): the worker maps it.
+void word_setting(const Fields& f, const char* name, std::optional<std::string>& out) {
+    if (!f.has(name)) return;
+    const uhftools::SettingRow& row = uhftools::setting_row(name);
+    std::string word = text(f[name], f.path(name));
+    int code = 0;
+    if (!uhftools::choice_code(row, word, code)) fault(f.path(name), "must be one of " + uhftools::range_text(row));
+    out = word;
 }
 
-bool settings_from(const json& j, ReaderSettings& s, std::string& err, const std::string& where) {
-    if (!j.is_object()) {
-        err = where + "settings must be an object";
-        return false;
+std::vector<int> antennas_from(const json& v, const std::string& path) {
+    const uhftools::SettingRow& row = uhftools::setting_row("antennas");
+    const json& items = array(v, path);
+    if (items.empty()) fault(path, "give at least one");
+    std::vector<int> out;
+    for (size_t i = 0; i < items.size(); i++)
+        out.push_back(static_cast<int>(whole_number(items[i], item_path(path, i), row.min, row.max, row.unit)));
+    return out;
+}
+
+ReaderSettings settings_from(const json& j, const std::string& path) {
+    Fields f(j, path, kSettingKeys);
+    ReaderSettings s;
+    number_setting(f, "power", s.power);
+    if (f.has("antennas")) s.antennas = antennas_from(f["antennas"], f.path("antennas"));
+    word_setting(f, "region", s.region);
+    number_setting(f, "session", s.session);
+    number_setting(f, "target", s.target);
+    number_setting(f, "q", s.q);
+    word_setting(f, "mode", s.mode);
+    return s;
+}
+
+// Visible characters only: a name is a topic level and a URL path segment.
+void check_reader_name(const std::string& name, const std::string& path) {
+    const bool visible = std::all_of(name.begin(), name.end(), [](char c) {
+        return static_cast<unsigned char>(c) > ' ' && c != '\x7f' && !std::strchr("/+#\"", c);
+    });
+    if (name.empty() || !visible) fault(path, "give a name without spaces, quotes, '/', '+' or '#'");
+}
+
+void check_uri(const std::string& uri, const std::string& path) {
+    const bool sim = uri == "sim" || uri.rfind("sim:", 0) == 0;
+    const std::string tags = sim && uri.size() > 4 ? uri.substr(4) : "30";
+    if (sim && (tags.empty() || tags.size() > 4 || tags.find_first_not_of("0123456789") != std::string::npos ||
+                std::stoi(tags) < 1))
+        fault(path, "sim[:TAGS] takes 1..9999 tags");
+    uhftools::Target target;
+    std::string err;
+    if (!sim && !uhftools::parse_target(uri, target, err)) fault(path, err);
+}
+
+ReaderConfig reader_from(const json& j, const std::string& path) {
+    Fields f(j, path, {"name", "uri", "settings"});
+    ReaderConfig r;
+    r.name = text(f["name"], f.path("name"));
+    check_reader_name(r.name, f.path("name"));
+    r.uri = text(f["uri"], f.path("uri"));
+    check_uri(r.uri, f.path("uri"));
+    if (f.has("settings")) r.settings = settings_from(f["settings"], f.path("settings"));
+    return r;
+}
+
+// --sim's reader comes after the file's, under a name they must leave free.
+std::vector<ReaderConfig> readers_from(const Fields& top, bool with_sim) {
+    std::vector<ReaderConfig> readers;
+    std::set<std::string> names;
+    const json& list = top.has("readers") ? array(top["readers"], "readers") : json::array();
+    for (size_t i = 0; i < list.size(); i++) {
+        const std::string path = item_path("readers", i);
+        readers.push_back(reader_from(list[i], path));
+        const std::string& name = readers.back().name;
+        if (!names.insert(name).second) fault(path + ".name", name + " is used twice");
+        if (with_sim && name == "sim") fault(path + ".name", "sim is the name of --sim's reader");
     }
-    for (auto& [k, v] : j.items())
-        if (std::find(std::begin(kSettingKeys), std::end(kSettingKeys), k) == std::end(kSettingKeys)) {
-            std::string keys;
-            for (const char* n : kSettingKeys) keys += (keys.empty() ? "" : ", ") + std::string(n);
-            err = where + k + ": unknown setting (known: " + keys + ")";
-            return false;
-        }
-    return optional_field(j, "power", s.power, err, where) && optional_field(j, "antennas", s.antennas, err, where) &&
-           optional_field(j, "region", s.region, err, where) && optional_field(j, "session", s.session, err, where) &&
-           optional_field(j, "target", s.target, err, where) && optional_field(j, "q", s.q, err, where) &&
-           optional_field(j, "mode", s.mode, err, where) && (check_settings(s, err) || (err = where + err, false));
+    if (with_sim) readers.push_back({"sim", "sim", {}});
+    if (readers.empty()) fault("readers", "give at least one reader");
+    return readers;
+}
+
+MqttConfig mqtt_from(const json& j) {
+    Fields f(j, "mqtt", {"host", "port", "prefix", "qos", "user", "password", "cafile", "batch_size", "batch_ms"});
+    MqttConfig m;
+    f.get("host", m.host);
+    f.get("port", m.port, 1, 65535);
+    f.get("prefix", m.prefix);
+    if (std::string err; !check_topic_prefix(m.prefix, err)) fault(f.path("prefix"), err);
+    f.get("qos", m.qos, 0, 1);
+    f.get("user", m.user);
+    f.get("password", m.password);
+    f.get("cafile", m.cafile);
+    f.get("batch_size", m.batch_size, 1, 10000);
+    f.get("batch_ms", m.batch_ms, 0, 60000, "ms");
+    return m;
+}
+
+bool visible_ascii(const std::string& s) {
+    return std::all_of(s.begin(), s.end(), [](char c) { return c > ' ' && c < '\x7f'; });
 }
 
 // Names as a browser sends them in Host: letters, digits, dots and dashes.
-bool host_names_ok(const std::vector<std::string>& names, std::string& err) {
-    for (const std::string& n : names)
-        if (n.empty() || n.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-") !=
-                             std::string::npos)
-            return (err = "http.names: \"" + n + "\" is not a host name", false);
-    return true;
+void check_host_name(const std::string& name, const std::string& path) {
+    if (name.empty() || name.size() > 253 ||
+        name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-") != std::string::npos)
+        fault(path, "\"" + name + "\" is not a host name (letters, digits, '.' and '-')");
+}
+
+void http_from(const json& j, Config& c) {
+    Fields f(j, "http", {"bind", "port", "token", "names"});
+    f.get("bind", c.http_bind);
+    // An empty bind would mean every address, which deserves to be said.
+    if (c.http_bind.empty() || !visible_ascii(c.http_bind))
+        fault(f.path("bind"), "give an address without spaces (0.0.0.0 or :: for every one)");
+    f.get("port", c.http_port, 0, 65535);
+    f.get("token", c.token);
+    // It has to fit in an Authorization header as a bearer token; empty: none.
+    if (!visible_ascii(c.token)) fault(f.path("token"), "use visible ASCII characters, no spaces");
+    f.get("names", c.http_names);
+    for (size_t i = 0; i < c.http_names.size(); i++) check_host_name(c.http_names[i], item_path(f.path("names"), i));
+}
+
+PresenceConfig presence_from(const json& j) {
+    Fields f(j, "presence", {"depart_after", "rssi_floor", "epc_prefix", "max_tags"});
+    PresenceConfig p;
+    // Presence counts whole milliseconds: below one, every tag would depart at once.
+    f.get("depart_after", p.depart_after, 0.001, 86400, "s");
+    f.get("rssi_floor", p.rssi_floor, -120, 0, "dBm");
+    f.get("epc_prefix", p.epc_prefix);
+    if (!std::all_of(p.epc_prefix.begin(), p.epc_prefix.end(), [](unsigned char ch) { return std::isxdigit(ch); }))
+        fault(f.path("epc_prefix"), "must be hex digits");
+    f.get("max_tags", p.max_tags, 1, 10000000);
+    return p;
+}
+
+// The webhook that delivers from the outbox.
+WebhookConfig webhook_from(const json& j) {
+    Fields f(j, "webhook", {"url", "secret", "batch_size", "batch_ms", "timeout_ms"});
+    WebhookConfig w;
+    f.get("url", w.url);
+    if (w.url.rfind("http://", 0) != 0 && w.url.rfind("https://", 0) != 0)
+        fault(f.path("url"), "give an http:// or https:// URL");
+    f.get("secret", w.secret);
+    f.get("batch_size", w.batch_size, 1, 100000);
+    f.get("batch_ms", w.batch_ms, 0, 60000, "ms");
+    f.get("timeout_ms", w.timeout_ms, 1, 600000, "ms");
+    return w;
+}
+
+Config config_from(const json& j, bool with_sim) {
+    Fields f(j, "", {"readers", "mqtt", "http", "presence", "jsonl", "state_dir", "outbox_max_mb", "webhook"});
+    Config c;
+    c.readers = readers_from(f, with_sim);
+    if (f.has("mqtt")) c.mqtt = mqtt_from(f["mqtt"]);
+    if (f.has("http")) http_from(f["http"], c);
+    if (f.has("presence")) c.presence = presence_from(f["presence"]);
+    f.get("jsonl", c.jsonl);
+    f.get("state_dir", c.state_dir);
+    if (c.state_dir.empty()) fault(f.path("state_dir"), "give a directory");
+    // The outbox MQTT and the webhook deliver from; what it holds past this goes, oldest reads first.
+    f.get("outbox_max_mb", c.outbox_max_mb, 0.001, 100000, "MB");
+    if (f.has("webhook")) c.webhook = webhook_from(f["webhook"]);
+    return c;
 }
 
 }  // namespace
 
-bool check_settings(const ReaderSettings& s, std::string& err) {
-    using uhftools::setting_row;
-    auto bad = [&](const char* name) {
-        err = uhftools::range_error(setting_row(name));
-        return false;
-    };
-    auto number_ok = [](const char* name, const std::optional<int>& v) {
-        return !v || uhftools::in_range(setting_row(name), *v);
-    };
-    auto word_ok = [](const char* name, const std::optional<std::string>& v) {
-        int code = 0;
-        return !v || uhftools::choice_code(setting_row(name), *v, code);
-    };
-    if (s.antennas) {
-        if (s.antennas->empty()) return (err = "antennas: give at least one", false);
-        for (int a : *s.antennas)
-            if (!uhftools::in_range(setting_row("antennas"), a)) return bad("antennas");
-    }
-    for (auto [name, v] : {std::pair{"power", &s.power}, {"session", &s.session}, {"target", &s.target}, {"q", &s.q}})
-        if (!number_ok(name, *v)) return bad(name);
-    for (auto [name, v] : {std::pair{"region", &s.region}, {"mode", &s.mode}})
-        if (!word_ok(name, *v)) return bad(name);
+bool check_topic_prefix(const std::string& prefix, std::string& err) {
+    if (prefix.size() > 256) return (err = "at most 256 bytes", false);
+    if (prefix.find_first_of("+#") != std::string::npos) return (err = "no '+' or '#' (MQTT wildcards)", false);
+    if (prefix.find('\0') != std::string::npos) return (err = "no NUL characters", false);
+    if (prefix.empty() || prefix.front() == '/' || prefix.back() == '/' || prefix.find("//") != std::string::npos)
+        return (err = "no empty levels (give \"a/b\", not \"\", \"a//b\" or a leading or trailing '/')", false);
     return true;
 }
 
 std::string settings_help() {
     std::string s = "Reader settings (a reader's \"settings\" in the file, the body of PUT .../settings):\n";
-    for (const char* k : kSettingKeys) {
-        const uhftools::SettingRow& row = uhftools::setting_row(k);
-        s += "  " + std::string(k) + std::string(10 - std::strlen(k), ' ') + row.meaning + " (" +
-             uhftools::range_text(row) + ")\n";
+    for (std::string_view k : kSettingKeys) {
+        const uhftools::SettingRow& row = uhftools::setting_row(std::string(k));
+        s += "  " + std::string(k) + std::string(10 - k.size(), ' ') + row.meaning + " (" + uhftools::range_text(row) +
+             ")\n";
     }
     return s + "The same names, meanings and ranges as uhfctl's: uhfctl settings lists them all.";
 }
 
 bool parse_settings(const std::string& text, ReaderSettings& out, std::string& err) {
-    json j = json::parse(text, nullptr, false);
-    if (j.is_discarded()) {
-        err = "the body is not JSON";
-        return false;
+    try {
+        out = settings_from(json::parse(text), "");
+        return true;
+    } catch (const json::parse_error& e) {
+        err = "the body is not JSON: " + parse_error_text(text, e);
+    } catch (const json::out_of_range& e) {
+        err = "the body is not JSON: " + overflow_text(text, e);
+    } catch (const ConfigFault& e) {
+        err = e.what();
     }
-    ReaderSettings s;
-    if (!settings_from(j, s, err, "")) return false;
-    out = s;
-    return true;
+    return false;
 }
 
 std::string settings_to_json(const ReaderSettings& s) {
@@ -134,96 +240,21 @@ std::string settings_to_json(const ReaderSettings& s) {
     return j.dump();
 }
 
-bool parse_config(const std::string& text, Config& out, std::string& err) {
-    json j = json::parse(text, nullptr, false, true);
-    if (j.is_discarded() || !j.is_object()) {
-        err = "not a JSON object";
-        return false;
+bool parse_config(const std::string& text, Config& out, std::string& err, bool with_sim) {
+    try {
+        out = config_from(json::parse(text, nullptr, true, true), with_sim);
+        return true;
+    } catch (const json::parse_error& e) {
+        err = parse_error_text(text, e);
+    } catch (const json::out_of_range& e) {
+        err = overflow_text(text, e);
+    } catch (const ConfigFault& e) {
+        err = e.what();
     }
-    Config c;
-    const json readers = j.value("readers", json::array());
-    if (!readers.is_array()) {
-        err = "readers must be an array";
-        return false;
-    }
-    std::set<std::string> names;
-    for (size_t i = 0; i < readers.size(); i++) {
-        const json& r = readers[i];
-        std::string where = "readers[" + std::to_string(i) + "].";
-        ReaderConfig rc;
-        if (!r.is_object() || !field(r, "name", rc.name, err, where) || !field(r, "uri", rc.uri, err, where))
-            return err.empty() ? (err = where + " must be an object", false) : false;
-        if (rc.name.empty() || rc.name.find_first_of("/+#\" ") != std::string::npos) {
-            err = where + "name: give a name without spaces, quotes, '/', '+' or '#'";
-            return false;
-        }
-        if (!names.insert(rc.name).second) {
-            err = where + "name: " + rc.name + " is used twice";
-            return false;
-        }
-        uhftools::Target t;
-        std::string uri_err;
-        const bool sim = rc.uri == "sim" || rc.uri.rfind("sim:", 0) == 0;
-        const std::string tags = sim && rc.uri.size() > 4 ? rc.uri.substr(4) : "30";
-        if (sim && (tags.empty() || tags.size() > 4 || tags.find_first_not_of("0123456789") != std::string::npos ||
-                    std::stoi(tags) < 1)) {
-            err = where + "uri: sim[:TAGS] takes 1..9999 tags";
-            return false;
-        }
-        if (!sim && !uhftools::parse_target(rc.uri, t, uri_err)) {
-            err = where + "uri: " + uri_err;
-            return false;
-        }
-        if (r.contains("settings") && !settings_from(r["settings"], rc.settings, err, where + "settings."))
-            return false;
-        c.readers.push_back(rc);
-    }
-    if (j.contains("mqtt")) {
-        const json& m = j["mqtt"];
-        const std::string w = "mqtt.";
-        int batch_size = 50, queue_max = 10000;
-        if (!field(m, "host", c.mqtt.host, err, w) || !field(m, "port", c.mqtt.port, err, w) ||
-            !field(m, "prefix", c.mqtt.prefix, err, w) || !field(m, "qos", c.mqtt.qos, err, w) ||
-            !field(m, "user", c.mqtt.user, err, w) || !field(m, "password", c.mqtt.password, err, w) ||
-            !field(m, "cafile", c.mqtt.cafile, err, w) || !field(m, "batch_size", batch_size, err, w) ||
-            !field(m, "batch_ms", c.mqtt.batch_ms, err, w) || !field(m, "queue_max", queue_max, err, w))
-            return false;
-        if (c.mqtt.qos < 0 || c.mqtt.qos > 1) return (err = "mqtt.qos must be 0 or 1", false);
-        if (batch_size < 1 || queue_max < 1 || c.mqtt.batch_ms < 0)
-            return (err = "mqtt.batch_size and mqtt.queue_max must be above 0, mqtt.batch_ms not negative", false);
-        c.mqtt.batch_size = static_cast<size_t>(batch_size);
-        c.mqtt.queue_max = static_cast<size_t>(queue_max);
-    }
-    if (j.contains("http")) {
-        const json& h = j["http"];
-        if (!field(h, "bind", c.http_bind, err, "http.") || !field(h, "port", c.http_port, err, "http.") ||
-            !field(h, "token", c.token, err, "http.") || !field(h, "names", c.http_names, err, "http.") ||
-            !host_names_ok(c.http_names, err))
-            return false;
-    }
-    if (!field(j, "jsonl", c.jsonl, err, "")) return false;
-    if (j.contains("presence")) {
-        const json& p = j["presence"];
-        int max_tags = 10000;
-        if (!field(p, "depart_after", c.presence.depart_after, err, "presence.") ||
-            !optional_field(p, "rssi_floor", c.presence.rssi_floor, err, "presence.") ||
-            !field(p, "epc_prefix", c.presence.epc_prefix, err, "presence.") ||
-            !field(p, "max_tags", max_tags, err, "presence."))
-            return false;
-        if (c.presence.depart_after <= 0 || max_tags < 1)
-            return (err = "presence.depart_after and presence.max_tags must be above 0", false);
-        if (!std::all_of(c.presence.epc_prefix.begin(), c.presence.epc_prefix.end(),
-                         [](unsigned char ch) { return std::isxdigit(ch); }))
-            return (err = "presence.epc_prefix must be hex digits", false);
-        c.presence.max_tags = static_cast<size_t>(max_tags);
-    }
-    if (c.http_port < 0 || c.http_port > 65535 || c.mqtt.port < 1 || c.mqtt.port > 65535)
-        return (err = "ports must be 1..65535 (http.port 0: no HTTP)", false);
-    out = c;
-    return true;
+    return false;
 }
 
-bool load_config(const std::string& path, Config& out, std::string& err) {
+bool load_config(const std::string& path, Config& out, std::string& err, bool with_sim) {
     std::ifstream in(path);
     if (!in) {
         err = path + ": cannot read it";
@@ -231,7 +262,7 @@ bool load_config(const std::string& path, Config& out, std::string& err) {
     }
     std::stringstream text;
     text << in.rdbuf();
-    if (!parse_config(text.str(), out, err)) {
+    if (!parse_config(text.str(), out, err, with_sim)) {
         err = path + ": " + err;
         return false;
     }

@@ -34,7 +34,15 @@ struct MqttConfig {
     std::string cafile;  // TLS when set
     size_t batch_size = 50;
     int batch_ms = 100;
-    size_t queue_max = 10000;  // messages held while the broker is away
+};
+
+// Batches of reads and events POSTed as a JSON array, from the outbox.
+struct WebhookConfig {
+    std::string url;     // http:// or https://; empty: no webhook
+    std::string secret;  // when set, X-Uhfd-Signature: sha256=HMAC of the body
+    size_t batch_size = 500;
+    int batch_ms = 1000;
+    int timeout_ms = 5000;
 };
 
 struct PresenceConfig {
@@ -55,19 +63,30 @@ struct Config {
     std::vector<std::string> http_names;
     std::string jsonl;  // "-" for standard output, a path, or empty
     PresenceConfig presence;
+    // The outbox (MQTT and the webhook deliver from it) lives in state_dir.
+    std::string state_dir = "/var/lib/uhfd";
+    double outbox_max_mb = 100;
+    WebhookConfig webhook;
 };
 
-// Parses a configuration document; false with err naming the field at fault.
-bool parse_config(const std::string& json_text, Config& out, std::string& err);
-bool load_config(const std::string& path, Config& out, std::string& err);
+// Parses a configuration document; false with err naming the JSON path at
+// fault ("mqtt.port: must be 1..65535") or the line and column of a syntax
+// error. with_sim: --sim adds its reader "sim" after the file's, so the file
+// may then have none.
+bool parse_config(const std::string& json_text, Config& out, std::string& err, bool with_sim = false);
+// The same, err led by the path of the file: what --check-config and
+// start-up both print.
+bool load_config(const std::string& path, Config& out, std::string& err, bool with_sim = false);
 // The first line of a file, trimmed: a token kept out of the command line.
 bool read_token_file(const std::string& path, std::string& token, std::string& err);
-// Settings from a JSON object (the REST API's body uses the same names).
+// Settings from a JSON object, as strict as the file's (the REST API's body
+// and the worker's start message use it).
 bool parse_settings(const std::string& json_text, ReaderSettings& out, std::string& err);
 // The JSON object of settings, as parse_settings reads it back.
 std::string settings_to_json(const ReaderSettings& s);
-// The checks every settings source goes through.
-bool check_settings(const ReaderSettings& s, std::string& err);
+// An MQTT topic prefix that publishes can use: no wildcards, empty levels or
+// NUL, at most 256 bytes. false with err saying which.
+bool check_topic_prefix(const std::string& prefix, std::string& err);
 // The settings uhfd takes with their meanings and ranges, for --help.
 std::string settings_help();
 

@@ -9,7 +9,7 @@
 #include "http_reply.h"
 #include "http_routes.h"
 #include "http_views.h"
-#include "mqtt_out.h"
+#include "outputs.h"
 
 namespace uhfd {
 
@@ -66,9 +66,8 @@ struct HttpApi::Request {
     std::shared_ptr<Waiting> waiting;  // set once a write has gone to the supervisor
 };
 
-HttpApi::HttpApi(const Config& c, Supervisor& s, Hub& hub, Presence& presence,
-                 const std::vector<std::unique_ptr<MqttOut>>& mqtt)
-    : c_(c), sup_(s), hub_(hub), presence_(presence), mqtt_(mqtt) {}
+HttpApi::HttpApi(const Config& c, Supervisor& s, Hub& hub, Presence& presence, const Outputs& outputs)
+    : c_(c), sup_(s), hub_(hub), presence_(presence), outputs_(outputs) {}
 
 HttpApi::~HttpApi() { stop(); }
 
@@ -180,7 +179,7 @@ MHD_Result HttpApi::serve_read(MHD_Connection* conn, const Request& r) {
             return answer_json(conn, MHD_HTTP_OK, sup_.details(r.route.reader));
         case Route::Tags: return answer_json(conn, MHD_HTTP_OK, tags_json(presence_.snapshot(), hub_));
         case Route::Metrics:
-            return answer(conn, MHD_HTTP_OK, metrics_text({sup_, hub_, presence_, mqtt_, *streams_}),
+            return answer(conn, MHD_HTTP_OK, metrics_text({sup_, hub_, presence_, outputs_, *streams_}),
                           "text/plain; version=0.0.4");
         default: break;
     }

@@ -17,12 +17,11 @@
 
 namespace uhfd {
 
-class MqttOut;
+struct Outputs;
 
 class HttpApi {
 public:
-    HttpApi(const Config& c, Supervisor& s, Hub& hub, Presence& presence,
-            const std::vector<std::unique_ptr<MqttOut>>& mqtt);
+    HttpApi(const Config& c, Supervisor& s, Hub& hub, Presence& presence, const Outputs& outputs);
     ~HttpApi();
     // False with err when it cannot listen, or would serve other hosts without a token.
     bool start(std::string& err);
@@ -46,7 +45,7 @@ private:
     Supervisor& sup_;
     Hub& hub_;
     Presence& presence_;
-    const std::vector<std::unique_ptr<MqttOut>>& mqtt_;
+    const Outputs& outputs_;
     std::unique_ptr<HostRule> hosts_;
     std::shared_ptr<StreamClients> streams_;  // shared with the hub's sinks
     WaitingList waiting_;

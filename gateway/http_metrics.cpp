@@ -37,15 +37,43 @@ void presence_metrics(std::ostream& m, const Presence& presence, const Hub& hub)
     m << "uhfd_presence_evictions_total " << presence.evictions() << '\n';
 }
 
+// Per reader and output: what waits in the outbox for it, and the reads it lost to the bound.
+void outbox_metrics(std::ostream& m, Outbox& box, const Hub& hub) {
+    struct Row {
+        std::string output;
+        std::vector<Outbox::Depth> depth;
+        std::vector<uint64_t> dropped;
+    };
+    std::vector<Row> rows;
+    for (const char* output : {"mqtt", "webhook"}) {
+        const int o = box.output(output);
+        if (o < 0) continue;
+        rows.push_back({output, {}, {}});
+        for (uint16_t i = 0; i < hub.readers(); i++) {
+            rows.back().depth.push_back(box.depth(o, i));
+            rows.back().dropped.push_back(box.reads_dropped(o, i));
+        }
+    }
+    auto each = [&](const char* name, const char* type, const char* text, auto value) {
+        help(m, name, type, text);
+        for (const Row& row : rows)
+            for (uint16_t i = 0; i < hub.readers(); i++)
+                m << name << "{reader=" << label(hub.name(i)) << ",output=\"" << row.output << "\"} " << value(row, i)
+                  << '\n';
+    };
+    each("uhfd_outbox_rows", "gauge", "Outbox rows the output has not delivered.",
+         [](const Row& r, uint16_t i) { return r.depth[i].rows; });
+    each("uhfd_outbox_reads", "gauge", "Reads in the outbox the output has not delivered.",
+         [](const Row& r, uint16_t i) { return r.depth[i].reads; });
+    each("uhfd_outbox_bytes", "gauge", "Bytes of JSON in the outbox the output has not delivered.",
+         [](const Row& r, uint16_t i) { return r.depth[i].bytes; });
+    each("uhfd_reads_dropped_total", "counter", "Reads the full outbox dropped before the output delivered them.",
+         [](const Row& r, uint16_t i) { return r.dropped[i]; });
+}
+
 void mqtt_metrics(std::ostream& m, const std::vector<std::unique_ptr<MqttOut>>& mqtt, const Hub& hub) {
     if (mqtt.empty()) return;
-    help(m, "uhfd_mqtt_queue_depth", "gauge", "Messages waiting for the broker.");
-    for (size_t i = 0; i < mqtt.size(); i++)
-        m << "uhfd_mqtt_queue_depth{reader=" << label(hub.name(i)) << "} " << mqtt[i]->queued() << '\n';
-    help(m, "uhfd_mqtt_dropped_total", "counter", "Messages dropped because the queue was full.");
-    for (size_t i = 0; i < mqtt.size(); i++)
-        m << "uhfd_mqtt_dropped_total{reader=" << label(hub.name(i)) << "} " << mqtt[i]->dropped() << '\n';
-    help(m, "uhfd_mqtt_connected", "gauge", "1 while connected to the broker.");
+    help(m, "uhfd_mqtt_connected", "gauge", "1 while connected to the broker and acknowledged by it.");
     for (size_t i = 0; i < mqtt.size(); i++)
         m << "uhfd_mqtt_connected{reader=" << label(hub.name(i)) << "} " << mqtt[i]->connected() << '\n';
 }
@@ -61,9 +89,16 @@ void stream_metrics(std::ostream& m, const StreamClients& streams) {
 
 std::string metrics_text(const MetricSources& s) {
     std::ostringstream m;
+    help(m, "uhfd_build_info", "gauge", "The gateway's version and the commit it was built from.");
+    m << "uhfd_build_info{version=\"" << UHFTOOLS_VERSION << "\",commit=\"" << UHFTOOLS_COMMIT << "\"} 1\n";
     link_metrics(m, s.sup.readers());
     presence_metrics(m, s.presence, s.hub);
-    mqtt_metrics(m, s.mqtt, s.hub);
+    if (s.outputs.outbox) outbox_metrics(m, *s.outputs.outbox, s.hub);
+    mqtt_metrics(m, s.outputs.mqtt, s.hub);
+    if (s.outputs.webhook) {
+        help(m, "uhfd_webhook_failures_total", "counter", "Webhook requests that failed or were refused.");
+        m << "uhfd_webhook_failures_total " << s.outputs.webhook->failures() << '\n';
+    }
     stream_metrics(m, s.streams);
     return m.str();
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "events.h"
-#include "mqtt_out.h"
+#include "outputs.h"
 #include "presence.h"
 #include "sse_stream.h"
 #include "supervisor.h"
@@ -17,7 +17,7 @@ struct MetricSources {
     const Supervisor& sup;
     const Hub& hub;
     const Presence& presence;
-    const std::vector<std::unique_ptr<MqttOut>>& mqtt;  // one per reader, by index; empty without MQTT
+    const Outputs& outputs;
     const StreamClients& streams;
 };
 

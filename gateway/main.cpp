@@ -16,9 +16,13 @@
 #include "config.h"
 #include "events.h"
 #include "http_api.h"
+#include "jsonl_out.h"
 #include "mqtt_out.h"
+#include "oplog.h"
+#include "outputs.h"
 #include "supervisor.h"
 #include "version.h"
+#include "watchdog.h"
 #include "worker.h"
 
 using namespace uhfd;
@@ -45,11 +49,58 @@ int usage(const std::string& what) {
     return 2;
 }
 
+// SIGHUP: the readers of the configuration file again. A file that does not
+// pass the checks is refused and the readers stay as they are.
+void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool mqtt) {
+    Config c;
+    std::string err;
+    if (!path.empty() && !load_config(path, c, err, sim)) {
+        oplog(Level::Error, "", "reload", {{"error", err}, {"kept", "the running configuration"}});
+        return;
+    }
+    if (sim) c.readers.push_back({"sim", "sim", {}});
+    const size_t n = c.readers.size();
+    sup.reconfigure(std::move(c.readers), [&hub, mqtt](uint16_t, const std::string& name) {
+        hub.add_reader(name);
+        if (mqtt)
+            oplog(Level::Warn, name, "reload", {{"mqtt", "a reader added by a reload publishes after a restart"}});
+    });
+    oplog(Level::Info, "", "reload", {{"readers", std::to_string(n)}});
+}
+
 // The program a worker runs: this one, wherever it was started from.
 std::string self_path(const char* argv0) {
     char buf[4096];
     const ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
     return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string(argv0);
+}
+
+// The outbox and the outputs that deliver from it; the hub's seqs go on from
+// what the outbox kept. Nothing when neither MQTT nor a webhook is configured.
+bool open_outputs(const Config& c, const std::vector<std::string>& names, Hub& hub, Outputs& out, std::string& err) {
+    Outbox::Options o{c.state_dir, static_cast<uint64_t>(c.outbox_max_mb * 1024 * 1024), names, {}};
+    if (!c.mqtt.host.empty()) o.outputs.push_back("mqtt");
+    if (!c.webhook.url.empty()) o.outputs.push_back("webhook");
+    if (o.outputs.empty()) return true;
+    out.outbox = Outbox::open(o, err);
+    if (!out.outbox)
+        return (err = "the outbox needs a writable state directory: " + err + " (give --state-dir DIR or state_dir)",
+                false);
+    Outbox& box = *out.outbox;
+    for (uint16_t i = 0; i < names.size(); i++) hub.continue_seq(i, box.last_seq(i));
+    hub.on_read([&box](const Read& r, std::string_view json) { box.add(r.reader, r.seq, false, json); });
+    hub.on_event([&box](const Event& e, std::string_view json) { box.add(e.reader, e.seq, true, json); });
+    hub.on_batch_end([&box] { return box.commit(); });
+    if (!c.mqtt.host.empty())
+        for (uint16_t i = 0; i < names.size(); i++) {
+            out.mqtt.push_back(std::make_unique<MqttOut>(c.mqtt, names[i], i, box));
+            if (!out.mqtt.back()->start(err)) return false;
+        }
+    if (!c.webhook.url.empty()) {
+        out.webhook = std::make_unique<Webhook>(c.webhook, names.size(), box);
+        if (!out.webhook->start(err)) return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -65,7 +116,7 @@ int main(int argc, char** argv) {
         "  uhfd -c /etc/uhfd.json                       # the readers and outputs of a file\n"
         "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
         "  uhfd --check-config /etc/uhfd.json\n"};
-    std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl;
+    std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl, state_dir;
     bool sim = false;
     double depart_after = 0;
     app.add_option("-c,--config", config_file, "Configuration file (JSON; see docs/GATEWAY.md)");
@@ -78,7 +129,10 @@ int main(int argc, char** argv) {
                    "File whose first line is the bearer token every HTTP write must carry (else UHFD_TOKEN, else "
                    "http.token); needed to serve HTTP beyond loopback");
     app.add_option("--jsonl", jsonl, "Write reads and events as JSON lines to a file, or - for standard output");
-    app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)");
+    app.add_option("--depart-after", depart_after, "Seconds unseen before a tag departs (default 5)")
+        ->check(CLI::Range(0.001, 86400.0));  // presence.depart_after's range
+    app.add_option("--state-dir", state_dir,
+                   "Directory of the outbox that MQTT and the webhook deliver from (default /var/lib/uhfd)");
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
     app.footer(settings_help());
     try {
@@ -89,77 +143,89 @@ int main(int argc, char** argv) {
 
     Config c;
     std::string err;
+    // --check-config and start-up read a file the same way, --sim included.
     if (!check_file.empty()) {
-        if (!load_config(check_file, c, err)) return usage(err);
+        if (!load_config(check_file, c, err, sim)) return usage(err);
         std::printf("%s: %zu readers, good\n", check_file.c_str(), c.readers.size());
         return 0;
     }
-    if (!config_file.empty() && !load_config(config_file, c, err)) return usage(err);
-    if (sim) c.readers.push_back({"sim", "sim", {}});
-    if (c.readers.empty()) return usage("no readers: give --config FILE or --sim");
+    if (!config_file.empty()) {
+        if (!load_config(config_file, c, err, sim)) return usage(err);
+    } else if (sim) {
+        c.readers.push_back({"sim", "sim", {}});
+    } else {
+        return usage("no readers: give --config FILE or --sim");
+    }
     if (!http.empty() && !split_host_port(http, c.http_bind, c.http_port)) return usage("--http takes ADDR:PORT");
     if (!mqtt.empty() && !split_host_port(mqtt, c.mqtt.host, c.mqtt.port)) return usage("--mqtt takes HOST[:PORT]");
+    if (!prefix.empty() && !check_topic_prefix(prefix, err)) return usage("--prefix: " + err);
     if (!prefix.empty()) c.mqtt.prefix = prefix;
     if (!token_file.empty() && !read_token_file(token_file, c.token, err)) return usage(err);
     if (const char* env = std::getenv("UHFD_TOKEN"); token_file.empty() && env && *env) c.token = env;
     if (!jsonl.empty()) c.jsonl = jsonl;
     if (depart_after > 0) c.presence.depart_after = depart_after;
+    if (!state_dir.empty()) c.state_dir = state_dir;
 
     // The stop signals are taken here, by sigwait; every thread starts with them blocked.
     sigset_t stop_signals;
     sigemptyset(&stop_signals);
     sigaddset(&stop_signals, SIGINT);
     sigaddset(&stop_signals, SIGTERM);
+    sigaddset(&stop_signals, SIGHUP);  // reopen the JSON-lines file
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
     std::vector<std::string> names;
     for (const ReaderConfig& r : c.readers) names.push_back(r.name);
-    Hub hub(names);
+    Hub hub(names, make_boot_id());
     Presence presence(c.presence);
     Supervisor sup(c, hub, presence, self_path(argv[0]));
-    std::vector<std::unique_ptr<MqttOut>> mqtt_out;
+    Outputs outputs;
+    if (!open_outputs(c, names, hub, outputs, err)) return usage(err);
     std::map<std::string, MqttOut*> by_reader;
-    if (!c.mqtt.host.empty()) {
-        for (const ReaderConfig& r : c.readers) {
-            mqtt_out.push_back(std::make_unique<MqttOut>(c.mqtt, r.name));
-            if (!mqtt_out.back()->start(err)) return usage(err);
-            by_reader[r.name] = mqtt_out.back().get();
-        }
-        hub.on_read([&](const Read& r, std::string_view json) { mqtt_out[r.reader]->read(json); });
-        hub.on_event([&](const Event& e, std::string_view json) { mqtt_out[e.reader]->event(json); });
-        sup.on_state = [&](const std::string& reader, LinkState s, const std::string&) {
-            by_reader[reader]->status(state_name(s));
-        };
-    }
-    FILE* lines = nullptr;
+    for (size_t i = 0; i < outputs.mqtt.size(); i++) by_reader[names[i]] = outputs.mqtt[i].get();
+    JsonLines lines;
     if (!c.jsonl.empty()) {
-        lines = c.jsonl == "-" ? stdout : std::fopen(c.jsonl.c_str(), "a");
-        if (!lines) return usage("cannot write " + c.jsonl);
-        auto line = [lines](std::string_view json) {
-            std::fwrite(json.data(), 1, json.size(), lines);
-            std::fputc('\n', lines);
-            std::fflush(lines);
-        };
-        hub.on_read([line](const Read&, std::string_view json) { line(json); });
-        hub.on_event([line](const Event&, std::string_view json) { line(json); });
+        if (!lines.open(c.jsonl, err)) return usage(err);
+        hub.on_read([&lines](const Read&, std::string_view json) { lines.write(json); });
+        hub.on_event([&lines](const Event&, std::string_view json) { lines.write(json); });
     }
-    HttpApi api(c, sup, hub, presence, mqtt_out);
+    sup.on_state = [&](const std::string& reader, LinkState s, const std::string& why) {
+        const bool trouble = s == LinkState::Reconnecting;
+        if (trouble && !why.empty())
+            oplog(Level::Warn, reader, "state", {{"state", state_name(s)}, {"reason", why}});
+        else
+            oplog(trouble ? Level::Warn : Level::Info, reader, "state", {{"state", state_name(s)}});
+        if (auto it = by_reader.find(reader); it != by_reader.end()) it->second->status(state_name(s));
+    };
+    HttpApi api(c, sup, hub, presence, outputs);
     if (c.http_port != 0) {
         if (!api.start(err)) {
             std::fprintf(stderr, "uhfd: %s\n", err.c_str());
             return 2;
         }
-        std::fprintf(stderr, "uhfd: http://%s:%d/\n", c.http_bind.c_str(), c.http_port);
+        oplog(Level::Info, "", "http", {{"url", "http://" + c.http_bind + ":" + std::to_string(c.http_port) + "/"}});
     }
     sup.start();
 
-    int sig = 0;
-    sigwait(&stop_signals, &sig);
-    std::fprintf(stderr, "uhfd: stopping\n");
-    sup.stop();                          // every inventory stopped, every link closed
-    for (auto& m : mqtt_out) m->stop();  // "offline" on every status topic
+    oplog(Level::Info, "", "started", {{"readers", std::to_string(c.readers.size())}});
+    Watchdog dog(sup);
+    dog.ready();
+    for (;;) {
+        const int sig = dog.wait(stop_signals);
+        if (sig == SIGHUP) {
+            if (!lines.reopen(err)) oplog(Level::Error, "", "jsonl", {{"error", err}});
+            reload(config_file, sim, sup, hub, !outputs.mqtt.empty() || outputs.webhook);
+            continue;
+        }
+        if (sig == SIGINT || sig == SIGTERM) break;
+    }
+    dog.stopping();
+    oplog(Level::Info, "", "stopping");
+    sup.stop();                                        // every inventory stopped, every link closed
+    if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
+    for (auto& m : outputs.mqtt) m->stop();            // "offline" on every status topic
+    if (outputs.webhook) outputs.webhook->stop();
     api.stop();
-    if (lines && lines != stdout) std::fclose(lines);
     return 0;
 }

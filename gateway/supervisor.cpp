@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <deque>
@@ -25,6 +26,8 @@ using nlohmann::json;
 namespace {
 
 constexpr int kTickMs = 100;
+// How soon the loop comes back to a sink that holds a batch (the outbox).
+constexpr int kBatchMs = 10;
 // A worker that says nothing for this long is hung: killed and replaced.
 // Before its first word it may take longer (opening a link has its own limits).
 constexpr int64_t kSilentMs = 10000, kFirstWordMs = 30000;
@@ -58,7 +61,9 @@ struct Supervisor::Reader {
     bool want_running = true;
     pid_t pid = -1;
     int fd = -1;
-    bool spoke = false;  // the worker has sent something since it started
+    bool spoke = false;                                      // the worker has sent something since it started
+    bool retiring = false, remove = false, removed = false;  // reconfigured away or restarted
+    int64_t retire_deadline_ms = 0;
     int64_t spawned_ms = 0, last_word_ms = 0, next_try_ms = 0;
     std::string why;  // the worker's last word on why its link failed
     uhftools::Backoff backoff;
@@ -74,17 +79,20 @@ struct Supervisor::Reader {
     std::deque<std::string> outgoing;  // messages for the worker, sent by the loop
 };
 
+// The next index is the reader's for good: a removed reader's stays unused.
+std::unique_ptr<Supervisor::Reader> Supervisor::new_reader(const ReaderConfig& rc) const {
+    auto r = std::make_unique<Reader>();
+    r->index = static_cast<uint16_t>(readers_.size());
+    r->conf = rc;
+    r->view.name = rc.name;
+    r->view.uri = rc.uri;
+    r->view.info = r->view.settings = json::object();
+    return r;
+}
+
 Supervisor::Supervisor(const Config& c, Hub& hub, Presence& presence, std::string worker_exe)
     : config_(c), hub_(hub), presence_(presence), worker_exe_(std::move(worker_exe)) {
-    for (const ReaderConfig& rc : c.readers) {
-        auto r = std::make_unique<Reader>();
-        r->index = static_cast<uint16_t>(readers_.size());
-        r->conf = rc;
-        r->view.name = rc.name;
-        r->view.uri = rc.uri;
-        r->view.info = r->view.settings = json::object();
-        readers_.push_back(std::move(r));
-    }
+    for (const ReaderConfig& rc : c.readers) readers_.push_back(new_reader(rc));
 }
 
 Supervisor::~Supervisor() { stop(); }
@@ -106,6 +114,7 @@ std::vector<ReaderView> Supervisor::readers() const {
     std::lock_guard<std::mutex> lock(mu_);
     std::vector<ReaderView> out;
     for (const auto& r : readers_) {
+        if (r->removed) continue;
         out.push_back(r->view);
         for (size_t a = 0; a < r->antenna_reads.size(); a++)
             if (r->antenna_reads[a]) out.back().per_antenna[static_cast<int>(a)] = r->antenna_reads[a];
@@ -113,16 +122,19 @@ std::vector<ReaderView> Supervisor::readers() const {
     return out;
 }
 
+bool Supervisor::alive(int64_t within_ms) const { return now_ms() - last_pass_ms_ <= within_ms; }
+
 bool Supervisor::has(const std::string& name) const {
+    std::lock_guard<std::mutex> lock(mu_);
     for (const auto& r : readers_)
-        if (r->conf.name == name) return true;
+        if (!r->removed && r->conf.name == name) return true;
     return false;
 }
 
 json Supervisor::details(const std::string& name) const {
     std::lock_guard<std::mutex> lock(mu_);
     for (const auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         const ReaderView& v = r->view;
         json out = {{"name", v.name},
                     {"uri", v.uri},
@@ -143,7 +155,7 @@ json Supervisor::details(const std::string& name) const {
 void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         static uint32_t next_id = 0;
         const uint32_t id = ++next_id;
         std::string m;
@@ -172,7 +184,7 @@ void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done do
 void Supervisor::set_inventory(const std::string& name, bool on, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
-        if (r->conf.name != name) continue;
+        if (r->removed || r->conf.name != name) continue;
         static uint32_t next_id = 0x80000000;
         const uint32_t id = ++next_id;
         r->want_running = on;
@@ -251,11 +263,23 @@ void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completion
     close(r.fd);
     r.fd = -1;
     r.pid = -1;
-    const std::string reason = !why.empty() ? why : !r.why.empty() ? r.why : exit_text(status);
+    const std::string reason = r.retiring       ? "the reader was reconfigured"
+                               : !why.empty()   ? why
+                               : !r.why.empty() ? r.why
+                                                : exit_text(status);
     {
         std::lock_guard<std::mutex> lock(mu_);
         for (auto& [id, p] : r.pending) done.emplace_back(p.done, "the reader's link was lost: " + reason);
         r.pending.clear();
+    }
+    if (r.retiring) {
+        r.retiring = false;
+        set_state(r, r.remove ? LinkState::Stopped : LinkState::Connecting, "");
+        std::lock_guard<std::mutex> lock(mu_);
+        r.removed = r.remove;
+        r.next_try_ms = now;  // a changed reader starts again at once
+        r.backoff.reset();
+        return;
     }
     set_state(r, LinkState::Reconnecting, reason);
     r.next_try_ms = now + r.backoff.next().count();
@@ -284,11 +308,11 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                     for (const Read& rd : batch_) r.antenna_reads[rd.antenna]++;
                 }
                 r.rate_count += batch_.size();
-                for (const Read& rd : batch_) {
+                for (Read& rd : batch_) {
                     events_.clear();
                     if (!presence_.add(rd, events_)) continue;
                     hub_.publish(rd);
-                    for (const Event& e : events_) hub_.publish(e);
+                    for (Event& e : events_) hub_.publish(e);
                 }
                 break;
             }
@@ -349,7 +373,9 @@ void Supervisor::flush(Reader& r, int64_t now, Completions& done) {
 void Supervisor::tick(int64_t now, Completions& done) {
     for (auto& rp : readers_) {
         Reader& r = *rp;
+        if (r.removed) continue;
         if (r.fd < 0 && now >= r.next_try_ms) spawn(r, now);
+        if (r.fd >= 0 && r.retiring && now >= r.retire_deadline_ms) gone(r, "", now, done);
         if (r.fd >= 0 && now - r.last_word_ms > (r.spoke ? kSilentMs : kFirstWordMs))
             gone(r, "the worker stopped answering", now, done);
         std::lock_guard<std::mutex> lock(mu_);
@@ -362,41 +388,112 @@ void Supervisor::tick(int64_t now, Completions& done) {
             it = r.pending.erase(it);
         }
         if (now - r.rate_mark_ms >= 1000) {
-            r.view.reads_per_s = r.rate_mark_ms ? static_cast<double>(r.rate_count) * 1000.0 / static_cast<double>(now - r.rate_mark_ms) : 0;
+            r.view.reads_per_s =
+                r.rate_mark_ms ? static_cast<double>(r.rate_count) * 1000.0 / static_cast<double>(now - r.rate_mark_ms)
+                               : 0;
             r.rate_count = 0;
             r.rate_mark_ms = now;
         }
     }
     events_.clear();
     presence_.expire(now, events_);
-    for (const Event& e : events_) hub_.publish(e);
+    for (Event& e : events_) hub_.publish(e);
 }
 
 void Supervisor::loop() {
     std::vector<pollfd> fds;
     int64_t next_tick = 0;
+    bool batch_held = false;
     while (!stop_) {
         fds.assign(1, {wake_[0], POLLIN, 0});
         for (auto& r : readers_) fds.push_back({r->fd, POLLIN, 0});
         const int64_t now0 = now_ms();
-        poll(fds.data(), fds.size(), static_cast<int>(std::clamp<int64_t>(next_tick - now0, 0, kTickMs)));
+        const int longest = batch_held ? kBatchMs : kTickMs;
+        poll(fds.data(), fds.size(), static_cast<int>(std::clamp<int64_t>(next_tick - now0, 0, longest)));
         char sink[64];
         while (read(wake_[0], sink, sizeof sink) > 0) {
         }
         Completions done;
         const int64_t now = now_ms();
+        last_pass_ms_ = now;
         for (size_t i = 0; i < readers_.size(); i++) {
             Reader& r = *readers_[i];
             if (r.fd >= 0 && fds[i + 1].fd == r.fd && fds[i + 1].revents) receive(r, now, done);
             flush(r, now, done);
         }
+        apply_reconfig(now, done);
         if (now >= next_tick) {
             tick(now, done);
             next_tick = now + kTickMs;
         }
-        for (auto& [f, err] : done) if (f) f(err);
+        batch_held = hub_.end_batch();
+        for (auto& [f, err] : done)
+            if (f) f(err);
     }
     stop_workers();
+}
+
+void Supervisor::reconfigure(std::vector<ReaderConfig> readers, Added added) {
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        reconfig_ = Reconfig{std::move(readers), std::move(added)};
+    }
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+}
+
+// Asks the worker to stop its reader and close the link; gone() finishes
+// the job when it exits, or kills it when it takes too long.
+void Supervisor::retire(Reader& r, bool remove, int64_t now) {
+    r.remove = remove;
+    if (r.fd < 0) {  // between workers: nothing to stop
+        if (remove) set_state(r, LinkState::Stopped, "");
+        std::lock_guard<std::mutex> lock(mu_);
+        r.removed = remove;
+        r.next_try_ms = now;
+        r.backoff.reset();
+        return;
+    }
+    std::string m;
+    wire::bare(m, wire::kStop);
+    send(r.fd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    r.retiring = true;
+    r.retire_deadline_ms = now + kStopWaitMs;
+}
+
+void Supervisor::apply_reconfig(int64_t now, Completions&) {
+    std::optional<Reconfig> rc;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        rc.swap(reconfig_);
+    }
+    if (!rc) return;
+    for (auto& rp : readers_) {
+        Reader& r = *rp;
+        if (r.removed) continue;
+        auto it = std::find_if(rc->readers.begin(), rc->readers.end(),
+                               [&](const ReaderConfig& c) { return c.name == r.conf.name; });
+        if (it == rc->readers.end()) {
+            retire(r, true, now);
+            continue;
+        }
+        const bool changed =
+            it->uri != r.conf.uri || settings_to_json(it->settings) != settings_to_json(r.conf.settings);
+        if (changed) {
+            {
+                std::lock_guard<std::mutex> lock(mu_);
+                r.conf = *it;
+                r.view.uri = it->uri;
+            }
+            retire(r, false, now);
+        }
+        rc->readers.erase(it);
+    }
+    for (const ReaderConfig& c : rc->readers) {  // what is left is new
+        auto r = new_reader(c);
+        if (rc->added) rc->added(r->index, c.name);
+        std::lock_guard<std::mutex> lock(mu_);
+        readers_.push_back(std::move(r));
+    }
 }
 
 // Every worker is asked to stop its reader and close its link, and given
@@ -435,6 +532,7 @@ void Supervisor::stop_workers() {
         }
     }
     for (auto& r : readers_) {
+        if (r->removed) continue;
         if (r->fd >= 0) {
             kill(r->pid, SIGKILL);
             waitpid(r->pid, nullptr, 0);
@@ -446,7 +544,8 @@ void Supervisor::stop_workers() {
         for (auto& [id, p] : r->pending) done.emplace_back(p.done, "the gateway is stopping");
         r->pending.clear();
     }
-    for (auto& [f, err] : done) if (f) f(err);
+    for (auto& [f, err] : done)
+        if (f) f(err);
 }
 
 }  // namespace uhfd

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,6 +56,17 @@ public:
     void apply(const std::string& name, const ReaderSettings& s, Done done);
     void set_inventory(const std::string& name, bool on, Done done);
 
+    // True when the loop has turned within the last within_ms: it is not hung.
+    bool alive(int64_t within_ms) const;
+
+    // A new list of readers (SIGHUP): removed ones are stopped, changed ones
+    // (link or settings) restarted with their new configuration, new ones
+    // started; the others are not touched. added is called on the
+    // supervisor's thread for each new reader with its index, before its
+    // first read.
+    using Added = std::function<void(uint16_t index, const std::string& name)>;
+    void reconfigure(std::vector<ReaderConfig> readers, Added added);
+
     // Every state change, with the reason for reconnecting; supervisor's thread.
     std::function<void(const std::string& reader, LinkState state, const std::string& why)> on_state;
 
@@ -62,6 +74,7 @@ private:
     struct Reader;
     using Completions = std::vector<std::pair<Done, std::string>>;
     void loop();
+    std::unique_ptr<Reader> new_reader(const ReaderConfig& rc) const;
     void spawn(Reader& r, int64_t now);
     void gone(Reader& r, const std::string& why, int64_t now, Completions& done);
     void receive(Reader& r, int64_t now, Completions& done);
@@ -69,15 +82,23 @@ private:
     void tick(int64_t now, Completions& done);
     void set_state(Reader& r, LinkState s, const std::string& why);
     void stop_workers();
+    void apply_reconfig(int64_t now, Completions& done);
+    void retire(Reader& r, bool remove, int64_t now);
     std::vector<std::unique_ptr<Reader>> readers_;
     std::vector<Read> batch_;  // the loop's buffer for a decoded batch
     std::vector<Event> events_;
+    struct Reconfig {
+        std::vector<ReaderConfig> readers;
+        Added added;
+    };
+    std::optional<Reconfig> reconfig_;  // under mu_, taken by the loop
     Config config_;
     Hub& hub_;
     Presence& presence_;
     std::string worker_exe_;
     mutable std::mutex mu_;  // guards every Reader's view and pending requests
     std::atomic<bool> stop_{false};
+    std::atomic<int64_t> last_pass_ms_{0};
     int wake_[2] = {-1, -1};  // a pipe that wakes the loop for new requests and stop
     std::thread thread_;
 };

@@ -182,8 +182,7 @@ json Worker::details() {
         settings["antennas"] = list;
     }
     pulse();
-    if (UHFGetRegion(&region) == 0)
-        settings["region"] = uhftools::choice_word(uhftools::setting_row("region"), region);
+    if (UHFGetRegion(&region) == 0) settings["region"] = uhftools::choice_word(uhftools::setting_row("region"), region);
     uhftools::Gen2Block g;
     if (uhftools::read_gen2(g))
         for (const char* name : {"session", "target", "q"}) settings[name] = g.f[uhftools::setting_row(name).gen2];
@@ -237,8 +236,7 @@ bool Worker::take_reads() {
     wire::begin_reads(out_);
     size_t n = 0;
     for (int i = 0; i < kReadsPerPass && UHF_GetReceived_EX(&len, raw) == 0; i++) {
-        if (len < 0 || len > static_cast<int>(sizeof raw) || !parse_report(raw, static_cast<size_t>(len), r))
-            continue;
+        if (len < 0 || len > static_cast<int>(sizeof raw) || !parse_report(raw, static_cast<size_t>(len), r)) continue;
         r.time_ms = now_ms();
         if (!wire::add_read(out_, r)) {
             if (!send(out_)) return false;

@@ -11,8 +11,7 @@ def gateway(tmp_path, sim, broker=None, **extra):
     config = {"readers": [{"name": "dock", "uri": f"tcp:127.0.0.1:{sim.port}", "settings": {"power": 25}}],
               "presence": {"depart_after": 1.0}, **extra}
     if broker:
-        config["mqtt"] = {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50,
-                          "queue_max": 20}
+        config["mqtt"] = {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50}
     return Uhfd(tmp_path, config)
 
 
@@ -50,20 +49,6 @@ def test_a_lost_reader_is_reconnected_and_settings_reapplied(tmp_path, sim):
         g.proc.stop()
 
 
-def test_reads_queued_while_the_broker_is_away_arrive_and_drops_are_counted(tmp_path, sim, broker):
-    g = gateway(tmp_path, sim, broker)
-    sub = Subscriber(broker.port)
-    wait_for(lambda: sub.epcs("t/dock/reads"), what="reads")
-    broker.proc.stop()
-    metric = re.compile(r'^uhfd_mqtt_dropped_total\{reader="dock"\} (\d+)$', re.M)
-    wait_for(lambda: int(metric.search(g.request("GET", "/metrics")[1]).group(1)) > 0, what="drops")
-    broker.start()
-    sub = Subscriber(broker.port)
-    wait_for(lambda: len(sub.on("t/dock/reads")) >= 20, 40, "the queued batches")
-    assert "uhfd_mqtt_connected{reader=\"dock\"} 1" in g.request("GET", "/metrics")[1]
-    g.proc.stop()
-
-
 def test_rest_settings_bad_input_and_token(tmp_path, sim):
     g = gateway(tmp_path, sim, http={"token": "s3cret"})
     put = lambda body, token="s3cret": g.request("PUT", "/api/v1/readers/dock/settings", body, token)
@@ -92,15 +77,11 @@ def test_gen2_settings_reach_the_fields_of_their_names(tmp_path):
     assert raw.stdout == "0x23 0170FD6B\n", raw.stderr
 
 
-def test_stream_metrics_and_the_web_page(tmp_path):
+def test_stream_and_metrics(tmp_path):
     g = Uhfd(tmp_path, {"readers": [{"name": "sim", "uri": "sim:5"}]})
     with __import__("urllib.request").request.urlopen(g.url + "/api/v1/stream", timeout=10) as s:
         lines = [s.readline().decode() for _ in range(2)]
     assert lines[0] in ("event: read\n", "event: arrive\n") and json.loads(lines[1][6:])["epc"]
     for line in g.request("GET", "/metrics")[1].splitlines():
         assert re.fullmatch(r'# (HELP|TYPE) \w+ .+|\w+(\{(\w+="[^"]*",?)+\})? \d+(\.\d+)?', line), line
-    epcs = wait_for(lambda: {t["epc"] for t in g.json("/api/v1/tags")} if len(g.json("/api/v1/tags")) >= 5 else None)
-    dom = subprocess.run(["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--virtual-time-budget=4000",
-                          "--dump-dom", g.url + "/"], capture_output=True, text=True, timeout=60).stdout
-    assert epcs <= set(re.findall(r"<td>([0-9A-F]{24})</td>", dom))
     g.proc.stop()

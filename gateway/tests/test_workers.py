@@ -34,6 +34,8 @@ def test_a_dead_or_hung_worker_is_replaced_and_the_others_read_on(tmp_path):
         wait_for(lambda: reader("a")["state"] == "running" and reader("a")["reconnects"] == before_a + 1, 20,
                  "a running again")
         assert reader("b")["reads"] > before_b and reader("b")["reconnects"] == 0
-    assert len(os.listdir(f"/proc/{g.proc.p.pid}/fd")) == descriptors
+    # Flat: no more than at the start (an HTTP connection of the test may
+    # have been open then, and may be open for a moment now).
+    wait_for(lambda: len(os.listdir(f"/proc/{g.proc.p.pid}/fd")) <= descriptors, 10, "the descriptors of the start")
     assert g.proc.stop() == 0
     assert workers(g.proc.p.pid) == {}

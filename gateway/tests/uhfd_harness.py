@@ -1,6 +1,7 @@
 """Real components on free loopback ports: mosquitto, uhfsim and uhfd (used by the tests and bench/)."""
 import json
 import os
+import re
 import socket
 import subprocess
 import threading
@@ -49,26 +50,46 @@ class Proc:
 
 
 class Broker:
-    def __init__(self, tmp, port=None):
-        self.port, self.conf = port or free_port(), tmp / "mosquitto.conf"
-        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence false\n")
+    """persistent: sessions and their queued messages survive a restart (stopped with SIGTERM).
+    log: every packet in self.log, in order of arrival."""
+
+    def __init__(self, tmp, port=None, persistent=False, log=False):
+        self.port, self.conf, self.log = port or free_port(), tmp / "mosquitto.conf", tmp / "mosquitto.log"
+        keep = f"persistence true\npersistence_location {tmp}/\nmax_queued_messages 0\n" if persistent else \
+            "persistence false\n"
+        if persistent and os.geteuid() == 0:
+            keep += "user root\n"  # else mosquitto drops to its own user, which cannot write tmp
+        if log:
+            keep += f"log_type debug\nlog_dest file {self.log}\n"
+        self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\n{keep}")
         self.start()
 
     def start(self):
         self.proc = Proc(["/usr/sbin/mosquitto", "-c", self.conf])
+        self.started_at = self.log.stat().st_size if self.log.exists() else 0
         wait_for(lambda: socket.socket().connect_ex(("127.0.0.1", self.port)) == 0, what="the broker")
+
+
+    def published(self, client_prefix):
+        """Topics a client published to since the last start, in order."""
+        text = self.log.read_text()[self.started_at:]
+        return re.findall(rf"Received PUBLISH from {client_prefix}\S* \(d\d, q\d, r\d, m\d+, '([^']+)'", text)
 
 
 class Subscriber:
     """Every message of every topic, in order of arrival."""
 
-    def __init__(self, port):
+    def __init__(self, port, client_id=""):
+        """With a client_id the session outlives a disconnect: the broker keeps what comes meanwhile."""
         self.lock, self.messages = threading.Lock(), []
-        self.c = mqtt.Client()
+        self.c = mqtt.Client(client_id, clean_session=not client_id)
         self.c.on_message = lambda c, u, m: self._add(m.topic, m.payload.decode())
         self.c.on_connect = lambda c, u, f, rc: c.subscribe("#", qos=1)
+        subscribed = threading.Event()
+        self.c.on_subscribe = lambda c, u, mid, qos: subscribed.set()
         self.c.connect("127.0.0.1", port)
         self.c.loop_start()
+        assert subscribed.wait(10), "no SUBACK from the broker"
 
     def _add(self, topic, payload):
         with self.lock:
@@ -81,11 +102,22 @@ class Subscriber:
     def epcs(self, topic):
         return {r["epc"] for p in self.on(topic) for r in json.loads(p)}
 
+    def seqs(self, prefix):
+        """The seqs of every read and event under PREFIX/READER/ (duplicates once)."""
+        reads = [r["seq"] for p in self.on(prefix + "reads") for r in json.loads(p)]
+        return set(reads) | {json.loads(p)["seq"] for p in self.on(prefix + "events")}
+
+
+def missing(seqs):
+    """The seqs from 1 to the newest one that never arrived."""
+    return set(range(1, max(seqs, default=0) + 1)) - set(seqs)
+
 
 class Uhfd:
     def __init__(self, tmp, config, *args):
         self.port = free_port()
         config.setdefault("http", {})["port"] = self.port
+        config.setdefault("state_dir", str(tmp / "state"))
         path = tmp / "uhfd.json"
         path.write_text(json.dumps(config))
         self.proc = Proc([BUILD / "gateway" / "uhfd", "-c", path, *args])

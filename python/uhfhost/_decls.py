@@ -156,6 +156,7 @@ DECLS = {
     'UHF_GetIdleMs': ('c_ulong', (), False),
     'UHF_GetIdleMsById': ('c_ulong', ('c_int',), False),
     'UHF_GetQTPara': ('c_int', ('c_void_p',), False),
+    'UHF_GetQueueOverflowCount': ('c_uint64', (), False),
     'UHF_GetReceived_EX': ('c_int', ('c_void_p', 'c_void_p'), False),
     'UHF_GetTagsData': ('c_int', ('c_void_p',), False),
     'UHF_GetTempTagReceived': ('c_int', ('c_void_p', 'c_void_p'), False),

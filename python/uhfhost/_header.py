@@ -12,8 +12,8 @@ from pathlib import Path
 _SCALARS = {
     "void": None, "int": "c_int", "unsigned int": "c_uint", "unsigned": "c_uint", "long": "c_long",
     "unsigned long": "c_ulong", "long long": "c_longlong", "char": "c_char", "unsigned char": "c_ubyte",
-    "uint8_t": "c_uint8", "uint16_t": "c_uint16", "uint32_t": "c_uint32", "int16_t": "c_int16",
-    "unsigned short": "c_ushort", "short": "c_short", "float": "c_float", "speed_t": "c_uint",
+    "uint8_t": "c_uint8", "uint16_t": "c_uint16", "uint32_t": "c_uint32", "uint64_t": "c_uint64",
+    "int16_t": "c_int16", "unsigned short": "c_ushort", "short": "c_short", "float": "c_float", "speed_t": "c_uint",
     "ERROR_STATE": "c_int", "OnDataReceived": "c_void_p", "INVENTORY_MODE": "c_int", "ENUM_LOG": "c_int",
 }
 

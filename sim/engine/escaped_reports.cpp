@@ -1,5 +1,7 @@
 #include "engine/escaped_reports.h"
 
+#include <utility>
+
 #include "engine/virtual_reader.h"
 
 namespace uhfsim {
@@ -18,7 +20,7 @@ std::vector<uint8_t> escaped_frame(uint8_t code, std::span<const uint8_t> data, 
 }
 
 std::vector<uint8_t> escaped_tag_frame(VirtualReader& r, const Tag& tag, int antenna) {
-    const bool crc = r.settings().escaped_reports.crc;
+    const bool crc = std::as_const(r).settings().escaped_reports.crc;
     const bool sensor = tag.sensor.has_value();
     uint8_t code = sensor ? 0x26 : 0x11;
     if (crc) code |= 0x80;

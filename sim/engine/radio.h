@@ -26,6 +26,9 @@ struct Radio {
     TimePoint now{};
     std::chrono::nanoseconds ahead{0};
     uint64_t restarts = 0;  // a restart ends the inventory of every link
+    // Moves whenever the tags or the settings may have changed; each link
+    // plans its reads again only then, not for every read.
+    uint64_t revision = 0;
 
     // Lets simulated time pass at once: the clock runs d ahead of the time
     // links pass from now on (sensor logs, the packaged clock).

@@ -63,6 +63,8 @@ void VirtualReader::feed(const uint8_t* bytes, size_t len, TimePoint now) {
 }
 
 void VirtualReader::on_frame(const Frame& f) {
+    // Any request may change the settings or the tags.
+    ++radio_->revision;
     char head[16];
     if (f.kind != FrameKind::Command) {
         if (const FrameHandler* h = dispatch_.find_frame(f.kind)) {
@@ -118,20 +120,23 @@ bool VirtualReader::passes_filter(const Tag& tag) const {
     return f.bit_len == 0 || tag.matches(f.bank, f.bit_addr, f.bit_len, f.mask);
 }
 
-std::vector<std::pair<size_t, int>> VirtualReader::read_plan() const {
-    std::vector<std::pair<size_t, int>> plan;
+const VirtualReader::ReadPlan& VirtualReader::read_plan() {
+    if (planned_ && plan_revision_ == radio_->revision) return plan_;
+    plan_.clear();
     const ReaderState& state = radio_->state;
-    const TagField& field = radio_->field;
+    const TagField& f = radio_->field;
     const int ants = std::min<int>(state.identity.antenna_count, kMaxAntennas);
     for (int a = 1; a <= ants; ++a) {
         if (!(state.current.antenna_mask & (1u << (a - 1)))) continue;
-        for (size_t i = 0; i < field.size(); ++i)
-            if (field.tags()[i].visible_on(a) && passes_filter(field.tags()[i])) plan.emplace_back(i, a);
+        for (size_t i = 0; i < f.size(); ++i)
+            if (f.tags()[i].visible_on(a) && passes_filter(f.tags()[i])) plan_.emplace_back(i, a);
     }
-    return plan;
+    plan_revision_ = radio_->revision;
+    planned_ = true;
+    return plan_;
 }
 
-void VirtualReader::emit_read(const std::vector<std::pair<size_t, int>>& plan) {
+void VirtualReader::emit_read(const ReadPlan& plan) {
     const auto [index, antenna] = plan[stream_cursor_++ % plan.size()];
     const Tag& tag = radio_->field.tags()[index];
     if (radio_->state.current.escaped_reports.on) {
@@ -167,7 +172,7 @@ void VirtualReader::pump(TimePoint now) {
     }
     if (due <= slots_done_) return;
 
-    const auto plan = read_plan();
+    const auto& plan = read_plan();
     if (plan.empty()) {
         slots_done_ = due;
         return;
@@ -196,6 +201,7 @@ void VirtualReader::power_cycle() {
 }
 
 void VirtualReader::restart() {
+    ++radio_->revision;
     radio_->state.power_cycle();
     radio_->state.boot = {};
     ++radio_->restarts;
@@ -251,7 +257,7 @@ std::vector<uint8_t> VirtualReader::make_report(const Tag& tag, int antenna, boo
 }
 
 std::optional<std::pair<size_t, int>> VirtualReader::next_single_read() {
-    const auto plan = read_plan();
+    const auto& plan = read_plan();
     if (plan.empty()) return std::nullopt;
     return plan[single_cursor_++ % plan.size()];
 }

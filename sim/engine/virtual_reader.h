@@ -81,11 +81,13 @@ public:
     // leaves the frame parser that is delivering the request alone.
     void restart();
 
-    // State, for handlers and tests.
+    // State, for handlers and tests. Whoever may change the tags or the
+    // settings gets them through these, so the read plan is made again.
     const std::shared_ptr<Radio>& radio() const { return radio_; }
-    ReaderState& state() { return radio_->state; }
-    Settings& settings() { return radio_->state.current; }
-    TagField& field() { return radio_->field; }
+    ReaderState& state() { return touched().state; }
+    Settings& settings() { return touched().state.current; }
+    TagField& field() { return touched().field; }
+    const Settings& settings() const { return radio_->state.current; }
     const EngineStats& stats() const;
     EngineOptions& options() { return opts_; }
     Dispatcher& dispatcher() { return dispatch_; }
@@ -113,10 +115,15 @@ public:
 private:
     void on_frame(const Frame& f);
     void log(const std::string& line) const;
-    std::vector<std::pair<size_t, int>> read_plan() const;
+    using ReadPlan = std::vector<std::pair<size_t, int>>;  // (tag, antenna) in reading order
+    Radio& touched() {
+        ++radio_->revision;
+        return *radio_;
+    }
+    const ReadPlan& read_plan();
     bool passes_filter(const Tag& tag) const;
     TimePoint slot_due(uint64_t k) const;
-    void emit_read(const std::vector<std::pair<size_t, int>>& plan);
+    void emit_read(const ReadPlan& plan);
     void catch_up(TimePoint now);    // moves the radio's clock, then follows a restart
     void end_stream_if_restarted();  // through any link: a restart ends every link's stream
 
@@ -134,6 +141,9 @@ private:
     uint64_t slots_done_ = 0;  // read slots consumed since run_start_
     size_t stream_cursor_ = 0;
     size_t single_cursor_ = 0;
+    ReadPlan plan_;
+    uint64_t plan_revision_ = 0;
+    bool planned_ = false;
     std::deque<std::vector<uint8_t>> buffered_;
 };
 

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,6 +82,7 @@ void ServerBase::set_tags(const TagField& tags) {
     {
         std::lock_guard<std::mutex> lock(radio_->mu);
         radio_->field = tags;
+        ++radio_->revision;
     }
     wake();
 }
@@ -99,8 +101,8 @@ bool ServerBase::flush(Link& l, bool paced, uint32_t baud, TimePoint now, uint32
     std::vector<uint8_t> line;
     while (!l.out.empty()) {
         if (paced && l.line_free > now) return true;
-        const uint8_t* data = l.out.front().data();
-        size_t n = l.out.front().size();
+        iovec iov[kGatherWrites];
+        size_t count = 0;
         if (paced) {
             // At most ~5 ms of line time per write keeps the pacing smooth.
             const size_t want = piece ? piece : std::max<uint32_t>(1, baud / 10 / 200);
@@ -110,12 +112,20 @@ bool ServerBase::flush(Link& l, bool paced, uint32_t baud, TimePoint now, uint32
                             c.begin() + static_cast<std::ptrdiff_t>(std::min(c.size(), want - line.size())));
                 if (line.size() == want) break;
             }
-            data = line.data();
-            n = line.size();
+            iov[count++] = {line.data(), line.size()};
+        } else {
+            // One system call for what is queued, not one per frame.
+            for (auto& c : l.out) {
+                if (count == kGatherWrites) break;
+                iov[count++] = {c.data(), c.size()};
+            }
         }
-        const ssize_t w = ::send(l.fd, data, n, MSG_NOSIGNAL | MSG_DONTWAIT);
+        msghdr msg{};
+        msg.msg_iov = iov;
+        msg.msg_iovlen = count;
+        const ssize_t w = ::sendmsg(l.fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
         ssize_t wrote = w;
-        if (w < 0 && errno == ENOTSOCK) wrote = ::write(l.fd, data, n);
+        if (w < 0 && errno == ENOTSOCK) wrote = ::writev(l.fd, iov, static_cast<int>(count));
         if (wrote < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
         size_t k = static_cast<size_t>(wrote);
         if (paced) {

@@ -68,6 +68,8 @@ protected:
     // queueing seconds of them ahead of the next reply.
     static constexpr size_t kSocketBackedUp = 256 * 1024;
     static size_t line_backed_up(uint32_t baud) { return std::max<size_t>(64, baud / 10 / 50); }
+    // Queued frames one write takes at most.
+    static constexpr size_t kGatherWrites = 64;
 
     SimOptions opts_;
     std::shared_ptr<Radio> radio_;

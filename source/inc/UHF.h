@@ -48,6 +48,12 @@ UHF_API int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii);
 /* Behaviour note: reports of 14 to 16 bytes are delivered (the 17 bytes begin in the record's id and mode); under 14:
  * -1. */
 UHF_API int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii);
+/* Reports discarded because the queue was full, since the library was
+ * loaded. The queue (256 KiB, a report taking its length plus 4 bytes)
+ * holds what arrives while the application does not fetch; when a report
+ * does not fit, every queued report is dropped with it, and counted here.
+ * An extension of this library: never reset, nothing sent. */
+UHF_API uint64_t UHF_GetQueueOverflowCount(void);
 
 /* Receive-thread plumbing, exported for completeness. */
 UHF_API int Creat_R2000Thread(int index);

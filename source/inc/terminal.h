@@ -69,7 +69,8 @@ UHF_API extern uint8_t closeingflag; /* set when the reader confirms a stop */
 
 /* Open a TCP link to a dotted-quad host (no name lookup); blocks in connect().
  * Returns 0, or -1 when connect failed or the host text is over 63 chars. */
-/* Behaviour note: a host over 63 characters: -1, no slot taken; a failed connect closes its socket. */
+/* Behaviour note: a host over 63 characters: -1, no slot taken; a failed connect closes its socket; the socket
+ * stays blocking (every other read and write says MSG_DONTWAIT). */
 UHF_API int TCPConnect(const char* hostaddr, int hostport);
 /* Releases the slot the *next* link would take (terminal_index), not the
  * selected one. Use LinkSelect + ClosePort, or LinkCloseAll, to close a link. */
@@ -191,8 +192,8 @@ UHF_API int Vexa_Send(uint8_t cmd, uint8_t* sendbuf, uint8_t sendlen, int tindex
  * frame with code cmd + 1. 0: recvbuf holds the reply data (up to 2040
  * bytes: size recvbuf for that) and *recvlen its length; -1: send failed or
  * nothing answered; -4: only frames with other codes answered. */
-/* Behaviour note: drops stale input first, drops a late reply owed to an earlier call, fails at once on a hung-up peer.
- */
+/* Behaviour note: drops stale input first, drops a late reply owed to an earlier call, fails at once on a hung-up peer;
+ * on TCP waits in recv (SO_RCVTIMEO, set when the limit changes) for most of the limit and in poll for the rest. */
 UHF_API int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t* recvbuf, uint16_t* recvlen,
                          uint16_t timeout);
 /* ExternalSend with a 1500 ms limit. */

@@ -13,7 +13,7 @@
 #include <pthread.h>
 #include <stdint.h>
 
-#include "globe_var.h"
+#include "UHF.h"
 #include "log.h"
 
 unsigned char tag_buf[TAG_BUF_SIZE];
@@ -46,10 +46,25 @@ bool report_looks_empty(const uint8_t* data, uint16_t len) {
     return data[0] == 0 && data[1] == 0;
 }
 
+// Records in the ring, kept under the mutex, so that an overflow can say
+// how many reports it discarded.
+unsigned long g_records = 0;
+uint64_t g_overflow_discards = 0;
+
 void flush_ring() {
+    g_records = 0;
     index_put(&add_tag_index, 0);
     index_put(&drop_tag_index, 0);
     for (unsigned long i = 0; i < TAG_BUF_SIZE; i++) ring_put(i, 0);
+}
+
+// The overflow rule: everything queued goes, and so does the report that did
+// not fit; the count is what the application is told.
+void discard_on_overflow() {
+    pthread_mutex_lock(&tag_buf_mutex);
+    __atomic_add_fetch(&g_overflow_discards, g_records + 1, __ATOMIC_RELAXED);
+    flush_ring();
+    pthread_mutex_unlock(&tag_buf_mutex);
 }
 
 }  // namespace
@@ -63,6 +78,8 @@ void flushTagBuf(void) {
     flush_ring();
     pthread_mutex_unlock(&tag_buf_mutex);
 }
+
+uint64_t UHF_GetQueueOverflowCount(void) { return __atomic_load_n(&g_overflow_discards, __ATOMIC_RELAXED); }
 
 void initTagQueue(void) { flushTagBuf(); }
 
@@ -94,7 +111,7 @@ uint16_t addTagData(INVENTORY_MODE mode, const uint8_t* tagData, uint16_t tagLen
         UHF_LOG(kLogTagFifo, "ERROR index range");
         // Flushing under the mutex keeps a consumer from copying out a
         // record while it is being zeroed.
-        flushTagBuf();
+        discard_on_overflow();
         return 0;
     }
 
@@ -104,6 +121,7 @@ uint16_t addTagData(INVENTORY_MODE mode, const uint8_t* tagData, uint16_t tagLen
     ring_put(add, static_cast<uint8_t>(size & 0xFF));
     for (uint16_t i = 0; i < size; i++) ring_put(add + 1 + i, record[i]);
     index_put(&add_tag_index, add + 1 + size);
+    g_records++;
     pthread_mutex_unlock(&tag_buf_mutex);
 
     if (log_on(kLogTagFifo)) {
@@ -143,6 +161,7 @@ uint16_t getTagData(uint8_t* tag, uint16_t size) {
         ring_put(drop + 1 + i, 0);
     }
     index_put(&drop_tag_index, drop + 1 + n);
+    if (g_records > 0) g_records--;
     pthread_mutex_unlock(&tag_buf_mutex);
 
     if (log_on(kLogTagFifo)) {

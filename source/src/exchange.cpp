@@ -1,6 +1,5 @@
 // The command frame (A5 5A len16 code data xor 0D 0A) and the request/reply
 // exchange; also the escaped AA..55 frame of the amplifier status query.
-#include <errno.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -174,11 +173,12 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
             iLocation = 0;
             parseIndex = 0;
         }
-        // Wait first, then read: one poll and one read per reply on a
-        // healthy link.
+        // One read that waits for the reply: on a healthy TCP link the
+        // exchange is a send and a recv.
         long long left = timeout - (getTimestamp() - start);
-        int ready = left > 0 ? wait_readable(tindex, static_cast<int>(left)) : 0;
-        int got = recv_bytes(buf + iLocation, static_cast<uint16_t>(kExchangeBuf - iLocation), tindex);
+        bool hung_up = false;
+        int got = recv_bytes_within(buf + iLocation, static_cast<uint16_t>(kExchangeBuf - iLocation), tindex,
+                                    left > 0 ? static_cast<int>(left) : 0, &hung_up);
         if (got > 0) {
             rxsta = 0;
             iLocation += static_cast<size_t>(got);
@@ -203,9 +203,8 @@ int ExternalSend(uint8_t cmd, const uint8_t* sendbuf, uint16_t sendlen, uint8_t*
                 }
                 ret = -4;
             }
-        } else if (ready && (got == 0 || (errno != EAGAIN && errno != EINTR))) {
-            // Readable yet nothing to read: the peer hung up. No reply can
-            // come, so fail now rather than at the time limit.
+        } else if (hung_up) {
+            // No reply can come, so fail now rather than at the time limit.
             UHF_LOG(kLogTransfer, "link id:%d,peer hung up", tindex);
             return ret;
         }

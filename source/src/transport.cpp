@@ -1,7 +1,8 @@
-// Byte transport dispatch: send_bytes / recv_bytes, the wait used by every
-// loop that expects a reply, and the discard of stale input.
+// Byte transport dispatch: send_bytes / recv_bytes, the waiting read of the
+// exchange, and the discard of stale input.
 #include "transport.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -52,13 +53,37 @@ const Backend* backend_of(int tindex) {
     return kBackends[type];
 }
 
-int wait_readable(int tindex, int ms) {
+namespace {
+
+int wait_then_recv(const Backend& b, ST_Terminal& t, uint8_t* p, uint16_t n, int ms, bool* hung_up) {
+    int ready = ms > 0 ? b.wait(t, ms) : 0;
+    int got = b.recv(t, p, n);
+    // Readable yet nothing to read: the peer hung up.
+    *hung_up = ready && got <= 0 && (got == 0 || (errno != EAGAIN && errno != EINTR));
+    return got;
+}
+
+void log_received(const uint8_t* p, int n) {
+    if (n >= 1 && log_on(kLogTransfer)) {
+        UHF_LOG(kLogBase, "receive len:%d", n);
+        display_buffer_hex(p, static_cast<unsigned>(n));
+    }
+}
+
+}  // namespace
+
+int recv_bytes_within(uint8_t* p, uint16_t n, int tindex, int ms, bool* hung_up) {
+    *hung_up = false;
     const Backend* b = backend_of(tindex);
     if (b == nullptr) {
         nap(ms);
-        return 0;
+        return -1;
     }
-    return b->wait(my_terminals[tindex], ms);
+    ST_Terminal& t = my_terminals[tindex];
+    int got =
+        b->recv_within != nullptr ? b->recv_within(t, p, n, ms, hung_up) : wait_then_recv(*b, t, p, n, ms, hung_up);
+    log_received(p, got);
+    return got;
 }
 
 void discard_input(int tindex, bool output) {
@@ -88,9 +113,6 @@ int recv_bytes(uint8_t* recvBytes, uint16_t recvLen, int tindex) {
     const Backend* b = backend_of(tindex);
     if (b == nullptr || (recvBytes == nullptr && recvLen > 0)) return -1;
     int n = b->recv(my_terminals[tindex], recvBytes, recvLen);
-    if (n >= 1 && log_on(kLogTransfer)) {
-        UHF_LOG(kLogBase, "receive len:%d", n);
-        display_buffer_hex(recvBytes, static_cast<unsigned>(n));
-    }
+    log_received(recvBytes, n);
     return n;
 }

@@ -25,9 +25,10 @@ struct Backend {
     int (*discard)(ST_Terminal& t, bool output);
     // The descriptor to poll for input, -1 when there is none to wait on.
     int (*descriptor)(const ST_Terminal& t);
-    // Look at waiting input without consuming it; nullptr where the
-    // transport cannot.
-    int (*peek)(ST_Terminal& t, uint8_t* p, uint16_t n);
+    // Read, waiting at most ms for input: the count read, or 0 / -1 when
+    // nothing came. *hung_up says the peer is gone and nothing more can
+    // come. nullptr where wait followed by recv is as good.
+    int (*recv_within)(ST_Terminal& t, uint8_t* p, uint16_t n, int ms, bool* hung_up);
     // Reports have to be asked for (0xEB) rather than streamed.
     bool polled;
 };
@@ -39,9 +40,9 @@ extern const Backend kUsbBackend;
 // Backend of a slot's transport, or nullptr for a free slot / bad index.
 const Backend* backend_of(int tindex);
 
-// Wait up to ms for slot tindex to have input (sleeps briefly for a free
-// slot). 1 when a read will not block.
-int wait_readable(int tindex, int ms);
+// recv_bytes that waits up to ms for input (a free slot sleeps briefly and
+// reads nothing). *hung_up as for Backend::recv_within.
+int recv_bytes_within(uint8_t* p, uint16_t n, int tindex, int ms, bool* hung_up);
 
 // Drop the slot's waiting input (and output when asked); logs what went.
 void discard_input(int tindex, bool output = false);
@@ -86,5 +87,8 @@ bool poll_collect(Read read, Take take, useconds_t pause_us) {
 
 // Valid slot index?
 inline bool slot_ok(int i) { return i >= 0 && i < MAX_TERMINALS; }
+
+// The slot index of a record of the table.
+inline int slot_of(const ST_Terminal& t) { return static_cast<int>(&t - my_terminals); }
 
 }  // namespace uhf

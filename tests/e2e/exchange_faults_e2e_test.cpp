@@ -27,6 +27,7 @@ TEST(ExchangeFaults, EachFaultHasItsDocumentedResult) {
     const FaultCase cases[] = {
         {"reply later than the time limit", with([](auto& f) { f.delay_ms = 1700; }), -1, 0},
         {"reply a little late", with([](auto& f) { f.delay_ms = 200; }), 0, 0},
+        {"reply in the last quarter of the limit", with([](auto& f) { f.delay_ms = 1300; }), 0, 0},
         {"every reply dropped", with([](auto& f) { f.drop_ratio = 1.0; }), -1, 0},
         {"every check byte wrong", with([](auto& f) { f.corrupt_ratio = 1.0; }), -1, 0},
         {"one byte per write", with([](auto& f) { f.split_bytes = true; }), 0, 0},

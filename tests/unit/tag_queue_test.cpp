@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "globe_var.h"
+#include "UHF.h"
 
 namespace {
 
@@ -71,6 +71,27 @@ TEST_F(TagQueue, RecordAcrossTheRingEndComesBackIntact) {
         EXPECT_EQ(drop_tag_index, after);
         EXPECT_TRUE(ring_is_zero());
     }
+}
+
+// A report that does not fit drops the whole queue with it; the count of
+// what was dropped follows the records taken out before.
+TEST_F(TagQueue, OverflowDropsTheQueueAndCountsWhatWentWithIt) {
+    const Bytes rep = report(17, 0x30);
+    auto add = [&] { return addTagData(NORMAL_INVENTORY, rep.data(), 17, 1) != 0; };
+    auto fill = [&] {
+        uint64_t n = 0;
+        while (add()) n++;
+        return n;
+    };
+    uint64_t before = UHF_GetQueueOverflowCount();
+    const uint64_t first = fill();
+    EXPECT_EQ(UHF_GetQueueOverflowCount() - before, first + 1);
+    EXPECT_TRUE(ring_is_zero());
+    for (int i = 0; i < 5; i++) ASSERT_TRUE(add());
+    for (int i = 0; i < 3; i++) ASSERT_FALSE(take().empty());
+    before = UHF_GetQueueOverflowCount();
+    const uint64_t second = fill();
+    EXPECT_EQ(UHF_GetQueueOverflowCount() - before, 2 + second + 1);
 }
 
 TEST(TagQueueIsContain, CircularHalfOpenInterval) {

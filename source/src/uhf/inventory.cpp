@@ -7,6 +7,7 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/eventfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "UHF.h"
@@ -115,8 +116,9 @@ bool rssi_ok(uint16_t raw) {
 }
 
 // Queue every frame found in buf[0, len); returns where the last frame taken
-// ends, 0 when none was.
-size_t consume_frames(const uint8_t* buf, size_t len, int index) {
+// ends (len after a stop reply), 0 when none was, and adds the frames taken
+// to *frames.
+size_t consume_frames(const uint8_t* buf, size_t len, int index, size_t* frames = nullptr) {
     size_t parse = 0;
     while (parse < len) {
         int off = searchPack(buf + parse, static_cast<int>(len - parse));
@@ -131,13 +133,14 @@ size_t consume_frames(const uint8_t* buf, size_t len, int index) {
             display_buffer_hex(f, flen);
         }
         parse += static_cast<size_t>(off) + flen;
+        if (frames != nullptr) ++*frames;
         if (cmd == kBatch) {
             spliteTagData(data, dlen, index);
         } else if ((cmd == kReport || cmd == kSensorReport) && dlen > 3) {
             addTagData(cmd == kReport ? NORMAL_INVENTORY : SENSOR_INVENTORY, data, dlen, index);
         } else if (cmd == kStopReply) {
             set_closing(1);
-            break;  // whatever follows the stop reply is dropped with the buffer
+            return len;  // whatever follows the stop reply goes with the buffer, a frame begun there too
         }
     }
     return parse;
@@ -153,31 +156,29 @@ bool frame_prefix(const uint8_t* p, size_t n) {
     return flen >= 8 && flen <= 4096 && n < flen;
 }
 
-// One pass of reading on a link that streams. Reads end on frame boundaries
-// so that the discard of a trailing partial frame finds nothing to discard
-// while the stream is healthy: a socket is looked at first and only its
-// whole frames consumed; on other links the start of a frame that a read
-// ends inside is kept for the next read. Returns the read's result.
-int read_stream(const Backend* link, int index, uint8_t* buf, size_t cap, size_t& held) {
-    ST_Terminal& t = my_terminals[index];
+// What one read on a streaming link did.
+struct StreamRead {
+    int got = 0;          // the read's result
+    size_t frames = 0;    // whole frames it completed
+    bool filled = false;  // it took all the room it had: more is likely waiting
+};
+
+// One read on a link that streams, straight into buf after the bytes held.
+// The start of a frame that the read ends inside is kept for the next read,
+// so a healthy stream loses nothing at read boundaries; the rule that drops
+// a trailing partial frame still applies to a stream that really broke off
+// inside a frame.
+StreamRead read_stream(int index, uint8_t* buf, size_t cap, size_t& held) {
+    StreamRead r;
+    if (held > 4096) held = 0;
     size_t room = cap - held;
     if (room > kMaxRead) room = kMaxRead;
-    if (link->peek != nullptr) {
-        int n = link->peek(t, buf + held, static_cast<uint16_t>(room));
-        if (n < 1) return n;
-        size_t end = consume_frames(buf, held + static_cast<size_t>(n), index);
-        // After the stop reply the rest of what was looked at goes too, as
-        // it would with a plain read.
-        size_t take = end > held && !closing() ? end - held : static_cast<size_t>(n);
-        int got = recv_bytes(buf + held, static_cast<uint16_t>(take), index);
-        held = end > 0 ? 0 : held + static_cast<size_t>(n);
-        return got;
-    }
-    int n = recv_bytes(buf + held, static_cast<uint16_t>(room), index);
-    UHF_LOG(kLogBase, "thread %d is runnning, recv2:%d", index, n);
-    if (n < 1 || n > static_cast<int>(kMaxRead)) return n;
-    size_t total = held + static_cast<size_t>(n);
-    size_t end = consume_frames(buf, total, index);
+    r.got = recv_bytes(buf + held, static_cast<uint16_t>(room), index);
+    UHF_LOG(kLogBase, "thread %d is runnning, recv2:%d", index, r.got);
+    if (r.got < 1 || r.got > static_cast<int>(kMaxRead)) return r;
+    r.filled = r.got == static_cast<int>(room);
+    size_t total = held + static_cast<size_t>(r.got);
+    size_t end = consume_frames(buf, total, index, &r.frames);
     if (end == 0) {
         held = total;  // no frame yet: keep the bytes and read more
     } else if (frame_prefix(buf + end, total - end)) {
@@ -186,7 +187,57 @@ int read_stream(const Backend* link, int index, uint8_t* buf, size_t cap, size_t
     } else {
         held = 0;  // the stream really broke off inside a frame
     }
-    return n;
+    return r;
+}
+
+// Wake-ups cost more than the reads they make, so reports that arrive close
+// together are gathered: a read that follows the previous one within
+// kGatherUs starts a run in which each read is followed by a pause of that
+// length, for the next few reports to come in, and then a read without a
+// poll. The run goes on while each such read brings two frames or more (a
+// wake-up saved); otherwise it is back to poll, which reads a report the
+// moment it arrives, so a slower line sees no added latency.
+constexpr useconds_t kGatherUs = 500;
+
+struct Gatherer {
+    uint64_t last_read_ns = 0;
+    bool gathering = false;
+
+    // After a read that brought data: pause before the next one?
+    bool pause_after(const StreamRead& r) {
+        timespec ts;
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        uint64_t now = static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+        gathering = gathering ? r.frames >= 2 : now - last_read_ns < kGatherUs * 1000u;
+        last_read_ns = now;
+        return gathering;
+    }
+};
+
+// A peer that hung up, or a read error other than "nothing yet".
+bool link_lost(int n) { return n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR); }
+
+// Until told to stop, or replaced by a newer thread on its slot.
+bool should_run(int index, unsigned generation) {
+    return running(index) && __atomic_load_n(&g_generation[index], __ATOMIC_ACQUIRE) == generation;
+}
+
+// Reads while input keeps coming, from a poll that said the link is
+// readable. Returns false when the link hung up. Only the read right after
+// the poll can tell: a serial read finds nothing and a lost link alike.
+bool read_burst(int index, unsigned generation, uint8_t* buf, size_t cap, size_t& held, Gatherer& gather) {
+    for (bool after_poll = true;; after_poll = false) {
+        StreamRead r = read_stream(index, buf, cap, held);
+        if (r.got < 1) {
+            gather.gathering = false;
+            return !(after_poll && link_lost(r.got));
+        }
+        if (!r.filled) {
+            if (!gather.pause_after(r)) return true;
+            usleep(kGatherUs);
+        }
+        if (!should_run(index, generation)) return true;
+    }
 }
 
 }  // namespace
@@ -213,9 +264,9 @@ void* Uhf_GetR2000UartData(void* arg) {
     uint8_t buf[8192];
     size_t held = 0;
     bool hung_up = false;
+    Gatherer gather;
     const int fd = link->descriptor(my_terminals[index]);
-    while (running(index) && __atomic_load_n(&g_generation[index], __ATOMIC_ACQUIRE) == generation) {
-        if (held > 4096) held = 0;
+    while (should_run(index, generation)) {
         if (link->polled) {
             // Reports are asked for: a poll, one frame back, and a pause
             // only when the poll brought nothing.
@@ -240,8 +291,7 @@ void* Uhf_GetR2000UartData(void* arg) {
             (void)r;
         }
         if (!(fds[0].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-        int n = read_stream(link, index, buf, sizeof buf, held);
-        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+        if (!read_burst(index, generation, buf, sizeof buf, held, gather)) {
             UHF_LOG(kLogBase, "thread %d: the link hung up", index);
             hung_up = true;
         }

@@ -1,0 +1,351 @@
+#include "outbox.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <tuple>
+
+#include "oplog.h"
+#include "tag_json.h"
+
+namespace uhfd {
+
+namespace {
+
+// synchronous=NORMAL in WAL mode: a commit survives the process being killed
+// (only a power cut may take the last ones), without an fsync per batch.
+const char* const kSchema = R"(
+PRAGMA journal_mode=WAL;
+PRAGMA synchronous=NORMAL;
+PRAGMA journal_size_limit=67108864;
+CREATE TABLE IF NOT EXISTS readers(id INTEGER PRIMARY KEY, name TEXT UNIQUE NOT NULL, seq INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE IF NOT EXISTS rows(id INTEGER PRIMARY KEY, reader INTEGER NOT NULL, first INTEGER NOT NULL,
+                                last INTEGER NOT NULL, event INTEGER NOT NULL, bytes INTEGER NOT NULL, body BLOB NOT NULL);
+CREATE INDEX IF NOT EXISTS rows_of_reader ON rows(reader, last);
+CREATE TABLE IF NOT EXISTS progress(output TEXT NOT NULL, reader INTEGER NOT NULL, seq INTEGER NOT NULL,
+                                    PRIMARY KEY(output, reader)) WITHOUT ROWID;
+)";
+
+// Items are kept one JSON object a line: JSON text never holds a raw newline.
+constexpr char kItemEnd = '\n';
+
+uint64_t u64(int64_t v) { return static_cast<uint64_t>(v); }
+int64_t i64(uint64_t v) { return static_cast<int64_t>(v); }
+
+}  // namespace
+
+struct Outbox::Staged {
+    uint16_t reader = 0;
+    bool event = false;
+    uint64_t first = 0, last = 0;
+    size_t items = 0;
+    std::string body;
+};
+
+struct Outbox::Row {
+    int64_t id = 0, reader_id = 0;
+    uint64_t first = 0, last = 0, bytes = 0;
+    bool event = false;
+};
+
+std::unique_ptr<Outbox> Outbox::open(const Options& o, std::string& err) {
+    std::unique_ptr<Outbox> box(new Outbox());
+    if (!box->create(o, err)) return nullptr;
+    return box;
+}
+
+Outbox::~Outbox() {
+    if (lock_fd_ >= 0) close(lock_fd_);
+}
+
+bool Outbox::create(const Options& o, std::string& err) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::create_directories(o.dir, ec);
+    if (ec) return (err = o.dir + ": " + ec.message(), false);
+    // Two gateways on one outbox would hand out the same seqs.
+    const std::string lock = (fs::path(o.dir) / "outbox.lock").string();
+    lock_fd_ = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock_fd_ < 0) return (err = lock + ": " + std::strerror(errno), false);
+    if (flock(lock_fd_, LOCK_EX | LOCK_NB) != 0)
+        return (err = o.dir + ": another uhfd uses this state directory", false);
+    readers_ = o.readers;
+    outputs_ = o.outputs;
+    max_bytes_ = o.max_bytes;
+    const size_t slots = readers_.size() * outputs_.size();
+    delivered_.assign(slots, 0);
+    persisted_.assign(slots, 0);
+    dropped_.assign(slots, 0);
+    removed_upto_.assign(readers_.size(), 0);
+    last_seq_.assign(readers_.size(), 0);
+    ids_.assign(readers_.size(), 0);
+    watchers_.resize(readers_.size());
+    written_ = std::make_unique<std::atomic<uint64_t>[]>(readers_.size());
+    const std::string path = (fs::path(o.dir) / "outbox.db").string();
+    if (!db_.open(path, err)) return false;
+    if (!db_.exec(kSchema, err) || !prepare(err) || !load(err)) return (err = path + ": " + err, false);
+    return true;
+}
+
+bool Outbox::prepare(std::string& err) {
+    return insert_.prepare(
+               db_, "INSERT INTO rows(reader, first, last, event, bytes, body) VALUES(?1, ?2, ?3, ?4, ?5, ?6)", err) &&
+           set_seq_.prepare(db_, "UPDATE readers SET seq = ?2 WHERE id = ?1", err) &&
+           set_cursor_.prepare(db_,
+                               "INSERT INTO progress(output, reader, seq) VALUES(?1, ?2, ?3) "
+                               "ON CONFLICT(output, reader) DO UPDATE SET seq = excluded.seq",
+                               err) &&
+           remove_upto_.prepare(db_, "DELETE FROM rows WHERE reader = ?1 AND last <= ?2 RETURNING bytes", err) &&
+           oldest_.prepare(
+               db_, "SELECT id, reader, first, last, event, bytes FROM rows WHERE event = ?1 ORDER BY id LIMIT 256",
+               err) &&
+           remove_row_.prepare(db_, "DELETE FROM rows WHERE id = ?1", err) &&
+           fetch_.prepare(db_, "SELECT first, event, body FROM rows WHERE reader = ?1 AND last > ?2 ORDER BY last",
+                          err) &&
+           depth_.prepare(db_,
+                          "SELECT count(*), coalesce(sum(CASE WHEN event THEN 0 ELSE last - first + 1 END), 0), "
+                          "coalesce(sum(bytes), 0) FROM rows WHERE reader = ?1 AND last > ?2",
+                          err);
+}
+
+// Each reader's id and counter, each output's progress and the bytes held.
+bool Outbox::load(std::string& err) {
+    SqliteStmt add, reader, progress, bytes;
+    if (!add.prepare(db_, "INSERT OR IGNORE INTO readers(name) VALUES(?1)", err) ||
+        !reader.prepare(db_, "SELECT id, seq FROM readers WHERE name = ?1", err) ||
+        !progress.prepare(db_, "SELECT seq FROM progress WHERE output = ?1 AND reader = ?2", err) ||
+        !bytes.prepare(db_, "SELECT coalesce(sum(bytes), 0) FROM rows", err))
+        return false;
+    for (size_t r = 0; r < readers_.size(); r++) {
+        if (!add.reset().bind(1, std::string_view(readers_[r])).run() ||
+            !reader.reset().bind(1, std::string_view(readers_[r])).step())
+            return (err = db_.error(), false);
+        ids_[r] = reader.int_at(0);
+        last_seq_[r] = u64(reader.int_at(1));
+        written_[r] = last_seq_[r];
+        for (size_t o = 0; o < outputs_.size(); o++) {
+            const size_t slot = o * readers_.size() + r;
+            if (progress.reset().bind(1, std::string_view(outputs_[o])).bind(2, ids_[r]).step())
+                delivered_[slot] = persisted_[slot] = u64(progress.int_at(0));
+        }
+    }
+    if (!bytes.step()) return (err = db_.error(), false);
+    bytes_ = u64(bytes.int_at(0));
+    return true;
+}
+
+uint64_t Outbox::last_seq(uint16_t reader) const { return reader < last_seq_.size() ? last_seq_[reader] : 0; }
+
+int Outbox::output(std::string_view name) const {
+    auto it = std::find(outputs_.begin(), outputs_.end(), name);
+    return it == outputs_.end() ? -1 : static_cast<int>(it - outputs_.begin());
+}
+
+void Outbox::watch(uint16_t reader, std::function<void()> wake) { watchers_.at(reader).push_back(std::move(wake)); }
+
+// A row holds items of one reader and kind with contiguous seqs, so a read's
+// seq is its row's first plus its line, and a row of reads counts its reads.
+void Outbox::add(uint16_t reader, uint64_t seq, bool event, std::string_view json) {
+    if (reader >= readers_.size()) return;
+    Staged* row = nullptr;
+    for (auto it = staged_.rbegin(); it != staged_.rend() && !row; ++it)
+        if (it->reader == reader) row = &*it;
+    if (!row || row->event != event || row->last + 1 != seq || row->items >= kRowItems) {
+        staged_.push_back({reader, event, seq, seq, 0, {}});
+        row = &staged_.back();
+    }
+    row->body.append(json);
+    row->body += kItemEnd;
+    row->last = seq;
+    row->items++;
+}
+
+bool Outbox::commit(bool force) {
+    const auto now = std::chrono::steady_clock::now();
+    if (staged_.empty() && !force && now - last_tidy_ < kTidyMs) return false;
+    if (!staged_.empty() && !force && now - last_commit_ < kCommitMs) return true;
+    std::vector<uint16_t> touched;
+    for (const Staged& s : staged_)
+        if (std::find(touched.begin(), touched.end(), s.reader) == touched.end()) touched.push_back(s.reader);
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        // A failed transaction leaves the database as it was; so must it the counts.
+        const auto kept = std::make_tuple(bytes_, persisted_, removed_upto_, dropped_);
+        std::string err;
+        bool ok = db_.exec("BEGIN", err);
+        ok = ok && write_staged(err) && tidy(err) && drop_oldest(err) && db_.exec("COMMIT", err);
+        if (!ok) {
+            std::string ignored;
+            db_.exec("ROLLBACK", ignored);
+            std::tie(bytes_, persisted_, removed_upto_, dropped_) = kept;
+            fail(err);
+        }
+        for (const Staged& s : staged_) {
+            if (ok) {
+                written_[s.reader] = std::max(written_[s.reader].load(), s.last);
+            } else if (!s.event) {
+                for (size_t o = 0; o < outputs_.size(); o++)
+                    dropped_[progress_slot(static_cast<int>(o), s.reader)] += s.items;
+            }
+        }
+    }
+    staged_.clear();
+    last_commit_ = last_tidy_ = now;
+    for (uint16_t r : touched)
+        for (auto& wake : watchers_[r]) wake();
+    return false;
+}
+
+bool Outbox::write_staged(std::string& err) {
+    std::vector<uint64_t> newest(readers_.size(), 0);
+    for (const Staged& s : staged_) {
+        if (!insert_.reset()
+                 .bind(1, ids_[s.reader])
+                 .bind(2, i64(s.first))
+                 .bind(3, i64(s.last))
+                 .bind(4, int64_t{s.event})
+                 .bind(5, i64(s.body.size()))
+                 .bind_blob(6, s.body)
+                 .run())
+            return (err = db_.error(), false);
+        bytes_ += s.body.size();
+        newest[s.reader] = s.last;
+    }
+    // The counter goes with the rows: a restart goes on from what was written.
+    for (size_t r = 0; r < readers_.size(); r++)
+        if (newest[r] && !set_seq_.reset().bind(1, ids_[r]).bind(2, i64(newest[r])).run())
+            return (err = db_.error(), false);
+    return true;
+}
+
+// Persists the outputs' progress and removes the rows every output delivered.
+bool Outbox::tidy(std::string& err) {
+    for (size_t o = 0; o < outputs_.size(); o++)
+        for (size_t r = 0; r < readers_.size(); r++) {
+            const size_t slot = o * readers_.size() + r;
+            if (delivered_[slot] == persisted_[slot]) continue;
+            if (!set_cursor_.reset()
+                     .bind(1, std::string_view(outputs_[o]))
+                     .bind(2, ids_[r])
+                     .bind(3, i64(delivered_[slot]))
+                     .run())
+                return (err = db_.error(), false);
+            persisted_[slot] = delivered_[slot];
+        }
+    for (size_t r = 0; r < readers_.size() && !outputs_.empty(); r++) {
+        uint64_t floor = UINT64_MAX;
+        for (size_t o = 0; o < outputs_.size(); o++) floor = std::min(floor, persisted_[o * readers_.size() + r]);
+        if (floor <= removed_upto_[r]) continue;
+        remove_upto_.reset().bind(1, ids_[r]).bind(2, i64(floor));
+        while (remove_upto_.step()) bytes_ -= std::min(bytes_, u64(remove_upto_.int_at(0)));
+        const bool ok = remove_upto_.done();
+        remove_upto_.reset();
+        if (!ok) return (err = db_.error(), false);
+        removed_upto_[r] = floor;
+    }
+    return true;
+}
+
+// Over the bound, the oldest reads go first; events only when no reads are left.
+bool Outbox::drop_oldest(std::string& err) {
+    while (bytes_ > max_bytes_) {
+        std::vector<Row> oldest;
+        for (int64_t event : {0, 1}) {
+            oldest_.reset().bind(1, event);
+            while (oldest_.step())
+                oldest.push_back({oldest_.int_at(0), oldest_.int_at(1), u64(oldest_.int_at(2)), u64(oldest_.int_at(3)),
+                                  u64(oldest_.int_at(5)), oldest_.int_at(4) != 0});
+            const bool ok = oldest_.done();
+            oldest_.reset();
+            if (!ok) return (err = db_.error(), false);
+            if (!oldest.empty()) break;
+        }
+        if (oldest.empty()) return true;
+        // Said when it starts and at most once a minute while it lasts.
+        const int64_t now = static_cast<int64_t>(uhftools::unix_now());
+        if (now - overflow_said_ >= 60) {
+            overflow_said_ = now;
+            oplog(Level::Warn, "", "outbox", {{"state", "full"}, {"dropping", "the oldest reads"}});
+        }
+        for (const Row& row : oldest) {
+            if (bytes_ <= max_bytes_) break;
+            if (!remove_row_.reset().bind(1, row.id).run()) return (err = db_.error(), false);
+            bytes_ -= std::min(bytes_, row.bytes);
+            count_dropped(row);
+        }
+    }
+    return true;
+}
+
+// Each output that had not delivered them loses the row's reads past its progress.
+void Outbox::count_dropped(const Row& row) {
+    auto it = std::find(ids_.begin(), ids_.end(), row.reader_id);
+    if (row.event || it == ids_.end()) return;
+    const auto r = static_cast<uint16_t>(it - ids_.begin());
+    for (size_t o = 0; o < outputs_.size(); o++) {
+        const size_t slot = progress_slot(static_cast<int>(o), r);
+        const uint64_t done = std::max(delivered_[slot], row.first - 1);
+        if (done < row.last) dropped_[slot] += row.last - done;
+    }
+}
+
+void Outbox::fail(const std::string& err) {
+    if (err == last_error_) return;  // said once, not at every batch
+    last_error_ = err;
+    oplog(Level::Error, "", "outbox", {{"error", err}, {"batch", "dropped and counted"}});
+}
+
+void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out) {
+    if (reader >= readers_.size()) return;
+    std::lock_guard<std::mutex> lock(mu_);
+    fetch_.reset().bind(1, ids_[reader]).bind(2, i64(after));
+    while (out.size() < max && fetch_.step()) {
+        uint64_t seq = u64(fetch_.int_at(0));
+        const bool event = fetch_.int_at(1) != 0;
+        std::string_view body = fetch_.blob_at(2);
+        for (size_t end; out.size() < max && (end = body.find(kItemEnd)) != std::string_view::npos; seq++) {
+            if (seq > after) out.push_back({seq, event, std::string(body.substr(0, end))});
+            body.remove_prefix(end + 1);
+        }
+    }
+    fetch_.reset();
+}
+
+void Outbox::delivered(int output, uint16_t reader, uint64_t seq) {
+    if (output < 0 || reader >= readers_.size()) return;
+    std::lock_guard<std::mutex> lock(mu_);
+    uint64_t& at = delivered_[progress_slot(output, reader)];
+    at = std::max(at, seq);
+}
+
+uint64_t Outbox::delivered_up_to(int output, uint16_t reader) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return delivered_.at(progress_slot(output, reader));
+}
+
+Outbox::Depth Outbox::depth(int output, uint16_t reader) {
+    std::lock_guard<std::mutex> lock(mu_);
+    depth_.reset().bind(1, ids_.at(reader)).bind(2, i64(delivered_.at(progress_slot(output, reader))));
+    Depth d;
+    if (depth_.step()) d = {u64(depth_.int_at(0)), u64(depth_.int_at(1)), u64(depth_.int_at(2))};
+    depth_.reset();
+    return d;
+}
+
+uint64_t Outbox::reads_dropped(int output, uint16_t reader) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return dropped_.at(progress_slot(output, reader));
+}
+
+uint64_t Outbox::bytes() const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return bytes_;
+}
+
+}  // namespace uhfd

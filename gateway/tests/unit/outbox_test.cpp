@@ -1,0 +1,115 @@
+// The outbox on a real SQLite file: what survives a reopen, when rows go, and
+// what the bound drops and counts.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "outbox.h"
+
+namespace uhfd {
+namespace {
+
+// A fresh directory per test, removed after it.
+struct TempDir {
+    std::string path;
+    TempDir() {
+        char name[] = "/tmp/uhfd-outbox-XXXXXX";
+        path = mkdtemp(name);
+    }
+    ~TempDir() { std::filesystem::remove_all(path); }
+};
+
+// 99 bytes of JSON, 100 with its line end: row sizes are easy to count.
+std::string item(uint64_t seq) {
+    std::string json = "{\"seq\":" + std::to_string(seq) + ",\"pad\":\"";
+    json.append(99 - json.size() - 2, 'x');
+    return json + "\"}";
+}
+
+std::unique_ptr<Outbox> open(const std::string& dir, uint64_t max_bytes, std::vector<std::string> outputs) {
+    std::string err;
+    auto box = Outbox::open({dir, max_bytes, {"dock", "gate"}, std::move(outputs)}, err);
+    EXPECT_TRUE(box) << err;
+    return box;
+}
+
+void add_run(Outbox& box, uint16_t reader, uint64_t first, uint64_t last, bool event = false) {
+    for (uint64_t seq = first; seq <= last; seq++) box.add(reader, seq, event, item(seq));
+    box.commit(true);
+}
+
+std::vector<uint64_t> seqs_after(Outbox& box, uint16_t reader, uint64_t after) {
+    std::vector<OutboxItem> items;
+    box.fetch(reader, after, 100, items);
+    std::vector<uint64_t> seqs;
+    for (const OutboxItem& i : items) seqs.push_back(i.seq);
+    return seqs;
+}
+
+TEST(Outbox, AReopenKeepsTheRowsTheCountersAndTheProgress) {
+    TempDir dir;
+    {
+        auto box = open(dir.path, 1 << 20, {"mqtt"});
+        add_run(*box, 0, 1, 3);
+        add_run(*box, 0, 4, 4, true);
+        box->delivered(0, 0, 2);
+        box->commit(true);
+    }
+    auto box = open(dir.path, 1 << 20, {"mqtt"});
+    EXPECT_EQ(box->last_seq(0), 4u);
+    EXPECT_EQ(box->last_seq(1), 0u);
+    EXPECT_EQ(box->delivered_up_to(0, 0), 2u);
+    std::vector<OutboxItem> items;
+    box->fetch(0, 2, 10, items);  // from the middle of a row
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0].json, item(3));
+    EXPECT_FALSE(items[0].event);
+    EXPECT_EQ(items[1].seq, 4u);
+    EXPECT_TRUE(items[1].event);
+}
+
+TEST(Outbox, ARowGoesOnceEveryOutputDeliveredIt) {
+    TempDir dir;
+    auto box = open(dir.path, 1 << 20, {"mqtt", "webhook"});
+    add_run(*box, 0, 1, 3);
+    add_run(*box, 1, 1, 2);
+    box->delivered(0, 0, 3);
+    box->commit(true);
+    EXPECT_EQ(box->depth(0, 0).rows, 0u);
+    EXPECT_EQ(box->depth(1, 0).reads, 3u);
+    EXPECT_EQ(box->bytes(), 500u);
+    box->delivered(1, 0, 3);
+    box->commit(true);
+    EXPECT_EQ(box->bytes(), 200u);  // the other reader's rows stay
+    EXPECT_EQ(seqs_after(*box, 1, 0), (std::vector<uint64_t>{1, 2}));
+}
+
+// Over the bound the oldest reads go, events stay, and each output counts the
+// reads it had not delivered.
+TEST(Outbox, AFullOutboxDropsTheOldestReadsAndCountsThemPerOutput) {
+    TempDir dir;
+    auto box = open(dir.path, 1500, {"mqtt", "webhook"});
+    add_run(*box, 0, 1, 10);  // 1,000 bytes
+    box->delivered(0, 0, 4);
+    add_run(*box, 0, 11, 11, true);
+    add_run(*box, 0, 12, 21);  // 2,100 bytes: the first row goes
+    EXPECT_EQ(box->bytes(), 1100u);
+    EXPECT_EQ(box->reads_dropped(0, 0), 6u);
+    EXPECT_EQ(box->reads_dropped(1, 0), 10u);
+    EXPECT_EQ(seqs_after(*box, 0, 0).front(), 11u);
+    EXPECT_EQ(box->last_seq(0), 0u);  // as it was at open
+}
+
+TEST(Outbox, OneStateDirectoryServesOneGateway) {
+    TempDir dir;
+    auto first = open(dir.path, 1 << 20, {"mqtt"});
+    std::string err;
+    EXPECT_FALSE(Outbox::open({dir.path, 1 << 20, {"dock"}, {"mqtt"}}, err));
+    EXPECT_NE(err.find("another uhfd"), std::string::npos) << err;
+}
+
+}  // namespace
+}  // namespace uhfd
