@@ -99,20 +99,26 @@ class BenchBroker(Broker):
     show as a delay, not as reads the gateway lost."""
 
     def __init__(self, tmp):
-        self.port, self.conf = free_port(), tmp / "mosquitto.conf"
+        self.port, self.conf, self.log = free_port(), tmp / "mosquitto.conf", tmp / "mosquitto.log"
         self.conf.write_text(f"listener {self.port} 127.0.0.1\nallow_anonymous true\npersistence false\n"
                              "max_queued_messages 0\n")
         self.start()
 
 
+SEQ = re.compile(rb'"seq":(\d+)')
+
+
 class Subscriber:
     """Counts what arrives on every topic: reads by the `"epc"` keys in each
     payload (no JSON parsing, so the subscriber stays cheap), events by kind,
-    and the status values in order."""
+    and the status values in order. A topic's reads come in seq order, so an
+    array that starts at or below the highest seq seen is a redelivery (QoS 1
+    after a reconnect): its reads seen before count once, not twice."""
 
     def __init__(self, port):
         self.lock = threading.Lock()
-        self.reads, self.bytes = Counter(), Counter()
+        self.reads, self.bytes, self.duplicates = Counter(), Counter(), Counter()
+        self.top_seq = {}
         self.events = Counter()
         self.status = defaultdict(list)
         self.tid = None
@@ -132,12 +138,29 @@ class Subscriber:
         topic, payload = m.topic, m.payload
         with self.lock:
             if topic.endswith("/reads"):
-                self.reads[topic] += payload.count(b'"epc"')
+                again = self._seen_before(topic, payload)
+                self.reads[topic] += payload.count(b'"epc"') - again
+                self.duplicates[topic] += again
                 self.bytes[topic] += len(payload)
             elif topic.endswith("/events"):
                 self.events[topic.rsplit("/", 2)[0], "arrive" if b'"arrive"' in payload[:20] else "depart"] += 1
             elif topic.endswith("/status"):
                 self.status[topic].append(payload.decode())
+
+    def _seen_before(self, topic, payload):
+        """Reads of this array at or below the topic's highest seq so far; two searches when there are none."""
+        first = SEQ.search(payload)
+        if not first:
+            return 0
+        top, last = self.top_seq.get(topic, 0), SEQ.search(payload, payload.rfind(b'"seq":'))
+        self.top_seq[topic] = max(top, int(last[1]))
+        if int(first[1]) > top:
+            return 0
+        return sum(1 for s in SEQ.findall(payload) if int(s) <= top)
+
+    def duplicated(self, prefix):
+        with self.lock:
+            return sum(n for t, n in self.duplicates.items() if t.startswith(prefix + "/"))
 
     def delivered(self, prefix):
         with self.lock:
@@ -265,7 +288,8 @@ class Gateway:
     def __init__(self, build, tmp, readers, broker_port, prefix, mqtt_conf, presence=None, http=False):
         self.prefix, self.names = prefix, [r["name"] for r in readers]
         self.port = free_port() if http else 0
-        config = {"readers": readers, "http": {"port": self.port},
+        # A fresh outbox per run: one left by an earlier run would be delivered again.
+        config = {"readers": readers, "http": {"port": self.port}, "state_dir": str(tmp / f"state-{prefix}"),
                   "mqtt": {"host": "127.0.0.1", "port": broker_port, "prefix": prefix, **mqtt_conf}}
         if presence:
             config["presence"] = presence

@@ -34,22 +34,26 @@ std::string epc_of(size_t tag) {
     return hex;
 }
 
-// One read, as uhfd writes it: time in seconds with milliseconds, rssi in dBm.
-void append_read(std::string& out, const std::string& reader, const std::string& epc, int n) {
+// One read, as uhfd writes it: time in seconds with milliseconds, rssi in
+// dBm, then the gateway's seq (1, 2, 3, ...) and boot (16 hex digits).
+void append_read(std::string& out, const std::string& reader, const std::string& epc, uint64_t seq) {
     const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-    char text[256];
+    const int n = static_cast<int>(seq % 1000);
+    char text[320];
     const int len = std::snprintf(text, sizeof text,
                                   "{\"time\":%.3f,\"reader\":\"%s\",\"epc\":\"%s\",\"pc\":\"3000\",\"rssi\":-%d.%d,"
-                                  "\"antenna\":%d}",
-                                  now, reader.c_str(), epc.c_str(), 50 + n % 30, n % 10, 1 + n % 4);
+                                  "\"antenna\":%d,\"seq\":%llu,\"boot\":\"3f9c0a7d1e52b864\"}",
+                                  now, reader.c_str(), epc.c_str(), 50 + n % 30, n % 10, 1 + n % 4,
+                                  static_cast<unsigned long long>(seq));
     out.append(text, static_cast<size_t>(len));
 }
 
-std::string make_batch(const Options& o, const std::vector<std::string>& epcs, size_t& next_tag, size_t count) {
+std::string make_batch(const Options& o, const std::vector<std::string>& epcs, uint64_t& seq, size_t count) {
     std::string payload = "[";
-    for (size_t i = 0; i < count; i++, next_tag++) {
+    for (size_t i = 0; i < count; i++) {
         if (i) payload += ',';
-        append_read(payload, o.reader, epcs[next_tag % epcs.size()], static_cast<int>(next_tag));
+        ++seq;
+        append_read(payload, o.reader, epcs[seq % epcs.size()], seq);
     }
     payload += ']';
     return payload;
@@ -89,7 +93,7 @@ int main(int argc, char** argv) {
     const auto start = Clock::now();
     const auto total = static_cast<uint64_t>(o.rate * o.seconds);
     uint64_t sent = 0, messages = 0;
-    size_t next_tag = 0;
+    uint64_t seq = 0;
     while (sent < total) {
         const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
         const uint64_t due = std::min<uint64_t>(total, static_cast<uint64_t>(elapsed * o.rate));
@@ -98,7 +102,7 @@ int main(int argc, char** argv) {
             continue;
         }
         const size_t count = std::min<uint64_t>(o.batch, total - sent);
-        const std::string payload = make_batch(o, epcs, next_tag, count);
+        const std::string payload = make_batch(o, epcs, seq, count);
         if (mosquitto_publish(m, nullptr, o.topic.c_str(), static_cast<int>(payload.size()), payload.data(), o.qos,
                               false) != MOSQ_ERR_SUCCESS)
             break;
