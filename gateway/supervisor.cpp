@@ -104,7 +104,7 @@ void Supervisor::start() {
 
 void Supervisor::stop() {
     stop_ = true;
-    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+    wake();
     if (thread_.joinable()) thread_.join();
     for (int& fd : wake_)
         if (fd >= 0) close(std::exchange(fd, -1));
@@ -120,6 +120,10 @@ std::vector<ReaderView> Supervisor::readers() const {
             if (r->antenna_reads[a]) out.back().per_antenna[static_cast<int>(a)] = r->antenna_reads[a];
     }
     return out;
+}
+
+void Supervisor::wake() {
+    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
 }
 
 bool Supervisor::alive(int64_t within_ms) const { return now_ms() - last_pass_ms_ <= within_ms; }
@@ -156,8 +160,7 @@ void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done do
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
         if (r->removed || r->conf.name != name) continue;
-        static uint32_t next_id = 0;
-        const uint32_t id = ++next_id;
+        const uint32_t id = ++next_request_;
         std::string m;
         wire::with_id(m, wire::kApply, id, settings_to_json(s));
         r->outgoing.push_back(m);
@@ -178,22 +181,21 @@ void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done do
                           },
                           now_ms() + kRequestMs};
     }
-    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+    wake();
 }
 
 void Supervisor::set_inventory(const std::string& name, bool on, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
         if (r->removed || r->conf.name != name) continue;
-        static uint32_t next_id = 0x80000000;
-        const uint32_t id = ++next_id;
+        const uint32_t id = ++next_request_;
         r->want_running = on;
         std::string m;
         wire::inventory(m, id, on);
         r->outgoing.push_back(m);
         r->pending[id] = {done, now_ms() + kRequestMs};
     }
-    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+    wake();
 }
 
 void Supervisor::set_state(Reader& r, LinkState s, const std::string& why) {
@@ -438,7 +440,7 @@ void Supervisor::reconfigure(std::vector<ReaderConfig> readers, Added added) {
         std::lock_guard<std::mutex> lock(mu_);
         reconfig_ = Reconfig{std::move(readers), std::move(added)};
     }
-    if (wake_[1] >= 0) (void)!write(wake_[1], "x", 1);
+    wake();
 }
 
 // Asks the worker to stop its reader and close the link; gone() finishes

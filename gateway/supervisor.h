@@ -74,6 +74,7 @@ private:
     struct Reader;
     using Completions = std::vector<std::pair<Done, std::string>>;
     void loop();
+    void wake();
     std::unique_ptr<Reader> new_reader(const ReaderConfig& rc) const;
     void spawn(Reader& r, int64_t now);
     void gone(Reader& r, const std::string& why, int64_t now, Completions& done);
@@ -99,7 +100,8 @@ private:
     mutable std::mutex mu_;  // guards every Reader's view and pending requests
     std::atomic<bool> stop_{false};
     std::atomic<int64_t> last_pass_ms_{0};
-    int wake_[2] = {-1, -1};  // a pipe that wakes the loop for new requests and stop
+    int wake_[2] = {-1, -1};     // a pipe that wakes the loop for new requests and stop
+    uint32_t next_request_ = 0;  // under mu_: ids of requests to workers
     std::thread thread_;
 };
 

@@ -11,7 +11,7 @@ from typing import Optional, Tuple, Union
 
 Hex = Union[str, bytes, bytearray]
 Password = Union[Hex, int, None]
-FilterSpec = Tuple[Union[str, int], int, int, Hex]
+TagMask = Tuple[Union[str, int], int, int, Hex]
 
 BANKS = {"reserved": 0, "epc": 1, "tid": 2, "user": 3}
 U16 = 0xFFFF
@@ -73,17 +73,17 @@ def bank(value: Union[str, int], name: str = "bank") -> int:
 class Filter:
     """Which tag a call addresses: by EPC, or by (bank, bit address, bit length, mask)."""
 
-    def __init__(self, epc: Optional[Hex], spec: Optional[FilterSpec]) -> None:
-        if epc is not None and spec is not None:
+    def __init__(self, epc: Optional[Hex], given: Optional[TagMask]) -> None:
+        if epc is not None and given is not None:
             raise ValueError("give epc= or filter=, not both")
         self.bank, self.bit_addr, self.bits, self.mask = 1, 0, 0, b""
         if epc is not None:
             self.mask = hexbytes(epc, "epc")
             self.bit_addr, self.bits = 0x20, 8 * len(self.mask)  # the EPC starts after CRC and PC
-        elif spec is not None:
-            if not isinstance(spec, tuple) or len(spec) != 4:
+        elif given is not None:
+            if not isinstance(given, tuple) or len(given) != 4:
                 raise ValueError("filter is (bank, bit address, bit length, mask)")
-            fbank, self.bit_addr, self.bits, mask = spec
+            fbank, self.bit_addr, self.bits, mask = given
             self.bank = bank(fbank, "filter bank")
             self.mask = hexbytes(mask, "filter mask")
             whole(self.bit_addr, "filter bit address", 0, U16)

@@ -15,7 +15,7 @@ from pathlib import Path
 from typing import Callable, Dict, List, Optional, Sequence, Tuple, Union
 
 from . import _args, settings
-from ._args import U16, U32, Filter, FilterSpec, Hex, Password, buf, number, whole
+from ._args import U16, U32, Filter, TagMask, Hex, Password, buf, number, whole
 from ._lib import LOCK, lib
 from .errors import UhfError
 from .inventory import Inventory, TagRead, make_read
@@ -278,7 +278,7 @@ class Reader:
         return self._call(name, _args.password(pwd), *sel.args, *args, doing=doing, tag=True)
 
     def read(self, bank: Union[str, int], address: int, words: int, *, epc: Optional[Hex] = None,
-             filter: Optional[FilterSpec] = None, password: Password = None) -> bytes:
+             filter: Optional[TagMask] = None, password: Password = None) -> bytes:
         """Reads ``words`` 16-bit words (1..1000) of ``bank`` from word ``address`` (0..65535)
         of the tag named by ``epc=`` or ``filter=`` (any tag when neither)."""
         sel, code = Filter(epc, filter), _args.bank(bank)
@@ -290,7 +290,7 @@ class Reader:
         return bytes(out[: 2 * words])
 
     def write(self, bank: Union[str, int], address: int, data: Hex, *, epc: Optional[Hex] = None,
-              filter: Optional[FilterSpec] = None, password: Password = None) -> None:
+              filter: Optional[TagMask] = None, password: Password = None) -> None:
         """Writes whole 16-bit words to ``bank`` from word ``address`` (0..65535); a block
         write when they do not fit one request."""
         sel, code, raw = Filter(epc, filter), _args.bank(bank), _args.hexbytes(data, "data")
@@ -302,7 +302,7 @@ class Reader:
                        pwd=password, doing=f"write to {_bank_name(bank)} memory at word {address}")
 
     def erase(self, bank: Union[str, int], address: int, words: int, *, epc: Optional[Hex] = None,
-              filter: Optional[FilterSpec] = None, password: Password = None) -> None:
+              filter: Optional[TagMask] = None, password: Password = None) -> None:
         """Erases ``words`` words (1..255) of ``bank`` from word ``address`` (0..65535)."""
         sel, code = Filter(epc, filter), _args.bank(bank)
         whole(address, "address", 0, U16)
@@ -310,7 +310,7 @@ class Reader:
         self._tag_call("UHFBlockEraseData", sel, code, address, words, pwd=password,
                        doing=f"erase {words} words of {_bank_name(bank)} memory at word {address}")
 
-    def lock(self, areas: Dict[str, str], *, epc: Optional[Hex] = None, filter: Optional[FilterSpec] = None,
+    def lock(self, areas: Dict[str, str], *, epc: Optional[Hex] = None, filter: Optional[TagMask] = None,
              password: Password = None) -> None:
         """Locks areas (kill, access, epc, tid, user) with an action (unlock, permaunlock,
         lock, permalock), e.g. ``{"user": "lock", "epc": "permalock"}``."""
@@ -327,7 +327,7 @@ class Reader:
         self._tag_call("UHFLockTag", Filter(epc, filter), payload, pwd=password,
                        doing="lock " + ", ".join(f"{a} memory ({x})" for a, x in areas.items()))
 
-    def kill(self, password: Password, *, epc: Optional[Hex] = None, filter: Optional[FilterSpec] = None) -> None:
+    def kill(self, password: Password, *, epc: Optional[Hex] = None, filter: Optional[TagMask] = None) -> None:
         """Kills the tag for good; it needs its non-zero kill password and a named tag."""
         if epc is None and filter is None:
             raise ValueError("name the tag with epc= or filter=")
