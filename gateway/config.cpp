@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -79,13 +80,14 @@ void check_uri(const std::string& uri, const std::string& path) {
 }
 
 ReaderConfig reader_from(const json& j, const std::string& path) {
-    Fields f(j, path, {"name", "uri", "settings"});
+    Fields f(j, path, {"name", "uri", "settings", "llrp"});
     ReaderConfig r;
     r.name = text(f["name"], f.path("name"));
     check_reader_name(r.name, f.path("name"));
     r.uri = text(f["uri"], f.path("uri"));
     check_uri(r.uri, f.path("uri"));
     if (f.has("settings")) r.settings = settings_from(f["settings"], f.path("settings"));
+    if (f.has("llrp")) Fields(f["llrp"], f.path("llrp"), {"port"}).get("port", r.llrp_port, 1, 65535);
     return r;
 }
 
@@ -175,7 +177,9 @@ WebhookConfig webhook_from(const json& j) {
 }
 
 Config config_from(const json& j, bool with_sim) {
-    Fields f(j, "", {"readers", "mqtt", "http", "presence", "jsonl", "state_dir", "outbox_max_mb", "webhook"});
+    std::string err_of_ports;
+    Fields f(j, "",
+             {"readers", "mqtt", "http", "presence", "jsonl", "state_dir", "outbox_max_mb", "webhook", "llrp"});
     Config c;
     c.readers = readers_from(f, with_sim);
     if (f.has("mqtt")) c.mqtt = mqtt_from(f["mqtt"]);
@@ -187,10 +191,36 @@ Config config_from(const json& j, bool with_sim) {
     // The outbox MQTT and the webhook deliver from; what it holds past this goes, oldest reads first.
     f.get("outbox_max_mb", c.outbox_max_mb, 0.001, 100000, "MB");
     if (f.has("webhook")) c.webhook = webhook_from(f["webhook"]);
+    if (f.has("llrp")) {
+        Fields l(f["llrp"], "llrp", {"bind", "port"});
+        l.get("bind", c.llrp.bind);
+        if (c.llrp.bind.empty() || !visible_ascii(c.llrp.bind))
+            fault(l.path("bind"), "give an address without spaces (0.0.0.0 or :: for every one)");
+        l.get("port", c.llrp.port, 1, 65535);
+    }
+    if (std::vector<int> ports; !llrp_ports(c, ports, err_of_ports)) fault("llrp", err_of_ports);
     return c;
 }
 
 }  // namespace
+
+bool llrp_ports(const Config& c, std::vector<int>& ports, std::string& err) {
+    ports.assign(c.readers.size(), 0);
+    std::map<int, std::string> taken;
+    for (size_t i = 0; i < c.readers.size(); i++) {
+        const int port = c.readers[i].llrp_port ? c.readers[i].llrp_port
+                         : c.llrp.port        ? c.llrp.port + static_cast<int>(i)
+                                              : 0;
+        if (port == 0) continue;
+        if (port > 65535) return (err = c.readers[i].name + "'s LLRP port would be " + std::to_string(port), false);
+        if (auto [it, fresh] = taken.emplace(port, c.readers[i].name); !fresh)
+            return (err = "port " + std::to_string(port) + " is both " + it->second + "'s and " + c.readers[i].name +
+                          "'s LLRP port",
+                    false);
+        ports[i] = port;
+    }
+    return true;
+}
 
 bool check_topic_prefix(const std::string& prefix, std::string& err) {
     if (prefix.size() > 256) return (err = "at most 256 bytes", false);

@@ -23,6 +23,14 @@ struct ReaderConfig {
     std::string name;
     std::string uri;  // tcp:HOST[:PORT], serial:PATH[@BAUD], usb, sim[:TAGS]
     ReaderSettings settings;
+    int llrp_port = 0;  // this reader's LLRP endpoint; 0: the base port's turn, if any
+};
+
+// LLRP endpoints: a reader's own port, else the base port plus the reader's
+// place in the list; 0 and no own port: no endpoint.
+struct LlrpConfig {
+    std::string bind = "127.0.0.1";  // LLRP has no authentication: the LAN is a choice
+    int port = 0;
 };
 
 struct MqttConfig {
@@ -67,7 +75,12 @@ struct Config {
     std::string state_dir = "/var/lib/uhfd";
     double outbox_max_mb = 100;
     WebhookConfig webhook;
+    LlrpConfig llrp;
 };
+
+// The LLRP port of each reader, by index (0: none); false with err when two
+// readers would share one.
+bool llrp_ports(const Config& c, std::vector<int>& ports, std::string& err);
 
 // Parses a configuration document; false with err naming the JSON path at
 // fault ("mqtt.port: must be 1..65535") or the line and column of a syntax

@@ -128,6 +128,7 @@ uint64_t Hub::next_seq(uint16_t reader) { return reader < last_seq_.size() ? ++l
 
 void Hub::publish(Read& r) {
     r.seq = next_seq(r.reader);
+    for (auto& sink : binary_sinks_) sink(r);
     if (read_sinks_.empty()) return;
     buf_.clear();
     append_read_json(r, name_of(names_, r.reader), boot_, buf_);

@@ -65,6 +65,9 @@ public:
     // something it wants to be called again for soon.
     using BatchEndSink = std::function<bool()>;
     void on_read(ReadSink s) { read_sinks_.push_back(std::move(s)); }
+    // For outputs with their own encoding (LLRP): no JSON is made for them.
+    using BinaryReadSink = std::function<void(const Read&)>;
+    void on_binary_read(BinaryReadSink s) { binary_sinks_.push_back(std::move(s)); }
     void on_event(EventSink s) { event_sinks_.push_back(std::move(s)); }
     void on_batch_end(BatchEndSink s) { batch_end_sinks_.push_back(std::move(s)); }
     // Gives r (e) the next seq of its reader, then hands it to every sink.
@@ -89,6 +92,7 @@ private:
     std::string boot_;
     std::deque<uint64_t> last_seq_;  // by reader index
     std::vector<ReadSink> read_sinks_;
+    std::vector<BinaryReadSink> binary_sinks_;
     std::vector<EventSink> event_sinks_;
     std::vector<BatchEndSink> batch_end_sinks_;
     std::string buf_;  // reused: no allocation per read once warm

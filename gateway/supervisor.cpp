@@ -72,8 +72,9 @@ struct Supervisor::Reader {
     std::array<uint64_t, 256> antenna_reads{};  // the view's per_antenna, without a map lookup per read
     ReaderView view;
     struct Pending {
-        Done done;
+        Done done;  // every request's end, its error when it failed
         int64_t deadline_ms;
+        AccessDone access;  // an access request's answer
     };
     std::map<uint32_t, Pending> pending;
     std::deque<std::string> outgoing;  // messages for the worker, sent by the loop
@@ -156,30 +157,36 @@ json Supervisor::details(const std::string& name) const {
 
 // The loop's state that the HTTP threads' requests touch lives behind mu_;
 // the request is handed to the loop, which alone talks to workers.
+uint32_t Supervisor::queue(Reader& r, const std::function<void(std::string&, uint32_t)>& build, Done done) {
+    const uint32_t id = ++next_request_;
+    std::string m;
+    build(m, id);
+    r.outgoing.push_back(std::move(m));
+    r.pending[id] = {std::move(done), now_ms() + kRequestMs, nullptr};
+    return id;
+}
+
 void Supervisor::apply(const std::string& name, const ReaderSettings& s, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
         if (r->removed || r->conf.name != name) continue;
-        const uint32_t id = ++next_request_;
-        std::string m;
-        wire::with_id(m, wire::kApply, id, settings_to_json(s));
-        r->outgoing.push_back(m);
-        r->pending[id] = {[this, idx = r->index, s, done](const std::string& err) {
-                              if (err.empty()) {
-                                  // What a new worker applies from now on.
-                                  std::lock_guard<std::mutex> l(mu_);
-                                  ReaderSettings& kept = readers_[idx]->conf.settings;
-                                  if (s.power) kept.power = s.power;
-                                  if (s.antennas) kept.antennas = s.antennas;
-                                  if (s.region) kept.region = s.region;
-                                  if (s.session) kept.session = s.session;
-                                  if (s.target) kept.target = s.target;
-                                  if (s.q) kept.q = s.q;
-                                  if (s.mode) kept.mode = s.mode;
-                              }
-                              done(err);
-                          },
-                          now_ms() + kRequestMs};
+        const std::string text = settings_to_json(s);
+        queue(*r, [&](std::string& m, uint32_t id) { wire::with_id(m, wire::kApply, id, text); },
+              [this, idx = r->index, s, done](const std::string& err) {
+                  if (err.empty()) {
+                      // What a new worker applies from now on.
+                      std::lock_guard<std::mutex> l(mu_);
+                      ReaderSettings& kept = readers_[idx]->conf.settings;
+                      if (s.power) kept.power = s.power;
+                      if (s.antennas) kept.antennas = s.antennas;
+                      if (s.region) kept.region = s.region;
+                      if (s.session) kept.session = s.session;
+                      if (s.target) kept.target = s.target;
+                      if (s.q) kept.q = s.q;
+                      if (s.mode) kept.mode = s.mode;
+                  }
+                  done(err);
+              });
     }
     wake();
 }
@@ -188,12 +195,29 @@ void Supervisor::set_inventory(const std::string& name, bool on, Done done) {
     std::lock_guard<std::mutex> lock(mu_);
     for (auto& r : readers_) {
         if (r->removed || r->conf.name != name) continue;
-        const uint32_t id = ++next_request_;
         r->want_running = on;
-        std::string m;
-        wire::inventory(m, id, on);
-        r->outgoing.push_back(m);
-        r->pending[id] = {done, now_ms() + kRequestMs};
+        queue(*r, [&](std::string& m, uint32_t id) { wire::inventory(m, id, on); }, done);
+    }
+    wake();
+}
+
+void Supervisor::set_filter(const std::string& name, const std::string& mask_json, Done done) {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto& r : readers_) {
+        if (r->removed || r->conf.name != name) continue;
+        queue(*r, [&](std::string& m, uint32_t id) { wire::with_id(m, wire::kFilter, id, mask_json); }, done);
+    }
+    wake();
+}
+
+void Supervisor::access(const std::string& name, const std::string& request_json, AccessDone done) {
+    std::lock_guard<std::mutex> lock(mu_);
+    for (auto& r : readers_) {
+        if (r->removed || r->conf.name != name) continue;
+        const uint32_t id =
+            queue(*r, [&](std::string& m, uint32_t i) { wire::with_id(m, wire::kAccess, i, request_json); },
+                  [done](const std::string& err) { done(0, "", err.empty() ? "no answer" : err); });
+        r->pending[id].access = done;
     }
     wake();
 }
@@ -343,6 +367,16 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                 r.pending.erase(it);
                 break;
             }
+            case wire::kAccessDone: {
+                std::lock_guard<std::mutex> lock(mu_);
+                auto it = r.pending.find(m.id);
+                if (it == r.pending.end() || !it->second.access) break;
+                done.emplace_back([cb = std::move(it->second.access), code = m.value,
+                                   data = std::string(m.text)](const std::string&) { cb(code, data, ""); },
+                                  "");
+                r.pending.erase(it);
+                break;
+            }
             default: break;
         }
     }
@@ -367,7 +401,7 @@ void Supervisor::flush(Reader& r, int64_t now, Completions& done) {
         std::lock_guard<std::mutex> lock(mu_);
         auto it = r.pending.find(msg.id);
         if (it == r.pending.end()) continue;
-        done.emplace_back(std::move(it->second.done), msg.type == wire::kApply ? "the reader is not connected" : "");
+        done.emplace_back(std::move(it->second.done), msg.type == wire::kInventory ? "" : "the reader is not connected");
         r.pending.erase(it);
     }
 }

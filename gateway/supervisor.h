@@ -55,6 +55,12 @@ public:
     using Done = std::function<void(const std::string& err)>;
     void apply(const std::string& name, const ReaderSettings& s, Done done);
     void set_inventory(const std::string& name, bool on, Done done);
+    // The inventory's select mask, as the worker's filter message has it ({} lifts it).
+    void set_filter(const std::string& name, const std::string& mask_json, Done done);
+    // One tag-access operation (the worker's access message); result is an
+    // llrp::AccessResult::Code, data the words read; err when it never ran.
+    using AccessDone = std::function<void(uint8_t result, const std::string& data, const std::string& err)>;
+    void access(const std::string& name, const std::string& request_json, AccessDone done);
 
     // True when the loop has turned within the last within_ms: it is not hung.
     bool alive(int64_t within_ms) const;
@@ -84,6 +90,8 @@ private:
     void set_state(Reader& r, LinkState s, const std::string& why);
     void stop_workers();
     void apply_reconfig(int64_t now, Completions& done);
+    // Queues a request for r's worker; under mu_.
+    uint32_t queue(Reader& r, const std::function<void(std::string&, uint32_t)>& build, Done done);
     void retire(Reader& r, bool remove, int64_t now);
     std::vector<std::unique_ptr<Reader>> readers_;
     std::vector<Read> batch_;  // the loop's buffer for a decoded batch

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 
 #include "UHF.h"
 #include "config.h"
+#include "llrp_port.h"
 #include "reader_link.h"
 #include "reader_settings.h"
 #include "sim_reader.h"
@@ -78,6 +80,8 @@ private:
     bool apply(const ReaderSettings& s, std::string& err);
     json details();
     void send_details();
+    void access(uint32_t id, const json& req);
+    std::string filter(const json& req);
     bool handle(const wire::Message& m);
     bool take_reads();
     bool probe();
@@ -195,6 +199,76 @@ void Worker::send_details() {
     send(out_);
 }
 
+// Bytes from hex text; false on anything else or more than max bytes.
+bool from_hex(const json& j, std::vector<uint8_t>& out, size_t max) {
+    if (!j.is_string() || j.get_ref<const std::string&>().size() % 2 || j.get_ref<const std::string&>().size() > 2 * max)
+        return false;
+    const std::string& t = j.get_ref<const std::string&>();
+    out.clear();
+    for (size_t i = 0; i < t.size(); i += 2) {
+        unsigned v = 0;
+        if (std::sscanf(t.c_str() + i, "%2x", &v) != 1 || !std::isxdigit(static_cast<unsigned char>(t[i])) ||
+            !std::isxdigit(static_cast<unsigned char>(t[i + 1])))
+            return false;
+        out.push_back(static_cast<uint8_t>(v));
+    }
+    return true;
+}
+
+// One tag-access operation on the tag whose EPC the request names (the
+// supervisor checked the request; a malformed one is refused here too).
+void Worker::access(uint32_t id, const json& req) {
+    using Code = llrp::AccessResult::Code;
+    std::vector<uint8_t> epc, data;
+    uint8_t words[2048] = {};
+    auto reply = [&](Code code, size_t bytes) {
+        wire::access_done(out_, id, code, {reinterpret_cast<const char*>(words), bytes});
+        send(out_);
+    };
+    if (!req.is_object() || !from_hex(req.value("epc", json()), epc, 62) ||
+        !from_hex(req.value("data", json("")), data, 200))
+        return reply(Code::OtherError, 0);
+    const uint32_t password = req.value("password", 0u);
+    uint8_t pwd[4] = {static_cast<uint8_t>(password >> 24), static_cast<uint8_t>(password >> 16),
+                      static_cast<uint8_t>(password >> 8), static_cast<uint8_t>(password)};
+    const std::string kind = req.value("kind", "");
+    const uint8_t bank = req.value("bank", uint8_t{3});
+    const int ptr = req.value("ptr", 0), count = req.value("count", 0);
+    const int epc_bits = static_cast<int>(epc.size() * 8);
+    int rc = -1;
+    // The tag is chosen by its whole EPC, from the EPC bank's first EPC bit.
+    if (kind == "read" && count > 0 && count <= 1024) {
+        rc = UHFReadData(pwd, 1, 32, epc_bits, epc.data(), bank, ptr, static_cast<uint16_t>(count), words);
+        if (rc == 0) return reply(Code::Ok, static_cast<size_t>(count) * 2);
+    } else if (kind == "write" && !data.empty() && data.size() % 2 == 0) {
+        rc = UHFWriteData(pwd, 1, 32, epc_bits, epc.data(), bank, ptr, static_cast<uint16_t>(data.size() / 2),
+                          data.data());
+    } else if (kind == "lock") {
+        const unsigned payload = (req.value("mask", 0u) & 0x3FF) << 10 | (req.value("action", 0u) & 0x3FF);
+        uint8_t b[3] = {static_cast<uint8_t>(payload >> 16), static_cast<uint8_t>(payload >> 8),
+                        static_cast<uint8_t>(payload)};
+        rc = UHFLockTag(pwd, 1, 32, static_cast<unsigned>(epc_bits), epc.data(), b);
+    }
+    // The module says only that it failed: most often the tag was gone.
+    reply(rc == 0 ? Code::Ok : Code::NoResponse, 0);
+}
+
+// The inventory's select mask ({} lifts it): the module takes whole bytes,
+// EPC-bank addresses counted from the first EPC byte.
+std::string Worker::filter(const json& req) {
+    std::vector<uint8_t> mask;
+    if (!req.is_object()) return "the filter is not an object";
+    uint8_t none = 0;
+    if (req.empty()) return UHFSetFilter(0, 1, 0, 0, &none) == 0 ? "" : "the reader refused to lift the filter";
+    const uint8_t bank = req.value("bank", uint8_t{1});
+    const unsigned byte = req.value("byte", 0u);
+    if (!from_hex(req.value("mask", json()), mask, 94) || mask.empty() || bank < 1 || bank > 3 || byte > 0xFFFF)
+        return "the filter is malformed";
+    return UHFSetFilter(0, bank, static_cast<uint16_t>(byte), static_cast<uint16_t>(mask.size()), mask.data()) == 0
+               ? ""
+               : "the reader refused the filter";
+}
+
 // False when the supervisor asked the worker to stop.
 bool Worker::handle(const wire::Message& m) {
     std::string err;
@@ -218,6 +292,21 @@ bool Worker::handle(const wire::Message& m) {
                 running_ = on;
             last_report_ = last_probe_ = now_ms();
             set_state(running_ ? LinkState::Running : LinkState::Stopped);
+            wire::with_id(out_, wire::kReply, m.id, err);
+            send(out_);
+            return true;
+        }
+        case wire::kAccess: {
+            const json req = json::parse(m.text, nullptr, false);
+            paused([&] {
+                access(m.id, req);
+                return 0;
+            });
+            return true;
+        }
+        case wire::kFilter: {
+            const json req = json::parse(m.text, nullptr, false);
+            err = paused([&] { return filter(req); });
             wire::with_id(out_, wire::kReply, m.id, err);
             send(out_);
             return true;

@@ -92,6 +92,12 @@ void with_id(std::string& out, Type type, uint32_t id, std::string_view text) {
     out += text;
 }
 
+void access_done(std::string& out, uint32_t id, uint8_t result, std::string_view data) {
+    with_id(out, kAccessDone, id, {});
+    out += static_cast<char>(result);
+    out += data;
+}
+
 void inventory(std::string& out, uint32_t id, bool on) {
     with_id(out, kInventory, id, {});
     out += static_cast<char>(on);
@@ -113,7 +119,14 @@ bool decode(std::string_view datagram, Message& m) {
         case kStart: m.text = c.rest(); break;
         case kReply:
         case kApply:
+        case kAccess:
+        case kFilter:
             m.id = static_cast<uint32_t>(c.take(4));
+            m.text = c.rest();
+            break;
+        case kAccessDone:
+            m.id = static_cast<uint32_t>(c.take(4));
+            m.value = static_cast<uint8_t>(c.take(1));
             m.text = c.rest();
             break;
         case kInventory:

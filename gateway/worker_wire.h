@@ -21,11 +21,14 @@ enum Type : uint8_t {
     kDetails = 3,    // text JSON {"info":{…},"settings":{…}}
     kHeartbeat = 4,  // nothing
     kReply = 5,      // u32 request id, text error ("" when done)
+    kAccessDone = 6, // u32 request id, u8 result (llrp::AccessResult::Code), the words read
     // supervisor -> worker
     kStart = 10,      // text JSON: the reader's uri, settings and whether to inventory
     kApply = 11,      // u32 request id, text JSON settings
     kInventory = 12,  // u32 request id, u8 on
     kStop = 13,       // nothing: stop the inventory, close the link, exit
+    kAccess = 14,     // u32 request id, text JSON: one tag-access operation (kAccessDone answers)
+    kFilter = 15,     // u32 request id, text JSON: the inventory's select mask, {} lifts it (kReply answers)
 };
 
 // The largest message either side sends; batches of reads are cut to fit.
@@ -39,7 +42,8 @@ void begin_reads(std::string& out);
 bool add_read(std::string& out, const Read& r);
 void state(std::string& out, uint8_t state, std::string_view reason);
 void text(std::string& out, Type type, std::string_view text);  // kDetails, kStart
-void with_id(std::string& out, Type type, uint32_t id, std::string_view text);  // kReply, kApply
+void with_id(std::string& out, Type type, uint32_t id, std::string_view text);  // kReply, kApply, kAccess, kFilter
+void access_done(std::string& out, uint32_t id, uint8_t result, std::string_view data);
 void inventory(std::string& out, uint32_t id, bool on);
 void bare(std::string& out, Type type);  // kHeartbeat, kStop
 
@@ -47,8 +51,8 @@ void bare(std::string& out, Type type);  // kHeartbeat, kStop
 struct Message {
     Type type{};
     uint32_t id = 0;
-    uint8_t value = 0;      // kState: the state; kInventory: on
-    std::string_view text;  // reason, JSON or error
+    uint8_t value = 0;      // kState: the state; kInventory: on; kAccessDone: the result
+    std::string_view text;  // reason, JSON, error or (kAccessDone) the words read
 };
 
 // False when the datagram is not a well-formed message of a known type.

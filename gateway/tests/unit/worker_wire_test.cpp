@@ -77,6 +77,7 @@ TEST(WorkerWire, MalformedDatagramsAreRefused) {
         {"an EPC longer than any tag's", long_epc},
         {"an id cut short", std::string("\x05\x00\x01", 3)},
         {"inventory with a byte left over", inventory + "x"},
+        {"an access result without its result", std::string("\x06\x00\x00\x00\x01", 5)},
         {"heartbeat with a payload", "\x04x"},
     };
     for (const Row& row : rows) {
