@@ -81,6 +81,13 @@ int tv_body_length(uint8_t type) {
     return type < sizeof lengths ? lengths[type] : -1;
 }
 
+Params::Params(std::string_view bytes, int depth) : rest_(bytes), depth_(depth) {
+    if (depth > kMaxDepth) {
+        rest_ = {};
+        err_ = message_error(M_ParameterError, "parameters nested too deep");
+    }
+}
+
 bool Params::next(Param& p) {
     if (err_ || rest_.empty()) return false;
     uint8_t first = uint8_t(rest_[0]);
@@ -117,15 +124,6 @@ bool Params::next(Param& p) {
     p = Param{type, false, rest_.substr(4, len - 4u)};
     rest_.remove_prefix(len);
     return true;
-}
-
-Params Params::inside(std::string_view sub) const {
-    Params in(sub, depth_ + 1);
-    if (in.depth_ > kMaxDepth) {
-        in.rest_ = {};
-        in.err_ = message_error(M_ParameterError, "parameters nested too deep");
-    }
-    return in;
 }
 
 bool Reader::take(size_t n) {

@@ -274,13 +274,15 @@ struct Param {
 
 // Walks a sequence of parameters. next() is false at the end and on a
 // malformed parameter; error() then says which (code 0 at a clean end).
+// depth: how deep the sequence is nested (a message's own parameters: 0);
+// a sequence deeper than kMaxDepth fails at once.
 class Params {
 public:
-    explicit Params(std::string_view bytes, int depth = 0) : rest_(bytes), depth_(depth) {}
+    explicit Params(std::string_view bytes, int depth = 0);
     bool next(Param& p);
-    // The parameters inside p's body (after its fields): one level deeper,
-    // failing at once beyond kMaxDepth.
-    Params inside(std::string_view sub) const;
+    // The parameters after a parameter's fields, one level deeper.
+    Params inside(std::string_view sub) const { return Params(sub, depth_ + 1); }
+    int depth() const { return depth_; }
     bool ok() const { return !err_; }
     const Error& error() const { return err_; }
 
