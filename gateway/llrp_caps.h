@@ -39,7 +39,8 @@ struct ROReportSpec {
     ReportContent content;
     bool operator==(const ROReportSpec&) const = default;
 };
-// body: an ROReportSpec parameter's body; depth: its nesting depth.
+// body: an ROReportSpec parameter's body; depth: the depth of the sequence it
+// was found in (Params::depth()). Errors name the parameter and field at fault.
 Error parse_ro_report_spec(std::string_view body, int depth, ROReportSpec& out);
 void write_ro_report_spec(Writer& w, const ROReportSpec& s);
 
@@ -57,6 +58,7 @@ struct AntennaConfig {
     uint16_t antenna = 0;                   // 0: all antennas
     std::optional<uint16_t> power_index;    // RFTransmitter.TransmitPower
     C1G2Settings c1g2;
+    bool c1g2_given = false;                // a C1G2InventoryCommand was there: c1g2 is what it asked
 };
 // body: an AntennaConfiguration parameter's body. Refuses antennas and power
 // indexes the reader does not have, and what the module cannot do (several
@@ -69,7 +71,7 @@ struct ReaderConfig {
     ROReportSpec ro_report;
     uint16_t events = 0;        // bit n: EventNotificationState type n is on
     uint8_t access_report_trigger = 0;  // 0 with the RO report, 1 at the AccessSpec's end
-    bool hold_events = false;   // EventsAndReports.HoldEventsAndReportsUponReconnect
+    uint32_t state_value = 0;   // LLRPConfigurationStateValue: the engine changes it on each change
     std::vector<AntennaConfig> antennas;  // antennas 1..antenna_count, in order
 };
 ReaderConfig factory_config(const ReaderFacts& f);
@@ -84,8 +86,8 @@ struct ConfigChange {
 // current configuration stands.
 Error parse_set_reader_config(std::string_view body, const ReaderFacts& f, const ReaderConfig& now, ConfigChange& out);
 
-// Whole response messages for a request's body (bad requests get their
-// status in the response). out is cleared first.
+// Whole response messages for a request's body, appended to out (a bad
+// request gets its status in the response).
 void capabilities_response(std::string& out, uint32_t id, std::string_view body, const ReaderFacts& f);
 void config_response(std::string& out, uint32_t id, std::string_view body, const ReaderFacts& f,
                      const ReaderConfig& c);
@@ -93,7 +95,8 @@ void config_response(std::string& out, uint32_t id, std::string_view body, const
 // A 1.0.1 reader's answer to a message outside its version: GET_SUPPORTED_VERSION,
 // SET_PROTOCOL_VERSION, or any message whose header is not version 1, gets
 // an ERROR_MESSAGE with M_UnsupportedVersion, which tells an LLRP 1.1
-// client to fall back to 1.0.1. False (out untouched) for anything else.
+// client to fall back to 1.0.1. Appended to out; false (out untouched) for
+// anything else.
 bool version_answer(std::string& out, const Header& h);
 
 }  // namespace uhfd::llrp
