@@ -1,4 +1,6 @@
-"""Writes fuzz_llrp's seeds: streams of LLRP messages as a client such as sllurp sends them."""
+"""Writes fuzz_llrp's seeds: streams of LLRP messages as a client such as sllurp sends them, and
+scripts of one connection (an odd first byte): its client's messages among the reader's answers,
+tag reads and time passing."""
 import os
 import sys
 
@@ -30,6 +32,26 @@ seeds = [
     + msg(60, 15, "") + msg(26, 16, "") + msg(23, 17, "00000001") + msg(25, 18, "00000001") + msg(21, 19, "00000000"),
     msg(40, 20, add_read) + msg(42, 21, "00000001") + msg(40, 22, add_write) + msg(44, 23, "")
     + msg(43, 24, "00000001") + msg(41, 25, "00000000") + msg(14, 26, ""),
+]
+
+
+def client(data):
+    return b"\x00" + len(data).to_bytes(2, "big") + data
+
+
+def read(antenna, epc):
+    return bytes([4, antenna, len(epc)]) + epc + b"\x3c"
+
+
+ANSWER, FAIL, DEADLINE = b"\x01", b"\x02", b"\x07"
+epc = bytes(range(0xE0, 0xEC))
+seeds += [
+    b"\x01" + client(seeds[0]) + ANSWER + client(msg(20, 11, add_rospec) + msg(24, 12, "00000001")) + ANSWER
+    + read(1, epc) + read(2, epc) + read(1, epc[:8]) + b"\x05\x10" + DEADLINE + client(msg(60, 15, ""))
+    + client(msg(23, 17, "00000001")) + client(msg(14, 26, "")),
+    b"\x03" + client(msg(20, 11, add_rospec) + msg(40, 20, add_read) + msg(42, 21, "00000001")
+                     + msg(24, 12, "00000001") + msg(22, 13, "00000001")) + ANSWER + ANSWER + read(1, epc)
+    + b"\x03\x00\x04\x12\x34\x56\x78" + FAIL + DEADLINE + b"\x06\x00" + client(msg(26, 16, "")),
 ]
 out = sys.argv[1]
 os.makedirs(out, exist_ok=True)
