@@ -34,7 +34,8 @@ void walk(Params ps, int& budget) {
             check(int(p.body.size()) == tv_body_length(uint8_t(p.type)));
             continue;
         }
-        for (size_t skip = 0; skip <= 8 && skip <= p.body.size(); skip += 4) walk(ps.inside(p.body.substr(skip)), budget);
+        for (size_t skip = 0; skip <= 8 && skip <= p.body.size(); skip += 4)
+            walk(ps.inside(p.body.substr(skip)), budget);
     }
 }
 
@@ -66,42 +67,37 @@ void one_message(const Header& h, std::string_view body, const ReaderFacts& f, R
     size_t from = out.size();
     if (version_answer(out, h)) return check_message(out, from);
     switch (h.type) {
-    case msg::GET_READER_CAPABILITIES:
-        capabilities_response(out, h.id, body, f);
-        return check_message(out, from);
-    case msg::GET_READER_CONFIG:
-        config_response(out, h.id, body, f, cfg);
-        return check_message(out, from);
-    case msg::SET_READER_CONFIG: {
-        ConfigChange ch;
-        Error e = parse_set_reader_config(body, f, cfg, ch);
-        status_message(out, msg::SET_READER_CONFIG_RESPONSE, h.id, e);
-        check_message(out, from);
-        if (e) return;
-        check(!ch.power_dbm || power_dbm(f, power_index(f, *ch.power_dbm)) == ch.power_dbm);
-        cfg = ch.next;
-        // What was accepted is given back, and reads again as it was.
-        std::string get;
-        config_response(get, 1, std::string_view("\0\0\0\0\0\0\0", 7), f, cfg);
-        Params ps(std::string_view(get).substr(kHeaderSize));
-        Param p;
-        size_t antenna = 0;
-        while (ps.next(p)) {
-            if (p.type == param::ROReportSpec) {
-                ROReportSpec back;
-                check(!parse_ro_report_spec(p.body, 0, back) && back == cfg.ro_report);
-            } else if (p.type == param::AntennaConfiguration) {
-                AntennaConfig back;
-                check(!parse_antenna_configuration(p.body, 0, f, back));
-                check(antenna < cfg.antennas.size() && back.power_index == cfg.antennas[antenna].power_index);
-                antenna++;
+        case msg::GET_READER_CAPABILITIES: capabilities_response(out, h.id, body, f); return check_message(out, from);
+        case msg::GET_READER_CONFIG: config_response(out, h.id, body, f, cfg); return check_message(out, from);
+        case msg::SET_READER_CONFIG: {
+            ConfigChange ch;
+            Error e = parse_set_reader_config(body, f, cfg, ch);
+            status_message(out, msg::SET_READER_CONFIG_RESPONSE, h.id, e);
+            check_message(out, from);
+            if (e) return;
+            check(!ch.power_dbm || power_dbm(f, power_index(f, *ch.power_dbm)) == ch.power_dbm);
+            cfg = ch.next;
+            // What was accepted is given back, and reads again as it was.
+            std::string get;
+            config_response(get, 1, std::string_view("\0\0\0\0\0\0\0", 7), f, cfg);
+            Params ps(std::string_view(get).substr(kHeaderSize));
+            Param p;
+            size_t antenna = 0;
+            while (ps.next(p)) {
+                if (p.type == param::ROReportSpec) {
+                    ROReportSpec back;
+                    check(!parse_ro_report_spec(p.body, 0, back) && back == cfg.ro_report);
+                } else if (p.type == param::AntennaConfiguration) {
+                    AntennaConfig back;
+                    check(!parse_antenna_configuration(p.body, 0, f, back));
+                    check(antenna < cfg.antennas.size() && back.power_index == cfg.antennas[antenna].power_index);
+                    antenna++;
+                }
             }
+            check(ps.ok() && antenna == cfg.antennas.size());
+            return;
         }
-        check(ps.ok() && antenna == cfg.antennas.size());
-        return;
-    }
-    default:
-        return;
+        default: return;
     }
 }
 
@@ -188,53 +184,51 @@ void engine(std::string_view script) {
     while (open && !s.in.empty()) {
         uint8_t op = s.u8() % 8;
         switch (op) {
-        case 0: {  // client bytes
-            size_t n = size_t(s.u8()) << 8 | s.u8();
-            std::string_view b = s.bytes(n);
-            open = e.input(reinterpret_cast<const uint8_t*>(b.data()), b.size(), now);
-            break;
-        }
-        case 1:
-        case 2:  // the oldest request answered: done or failed
-            if (!port.done_.empty()) {
-                e.done(port.done_.front(), op == 1 ? "" : "the reader failed", now);
-                port.done_.pop_front();
+            case 0: {  // client bytes
+                size_t n = size_t(s.u8()) << 8 | s.u8();
+                std::string_view b = s.bytes(n);
+                open = e.input(reinterpret_cast<const uint8_t*>(b.data()), b.size(), now);
+                break;
             }
-            break;
-        case 3: {  // the oldest access answered
-            AccessResult r;
-            r.code = AccessResult::Code(s.u8() % 6);
-            std::string_view d = s.bytes(s.u8() % 8);
-            r.data.assign(d.begin(), d.end());
-            if (!port.access_.empty()) {
-                e.access_done(port.access_.front(), r, now);
-                port.access_.pop_front();
+            case 1:
+            case 2:  // the oldest request answered: done or failed
+                if (!port.done_.empty()) {
+                    e.done(port.done_.front(), op == 1 ? "" : "the reader failed", now);
+                    port.done_.pop_front();
+                }
+                break;
+            case 3: {  // the oldest access answered
+                AccessResult r;
+                r.code = AccessResult::Code(s.u8() % 6);
+                std::string_view d = s.bytes(s.u8() % 8);
+                r.data.assign(d.begin(), d.end());
+                if (!port.access_.empty()) {
+                    e.access_done(port.access_.front(), r, now);
+                    port.access_.pop_front();
+                }
+                break;
             }
-            break;
-        }
-        case 4: {  // a tag read
-            uhfd::Read r;
-            r.antenna = s.u8() % 6;
-            r.epc_len = s.u8() % 63;
-            std::string_view epc = s.bytes(r.epc_len);
-            std::copy(epc.begin(), epc.end(), r.epc.begin());
-            r.epc_len = uint8_t(epc.size());
-            r.rssi = int16_t(-10 * s.u8());
-            r.time_ms = now;
-            e.tag_read(r, now);
-            break;
-        }
-        case 5:  // time passes
-            now += int64_t(s.u8()) * 50;
-            e.tick(now);
-            break;
-        case 6:
-            e.link(s.u8() & 1, "link", now);
-            break;
-        case 7:  // the next deadline comes
-            if (e.next_deadline() != INT64_MAX) now = std::max(now, e.next_deadline());
-            e.tick(now);
-            break;
+            case 4: {  // a tag read
+                uhfd::Read r;
+                r.antenna = s.u8() % 6;
+                r.epc_len = s.u8() % 63;
+                std::string_view epc = s.bytes(r.epc_len);
+                std::copy(epc.begin(), epc.end(), r.epc.begin());
+                r.epc_len = uint8_t(epc.size());
+                r.rssi = int16_t(-10 * s.u8());
+                r.time_ms = now;
+                e.tag_read(r, now);
+                break;
+            }
+            case 5:  // time passes
+                now += int64_t(s.u8()) * 50;
+                e.tick(now);
+                break;
+            case 6: e.link(s.u8() & 1, "link", now); break;
+            case 7:  // the next deadline comes
+                if (e.next_deadline() != INT64_MAX) now = std::max(now, e.next_deadline());
+                e.tick(now);
+                break;
         }
         check_output(e.output());
     }

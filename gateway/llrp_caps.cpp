@@ -9,7 +9,7 @@ namespace uhfd::llrp {
 
 namespace {
 
-constexpr uint8_t kC1G2 = 1;  // LLRP's protocol ID of EPCglobal Class 1 Gen 2
+constexpr uint8_t kC1G2 = 1;                           // LLRP's protocol ID of EPCglobal Class 1 Gen 2
 constexpr uint16_t kMinTari = 6250, kMaxTari = 25000;  // ns: Gen2's whole range
 constexpr int kEventTypes = 9;                         // EventNotificationState types of LLRP 1.0.1
 
@@ -30,7 +30,8 @@ Region region_of(const std::string& word) {
 }
 
 Error unexpected(const Param& p) {
-    if (p.type == param::Custom) return param_error(P_UnsupportedParameter, p.type, "custom parameters are not supported");
+    if (p.type == param::Custom)
+        return param_error(P_UnsupportedParameter, p.type, "custom parameters are not supported");
     return param_error(P_UnexpectedParameter, p.type, "parameter not expected here");
 }
 
@@ -47,8 +48,8 @@ Error parse_content(std::string_view body, int depth, ReportContent& c) {
     Reader r(body);
     uint16_t bits = r.u16();
     if (!r.ok()) return cut_short(param::TagReportContentSelector);
-    bool* flags[] = {&c.rospec_id,     &c.spec_index, &c.inv_param_spec_id, &c.antenna_id, &c.channel_index,
-                     &c.peak_rssi,     &c.first_seen, &c.last_seen,         &c.seen_count, &c.access_spec_id};
+    bool* flags[] = {&c.rospec_id, &c.spec_index, &c.inv_param_spec_id, &c.antenna_id, &c.channel_index,
+                     &c.peak_rssi, &c.first_seen, &c.last_seen,         &c.seen_count, &c.access_spec_id};
     for (int i = 0; i < 10; i++) *flags[i] = bits >> (15 - i) & 1;
     Params ps(r.rest(), depth + 1);
     Param p;
@@ -70,7 +71,8 @@ Error parse_mask(std::string_view body, int depth, InventoryPlan::Mask& m) {
     std::string_view bits = r.bits(m.bit_len);
     if (!r.ok()) return cut_short(param::C1G2TagInventoryMask);
     if (mb == 0) return field_error(A_OutOfRange, param::C1G2TagInventoryMask, 0, "no select on the reserved bank");
-    if (m.bit_len > 255) return field_error(A_OutOfRange, param::C1G2TagInventoryMask, 2, "a Gen2 Select mask has at most 255 bits");
+    if (m.bit_len > 255)
+        return field_error(A_OutOfRange, param::C1G2TagInventoryMask, 2, "a Gen2 Select mask has at most 255 bits");
     m.bank = mb;
     m.bits.assign(bits.begin(), bits.end());
     return expect_none(Params(r.rest(), depth + 1));
@@ -92,12 +94,14 @@ Error parse_filter(std::string_view body, int depth, std::optional<InventoryPlan
             Reader a(p.body);
             uint8_t action = a.u8();
             if (!a.ok()) return cut_short(p.type);
-            if (action != 0) return field_error(A_OutOfRange, p.type, 0, "only action 0 (select matching) is supported");
+            if (action != 0)
+                return field_error(A_OutOfRange, p.type, 0, "only action 0 (select matching) is supported");
         } else if (p.type == param::C1G2TagInventoryStateAwareFilterAction) {
             return param_error(P_UnsupportedParameter, p.type, "no state-aware filters");
         } else {
-            return p.type == param::C1G2TagInventoryMask ? param_error(P_DuplicateParameter, p.type, "one mask per filter")
-                                                         : unexpected(p);
+            return p.type == param::C1G2TagInventoryMask
+                       ? param_error(P_DuplicateParameter, p.type, "one mask per filter")
+                       : unexpected(p);
         }
     }
     if (!ps.ok()) return ps.error();
@@ -125,7 +129,8 @@ Error parse_inventory_command(std::string_view body, int depth, C1G2Settings& c)
             uint16_t mode = f.u16(), tari = f.u16();
             if (!f.ok()) return cut_short(p.type);
             if (mode != 0) return field_error(A_OutOfRange, p.type, 0, "the reader has one RF mode: 0");
-            if (tari != 0 && (tari < kMinTari || tari > kMaxTari)) return field_error(A_OutOfRange, p.type, 1, "Tari out of range");
+            if (tari != 0 && (tari < kMinTari || tari > kMaxTari))
+                return field_error(A_OutOfRange, p.type, 1, "Tari out of range");
             c.mode_index = mode, c.tari = tari;
         } else if (p.type == param::C1G2SingulationControl) {
             c.session = f.u8() >> 6;
@@ -150,7 +155,8 @@ void write_inventory_command(Writer& w, const C1G2Settings& c) {
         size_t m = w.begin(param::C1G2TagInventoryMask);
         w.u8(uint8_t(c.mask->bank << 6));
         w.u16(c.mask->bit_ptr);
-        w.bits(c.mask->bit_len, std::string_view(reinterpret_cast<const char*>(c.mask->bits.data()), c.mask->bits.size()));
+        w.bits(c.mask->bit_len,
+               std::string_view(reinterpret_cast<const char*>(c.mask->bits.data()), c.mask->bits.size()));
         w.end(m);
         w.end(f);
     }
@@ -174,7 +180,7 @@ void write_u8_param(Writer& w, uint16_t type, uint8_t v) {
 }  // namespace
 
 uint16_t power_table_size(const ReaderFacts& f) {
-    return uint16_t(std::clamp(f.power_max_dbm - f.power_min_dbm + 1, 0, 0xFFFF));
+    return uint16_t(std::clamp(f.power_max_dbm - f.power_min_dbm + 1, 0, 100));
 }
 
 std::optional<int> power_dbm(const ReaderFacts& f, uint16_t index) {
@@ -192,7 +198,8 @@ Error parse_ro_report_spec(std::string_view body, int depth, ROReportSpec& out) 
     s.trigger = r.u8();
     s.n = r.u16();
     if (!r.ok()) return cut_short(param::ROReportSpec);
-    if (s.trigger > ROReportSpec::ROSpecEndOrN) return field_error(A_OutOfRange, param::ROReportSpec, 0, "unsupported report trigger");
+    if (s.trigger > ROReportSpec::ROSpecEndOrN)
+        return field_error(A_OutOfRange, param::ROReportSpec, 0, "unsupported report trigger");
     Params ps(r.rest(), depth + 1);
     Param p;
     bool content = false;
@@ -203,7 +210,8 @@ Error parse_ro_report_spec(std::string_view body, int depth, ROReportSpec& out) 
         if (Error e = parse_content(p.body, ps.depth(), s.content)) return e;
     }
     if (!ps.ok()) return ps.error();
-    if (!content) return param_error(P_MissingParameter, param::TagReportContentSelector, "the content selector is missing");
+    if (!content)
+        return param_error(P_MissingParameter, param::TagReportContentSelector, "the content selector is missing");
     out = s;
     return {};
 }
@@ -213,8 +221,8 @@ void write_ro_report_spec(Writer& w, const ROReportSpec& s) {
     w.u8(s.trigger), w.u16(s.n);
     size_t sel = w.begin(param::TagReportContentSelector);
     const ReportContent& c = s.content;
-    const bool flags[] = {c.rospec_id,  c.spec_index, c.inv_param_spec_id, c.antenna_id, c.channel_index,
-                          c.peak_rssi,  c.first_seen, c.last_seen,         c.seen_count, c.access_spec_id};
+    const bool flags[] = {c.rospec_id, c.spec_index, c.inv_param_spec_id, c.antenna_id, c.channel_index,
+                          c.peak_rssi, c.first_seen, c.last_seen,         c.seen_count, c.access_spec_id};
     uint16_t bits = 0;
     for (int i = 0; i < 10; i++) bits |= uint16_t(flags[i] << (15 - i));
     w.u16(bits);
@@ -228,13 +236,16 @@ Error parse_antenna_configuration(std::string_view body, int depth, const Reader
     AntennaConfig a;
     a.antenna = r.u16();
     if (!r.ok()) return cut_short(param::AntennaConfiguration);
-    if (a.antenna > f.antenna_count) return field_error(A_OutOfRange, param::AntennaConfiguration, 0, "no such antenna");
+    if (a.antenna > f.antenna_count)
+        return field_error(A_OutOfRange, param::AntennaConfiguration, 0, "no such antenna");
     Params ps(r.rest(), depth + 1);
     Param p;
     while (ps.next(p)) {
         Reader x(p.body);
         if (p.type == param::RFReceiver) {
-            if (x.u16() != 1 || !x.ok()) return field_error(A_OutOfRange, p.type, 0, "the sensitivity table has index 1 only");
+            uint16_t sensitivity = x.u16();
+            if (!x.ok()) return cut_short(p.type);
+            if (sensitivity != 1) return field_error(A_OutOfRange, p.type, 0, "the sensitivity table has index 1 only");
         } else if (p.type == param::RFTransmitter) {
             x.u16(), x.u16();  // hop table and channel: the module hops by itself
             a.power_index = x.u16();
@@ -245,8 +256,9 @@ Error parse_antenna_configuration(std::string_view body, int depth, const Reader
             if (Error e = parse_inventory_command(p.body, ps.depth(), a.c1g2)) return e;
             continue;
         } else {
-            return p.type == param::C1G2InventoryCommand ? param_error(P_DuplicateParameter, p.type, "one per air protocol")
-                                                         : unexpected(p);
+            return p.type == param::C1G2InventoryCommand
+                       ? param_error(P_DuplicateParameter, p.type, "one per air protocol")
+                       : unexpected(p);
         }
         if (Error e = expect_none(ps.inside(x.rest()))) return e;
     }
@@ -302,44 +314,42 @@ void apply_antenna(ConfigChange& out, const AntennaConfig& a) {
 Error set_one(const Param& p, int depth, const ReaderFacts& f, ConfigChange& out) {
     Reader r(p.body);
     switch (p.type) {
-    case param::ReaderEventNotificationSpec:
-        return parse_events(p.body, depth, out.next.events);
-    case param::AntennaConfiguration: {
-        AntennaConfig a;
-        if (Error e = parse_antenna_configuration(p.body, depth, f, a)) return e;
-        apply_antenna(out, a);
-        if (a.power_index) out.power_dbm = power_dbm(f, *a.power_index);
-        return {};
-    }
-    case param::ROReportSpec:
-        return parse_ro_report_spec(p.body, depth, out.next.ro_report);
-    case param::AccessReportSpec: {
-        uint8_t t = r.u8();
-        if (!r.ok()) return cut_short(p.type);
-        if (t > 1) return field_error(A_OutOfRange, p.type, 0, "no such access report trigger");
-        out.next.access_report_trigger = t;
-        break;
-    }
-    case param::KeepaliveSpec: {
-        uint8_t t = r.u8();
-        uint32_t ms = r.u32();
-        if (!r.ok()) return cut_short(p.type);
-        if (t > 1) return field_error(A_OutOfRange, p.type, 0, "no such keepalive trigger");
-        if (t == 1 && ms == 0) return field_error(A_OutOfRange, p.type, 1, "a periodic keepalive needs an interval");
-        out.next.keepalive_ms = t == 1 ? ms : 0;
-        break;
-    }
-    case param::EventsAndReports:
-        if (r.u8() & 0x80) return field_error(A_Invalid, p.type, 0, "events and reports are not held across connections");
-        if (!r.ok()) return cut_short(p.type);
-        break;
-    case param::AntennaProperties:
-        return param_error(P_UnsupportedParameter, p.type, "antenna properties cannot be set");
-    case param::GPIPortCurrentState:
-    case param::GPOWriteData:
-        return field_error(A_OutOfRange, p.type, 0, "the reader has no GPIO ports");
-    default:
-        return unexpected(p);
+        case param::ReaderEventNotificationSpec: return parse_events(p.body, depth, out.next.events);
+        case param::AntennaConfiguration: {
+            AntennaConfig a;
+            if (Error e = parse_antenna_configuration(p.body, depth, f, a)) return e;
+            apply_antenna(out, a);
+            if (a.power_index) out.power_dbm = power_dbm(f, *a.power_index);
+            return {};
+        }
+        case param::ROReportSpec: return parse_ro_report_spec(p.body, depth, out.next.ro_report);
+        case param::AccessReportSpec: {
+            uint8_t t = r.u8();
+            if (!r.ok()) return cut_short(p.type);
+            if (t > 1) return field_error(A_OutOfRange, p.type, 0, "no such access report trigger");
+            out.next.access_report_trigger = t;
+            break;
+        }
+        case param::KeepaliveSpec: {
+            uint8_t t = r.u8();
+            uint32_t ms = r.u32();
+            if (!r.ok()) return cut_short(p.type);
+            if (t > 1) return field_error(A_OutOfRange, p.type, 0, "no such keepalive trigger");
+            if (t == 1 && ms == 0)
+                return field_error(A_OutOfRange, p.type, 1, "a periodic keepalive needs an interval");
+            out.next.keepalive_ms = t == 1 ? ms : 0;
+            break;
+        }
+        case param::EventsAndReports:
+            if (r.u8() & 0x80)
+                return field_error(A_Invalid, p.type, 0, "events and reports are not held across connections");
+            if (!r.ok()) return cut_short(p.type);
+            break;
+        case param::AntennaProperties:
+            return param_error(P_UnsupportedParameter, p.type, "antenna properties cannot be set");
+        case param::GPIPortCurrentState:
+        case param::GPOWriteData: return field_error(A_OutOfRange, p.type, 0, "the reader has no GPIO ports");
+        default: return unexpected(p);
     }
     return expect_none(Params(r.rest(), depth + 1));
 }
@@ -374,7 +384,7 @@ namespace {
 void write_general(Writer& w, const ReaderFacts& f) {
     size_t at = w.begin(param::GeneralDeviceCapabilities);
     w.u16(uint16_t(f.antenna_count));
-    w.u16(0x4000);  // HasUTCClockCapability; antenna properties cannot be set
+    w.u16(0x4000);       // HasUTCClockCapability; antenna properties cannot be set
     w.u32(0), w.u32(0);  // no IANA enterprise number, no model number
     w.utf8(f.software.empty() ? "unknown" : f.software);
     size_t s = w.begin(param::ReceiveSensitivityTableEntry);
@@ -396,7 +406,8 @@ void write_llrp_caps(Writer& w) {
     w.u8(0);  // no RF survey, buffer warning, client request op, state-aware singulation or event holding
     w.u8(7);  // ROSpec priorities 0 to 7
     w.u16(0);
-    w.u32(uint32_t(kMaxROSpecs)), w.u32(uint32_t(kMaxSpecsPerROSpec)), w.u32(uint32_t(kMaxInventoryParameterSpecsPerAISpec));
+    w.u32(uint32_t(kMaxROSpecs)), w.u32(uint32_t(kMaxSpecsPerROSpec)),
+        w.u32(uint32_t(kMaxInventoryParameterSpecsPerAISpec));
     w.u32(uint32_t(kMaxAccessSpecs)), w.u32(uint32_t(kMaxOpSpecsPerAccessSpec));
     w.end(at);
 }
@@ -406,9 +417,9 @@ void write_regulatory(Writer& w, const ReaderFacts& f) {
     size_t at = w.begin(param::RegulatoryCapabilities);
     w.u16(r.country), w.u16(r.standard);
     size_t band = w.begin(param::UHFBandCapabilities);
-    for (uint16_t i = 1; i <= power_table_size(f); i++) {
+    for (int i = 1; i <= power_table_size(f); i++) {
         size_t e = w.begin(param::TransmitPowerLevelTableEntry);
-        w.u16(i), w.u16(uint16_t(*power_dbm(f, i) * 100));
+        w.u16(uint16_t(i)), w.u16(uint16_t(*power_dbm(f, uint16_t(i)) * 100));
         w.end(e);
     }
     size_t fi = w.begin(param::FrequencyInformation);
@@ -420,11 +431,11 @@ void write_regulatory(Writer& w, const ReaderFacts& f) {
     w.end(fi);
     size_t table = w.begin(param::C1G2UHFRFModeTable);
     size_t mode = w.begin(param::C1G2UHFRFModeTableEntry);
-    w.u32(0);     // mode identifier
-    w.u8(0x80);   // DR 64/3, no EPC HAG T&C conformance claimed
-    w.u8(2);      // Miller 4
-    w.u8(0);      // PR-ASK
-    w.u8(2);      // multi-interrogator spectral mask
+    w.u32(0);    // mode identifier
+    w.u8(0x80);  // DR 64/3, no EPC HAG T&C conformance claimed
+    w.u8(2);     // Miller 4
+    w.u8(0);     // PR-ASK
+    w.u8(2);     // multi-interrogator spectral mask
     w.u32(62500), w.u32(1500), w.u32(kMinTari), w.u32(kMaxTari), w.u32(kMinTari);
     w.end(mode);
     w.end(table);
@@ -559,7 +570,8 @@ bool version_answer(std::string& out, const Header& h) {
     if (h.version == kVersion && h.type != msg::GET_SUPPORTED_VERSION && h.type != msg::SET_PROTOCOL_VERSION) {
         return false;
     }
-    status_message(out, msg::ERROR_MESSAGE, h.id, message_error(M_UnsupportedVersion, "this reader speaks LLRP 1.0.1 only"));
+    status_message(out, msg::ERROR_MESSAGE, h.id,
+                   message_error(M_UnsupportedVersion, "this reader speaks LLRP 1.0.1 only"));
     return true;
 }
 

@@ -17,17 +17,17 @@
 namespace uhfd::llrp {
 
 // The module's power steps as LLRP's TransmitPowerLevelTable: index 1 is
-// power_min_dbm, each next index one dBm more, up to power_max_dbm.
+// power_min_dbm, each next index one dBm more, up to power_max_dbm (at most
+// 100 steps).
 uint16_t power_table_size(const ReaderFacts& f);
 std::optional<int> power_dbm(const ReaderFacts& f, uint16_t index);  // unset: not in the table
-uint16_t power_index(const ReaderFacts& f, int dbm);                  // clamped into the table
+uint16_t power_index(const ReaderFacts& f, int dbm);                 // clamped into the table
 
 // What each TagReportData carries (TagReportContentSelector and its
 // C1G2EPCMemorySelector).
 struct ReportContent {
-    bool rospec_id = false, spec_index = false, inv_param_spec_id = false, antenna_id = false,
-         channel_index = false, peak_rssi = false, first_seen = false, last_seen = false, seen_count = false,
-         access_spec_id = false;
+    bool rospec_id = false, spec_index = false, inv_param_spec_id = false, antenna_id = false, channel_index = false,
+         peak_rssi = false, first_seen = false, last_seen = false, seen_count = false, access_spec_id = false;
     bool crc = false, pc = false, xpc = false;
     bool operator==(const ReportContent&) const = default;
 };
@@ -46,19 +46,19 @@ void write_ro_report_spec(Writer& w, const ROReportSpec& s);
 
 // The parts of a C1G2InventoryCommand the module can honour.
 struct C1G2Settings {
-    std::optional<int> session;            // C1G2SingulationControl
+    std::optional<int> session;  // C1G2SingulationControl
     std::optional<uint16_t> tag_population;
-    uint16_t mode_index = 0, tari = 0;     // C1G2RFControl (one mode: index 0)
+    uint16_t mode_index = 0, tari = 0;        // C1G2RFControl (one mode: index 0)
     std::optional<InventoryPlan::Mask> mask;  // one C1G2Filter, select-matching action
 };
 
 // One AntennaConfiguration. The module has one transmit power for all its
 // antennas, so an RFTransmitter on any antenna sets every antenna's.
 struct AntennaConfig {
-    uint16_t antenna = 0;                   // 0: all antennas
-    std::optional<uint16_t> power_index;    // RFTransmitter.TransmitPower
+    uint16_t antenna = 0;                 // 0: all antennas
+    std::optional<uint16_t> power_index;  // RFTransmitter.TransmitPower
     C1G2Settings c1g2;
-    bool c1g2_given = false;                // a C1G2InventoryCommand was there: c1g2 is what it asked
+    bool c1g2_given = false;  // a C1G2InventoryCommand was there: c1g2 is what it asked
 };
 // body: an AntennaConfiguration parameter's body. Refuses antennas and power
 // indexes the reader does not have, and what the module cannot do (several
@@ -69,9 +69,9 @@ Error parse_antenna_configuration(std::string_view body, int depth, const Reader
 struct ReaderConfig {
     uint32_t keepalive_ms = 0;  // 0: no keepalives
     ROReportSpec ro_report;
-    uint16_t events = 0;        // bit n: EventNotificationState type n is on
-    uint8_t access_report_trigger = 0;  // 0 with the RO report, 1 at the AccessSpec's end
-    uint32_t state_value = 0;   // LLRPConfigurationStateValue: the engine changes it on each change
+    uint16_t events = 0;                  // bit n: EventNotificationState type n is on
+    uint8_t access_report_trigger = 0;    // 0 with the RO report, 1 at the AccessSpec's end
+    uint32_t state_value = 0;             // LLRPConfigurationStateValue: the engine changes it on each change
     std::vector<AntennaConfig> antennas;  // antennas 1..antenna_count, in order
 };
 ReaderConfig factory_config(const ReaderFacts& f);
@@ -89,8 +89,7 @@ Error parse_set_reader_config(std::string_view body, const ReaderFacts& f, const
 // Whole response messages for a request's body, appended to out (a bad
 // request gets its status in the response).
 void capabilities_response(std::string& out, uint32_t id, std::string_view body, const ReaderFacts& f);
-void config_response(std::string& out, uint32_t id, std::string_view body, const ReaderFacts& f,
-                     const ReaderConfig& c);
+void config_response(std::string& out, uint32_t id, std::string_view body, const ReaderFacts& f, const ReaderConfig& c);
 
 // A 1.0.1 reader's answer to a message outside its version: GET_SUPPORTED_VERSION,
 // SET_PROTOCOL_VERSION, or any message whose header is not version 1, gets

@@ -6,13 +6,9 @@ namespace uhfd::llrp {
 
 namespace {
 
-uint16_t be16(std::string_view b, size_t at) {
-    return uint16_t(uint8_t(b[at]) << 8 | uint8_t(b[at + 1]));
-}
+uint16_t be16(std::string_view b, size_t at) { return uint16_t(uint8_t(b[at]) << 8 | uint8_t(b[at + 1])); }
 
-uint32_t be32(std::string_view b, size_t at) {
-    return uint32_t(be16(b, at)) << 16 | be16(b, at + 2);
-}
+uint32_t be32(std::string_view b, size_t at) { return uint32_t(be16(b, at)) << 16 | be16(b, at + 2); }
 
 void put16(std::string& out, size_t at, uint16_t v) {
     out[at] = char(v >> 8);
@@ -47,9 +43,7 @@ bool valid_utf8(std::string_view s) {
 
 }  // namespace
 
-Error message_error(uint16_t code, std::string description) {
-    return Error{code, std::move(description), 0, -1};
-}
+Error message_error(uint16_t code, std::string description) { return Error{code, std::move(description), 0, -1}; }
 
 Error param_error(uint16_t code, uint16_t param, std::string description) {
     return Error{code, std::move(description), param, -1};
@@ -117,8 +111,8 @@ bool Params::next(Param& p) {
         return false;
     }
     if (len < 4 || len > rest_.size()) {
-        err_ = param_error(P_ParameterError, type, len < 4 ? "parameter length below its header"
-                                                           : "parameter longer than what holds it");
+        err_ = param_error(P_ParameterError, type,
+                           len < 4 ? "parameter length below its header" : "parameter longer than what holds it");
         return false;
     }
     p = Param{type, false, rest_.substr(4, len - 4u)};

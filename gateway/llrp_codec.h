@@ -226,10 +226,10 @@ enum StatusCode : uint16_t {
     R_DeviceError = 401,
 };
 
-constexpr uint8_t kVersion = 1;              // LLRP 1.0.1: the only version we speak
+constexpr uint8_t kVersion = 1;  // LLRP 1.0.1: the only version we speak
 constexpr size_t kHeaderSize = 10;
-constexpr uint32_t kMaxMessage = 1u << 20;   // a longer message is refused as malformed
-constexpr int kMaxDepth = 12;                // parameters nested deeper are refused
+constexpr uint32_t kMaxMessage = 1u << 20;  // a longer message is refused as malformed
+constexpr int kMaxDepth = 12;               // parameters nested deeper are refused
 
 // What a parser found wrong, reported as an LLRPStatus. `code` is the code of
 // the element at fault: a message code (M_) when param is 0 and field < 0, a
@@ -302,11 +302,11 @@ public:
     uint32_t u32();
     uint64_t u64();
     std::string_view bytes(size_t n);
-    std::string_view u8v();    // u16 count, then count bytes
-    std::string_view u16v();   // u16 count, then count words (returned as 2*count raw bytes)
+    std::string_view u8v();                  // u16 count, then count bytes
+    std::string_view u16v();                 // u16 count, then count words (returned as 2*count raw bytes)
     std::string_view bits(uint16_t& nbits);  // u16 bit count, then ceil(n/8) bytes
-    std::string_view utf8();   // u16 byte count, then the bytes; invalid UTF-8 fails
-    std::string_view rest();   // everything left: the sub-parameters after the fields
+    std::string_view utf8();                 // u16 byte count, then the bytes; invalid UTF-8 fails
+    std::string_view rest();                 // everything left: the sub-parameters after the fields
     bool ok() const { return ok_; }
     size_t left() const { return b_.size() - at_; }
 
@@ -325,15 +325,15 @@ public:
     size_t begin_message(uint16_t type, uint32_t id, uint8_t version = kVersion);
     void end_message(size_t at);
     size_t begin(uint16_t param_type);
-    void end(size_t at);  // a TLV parameter longer than 65535 bytes is cut to its header
+    void end(size_t at);                                 // a TLV parameter longer than 65535 bytes is cut to its header
     void tv(uint8_t type) { u8(uint8_t(0x80 | type)); }  // then its fields
     void u8(uint8_t v) { out_.push_back(char(v)); }
     void u16(uint16_t v);
     void u32(uint32_t v);
     void u64(uint64_t v);
     void bytes(std::string_view b) { out_.append(b); }
-    void u8v(std::string_view b);           // u16 count, then the bytes
-    void u16v(std::string_view words);      // u16 word count, then the words' raw bytes
+    void u8v(std::string_view b);                   // u16 count, then the bytes
+    void u16v(std::string_view words);              // u16 word count, then the words' raw bytes
     void bits(uint16_t nbits, std::string_view b);  // u16 bit count, then ceil(n/8) bytes
     void utf8(std::string_view s);
     std::string& out() { return out_; }

@@ -113,7 +113,8 @@ TEST(LlrpCaps, CapabilitiesCarryTheReadersFacts) {
             others.push_back(p.type);
         }
     }
-    const std::vector<std::pair<uint16_t, uint16_t>> steps = {{1, 500}, {2, 600}, {3, 700}, {4, 800}, {5, 900}, {6, 1000}};
+    const std::vector<std::pair<uint16_t, uint16_t>> steps = {{1, 500}, {2, 600}, {3, 700},
+                                                              {4, 800}, {5, 900}, {6, 1000}};
     EXPECT_EQ(table, steps);
     EXPECT_EQ(others, (std::vector<uint16_t>{param::FrequencyInformation, param::C1G2UHFRFModeTable}));
 }
@@ -121,8 +122,8 @@ TEST(LlrpCaps, CapabilitiesCarryTheReadersFacts) {
 struct ConfigAsk {
     uint16_t antenna;
     uint8_t want;
-    size_t count;          // parameters after the status
-    uint16_t first_type;   // the first of them
+    size_t count;         // parameters after the status
+    uint16_t first_type;  // the first of them
 };
 
 TEST(LlrpCaps, ConfigAnswersWhatIsAsked) {
@@ -177,11 +178,11 @@ TEST(LlrpCaps, SetConfigComesBackInGetConfig) {
     ReaderFacts f = facts();
     // Keepalive 5 s; ROSpec events on; antenna 2: power index 3, session 2, a
     // mask on the EPC; reports of every tag with its antenna and peak RSSI.
-    std::string body = hex(
-        "00  00DC 0009 01 00001388  00F4 000B 00F5 0007 0002 80"
-        "  00DE 002F 0002  00E0 000A 0001 0001 0003"
-        "    014A 001F 00  014B 000F 00 014C 000A 40 0020 0008 E2  0150 000B 80 0004 00000000"
-        "  00ED 0012 01 0001  00EE 000B 1400 015C 0005 40");
+    std::string body =
+        hex("00  00DC 0009 01 00001388  00F4 000B 00F5 0007 0002 80"
+            "  00DE 002F 0002  00E0 000A 0001 0001 0003"
+            "    014A 001F 00  014B 000F 00 014C 000A 40 0020 0008 E2  0150 000B 80 0004 00000000"
+            "  00ED 0012 01 0001  00EE 000B 1400 015C 0005 40");
     ConfigChange ch;
     ASSERT_FALSE(parse_set_reader_config(body, f, factory_config(f), ch));
     EXPECT_EQ(ch.power_dbm, 7);
@@ -235,7 +236,8 @@ TEST(LlrpCaps, SetConfigRefusals) {
          param::KeepaliveSpec, -1},
         {"keepalive trigger 2", "00 00DC 0009 02 00000000", A_OutOfRange, param::KeepaliveSpec, 0},
         {"periodic keepalive of 0 ms", "00 00DC 0009 01 00000000", A_OutOfRange, param::KeepaliveSpec, 1},
-        {"keepalive with a sub-parameter", "00 00DC 000C 01 00001388 81 0001", P_UnexpectedParameter, param::AntennaID, -1},
+        {"keepalive with a sub-parameter", "00 00DC 000C 01 00001388 81 0001", P_UnexpectedParameter, param::AntennaID,
+         -1},
         {"parameter beyond the message", "00 00DC 0020 01", P_ParameterError, param::KeepaliveSpec, -1},
         {"no such antenna", "00 00DE 0006 0005", A_OutOfRange, param::AntennaConfiguration, 0},
         {"power index 0", "00 00DE 0010 0001 00E0 000A 0001 0001 0000", A_OutOfRange, param::RFTransmitter, 2},
@@ -253,7 +255,8 @@ TEST(LlrpCaps, SetConfigRefusals) {
          A_OutOfRange, param::C1G2TagInventoryMask, 0},
         {"RF mode 1", "00 00DE 0013 0001 014A 000D 00 014F 0008 0001 0000", A_OutOfRange, param::C1G2RFControl, 0},
         {"report trigger 3", "00 00ED 0007 03 0000", A_OutOfRange, param::ROReportSpec, 0},
-        {"report without its selector", "00 00ED 0007 02 0000", P_MissingParameter, param::TagReportContentSelector, -1},
+        {"report without its selector", "00 00ED 0007 02 0000", P_MissingParameter, param::TagReportContentSelector,
+         -1},
         {"event type 9", "00 00F4 000B 00F5 0007 0009 80", A_OutOfRange, param::EventNotificationState, 0},
         {"antenna properties", "00 00DD 0009 80 0001 0000", P_UnsupportedParameter, param::AntennaProperties, -1},
         {"holding events", "00 00E2 0005 80", A_Invalid, param::EventsAndReports, 0},
@@ -272,8 +275,8 @@ TEST(LlrpCaps, SetConfigRefusals) {
 
 TEST(LlrpCaps, VersionsAnswerAsLlrp101) {
     const std::tuple<uint8_t, uint16_t, bool> cases[] = {
-        {2, msg::GET_SUPPORTED_VERSION, true}, {1, msg::GET_SUPPORTED_VERSION, true},
-        {2, msg::SET_PROTOCOL_VERSION, true},  {2, msg::GET_READER_CAPABILITIES, true},
+        {2, msg::GET_SUPPORTED_VERSION, true},    {1, msg::GET_SUPPORTED_VERSION, true},
+        {2, msg::SET_PROTOCOL_VERSION, true},     {2, msg::GET_READER_CAPABILITIES, true},
         {1, msg::GET_READER_CAPABILITIES, false},
     };
     for (auto [version, type, answered] : cases) {

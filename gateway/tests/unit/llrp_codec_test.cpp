@@ -31,8 +31,7 @@ struct Encoded {
 };
 
 const Encoded kEncoded[] = {
-    {"success response",
-     [](std::string& o) { status_message(o, msg::CLOSE_CONNECTION_RESPONSE, 7, Error{}); },
+    {"success response", [](std::string& o) { status_message(o, msg::CLOSE_CONNECTION_RESPONSE, 7, Error{}); },
      "0404 00000012 00000007  011F 0008 0000 0000"},
     {"message field at fault",
      [](std::string& o) { status_message(o, msg::ERROR_MESSAGE, 1, field_error(A_Invalid, 0, 1, "x")); },
@@ -225,7 +224,11 @@ TEST(LlrpCodec, FieldReaderFailsForGood) {
     const Bad bad[] = {
         {"u8v beyond the data", "0005 4142", [](Reader& x) { return x.u8v(); }},
         {"u16v beyond the data", "0002 414243", [](Reader& x) { return x.u16v(); }},
-        {"bit array beyond the data", "0011 4142", [](Reader& x) { uint16_t k; return x.bits(k); }},
+        {"bit array beyond the data", "0011 4142",
+         [](Reader& x) {
+             uint16_t k;
+             return x.bits(k);
+         }},
         {"invalid UTF-8", "0002 C028", [](Reader& x) { return x.utf8(); }},
         {"UTF-8 cut inside a character", "0002 41E2", [](Reader& x) { return x.utf8(); }},
         {"UTF-16 surrogate", "0003 EDA080", [](Reader& x) { return x.utf8(); }},
