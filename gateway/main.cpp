@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -16,6 +17,7 @@
 #include "config.h"
 #include "events.h"
 #include "http_api.h"
+#include "llrp_server.h"
 #include "jsonl_out.h"
 #include "mqtt_out.h"
 #include "oplog.h"
@@ -117,6 +119,7 @@ int main(int argc, char** argv) {
         "  uhfd -c /etc/uhfd.json --mqtt broker:1883 --jsonl -\n"
         "  uhfd --check-config /etc/uhfd.json\n"};
     std::string config_file, check_file, http, mqtt, prefix, token_file, jsonl, state_dir;
+    int llrp_port = 0;
     bool sim = false;
     double depart_after = 0;
     app.add_option("-c,--config", config_file, "Configuration file (JSON; see docs/GATEWAY.md)");
@@ -133,6 +136,9 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.001, 86400.0));  // presence.depart_after's range
     app.add_option("--state-dir", state_dir,
                    "Directory of the outbox that MQTT and the webhook deliver from (default /var/lib/uhfd)");
+    app.add_option("--llrp", llrp_port,
+                   "Serve LLRP: the first reader on PORT, the next on PORT+1, ... (llrp.bind, default 127.0.0.1)")
+        ->check(CLI::Range(1, 65535));
     app.set_version_flag("--version", uhftools::version_text("uhfd"));
     app.footer(settings_help());
     try {
@@ -165,6 +171,9 @@ int main(int argc, char** argv) {
     if (!jsonl.empty()) c.jsonl = jsonl;
     if (depart_after > 0) c.presence.depart_after = depart_after;
     if (!state_dir.empty()) c.state_dir = state_dir;
+    if (llrp_port) c.llrp.port = llrp_port;
+    std::vector<int> llrp_at;
+    if (!llrp_ports(c, llrp_at, err)) return usage("--llrp: " + err);
 
     // The stop signals are taken here, by sigwait; every thread starts with them blocked.
     sigset_t stop_signals;
@@ -190,7 +199,20 @@ int main(int argc, char** argv) {
         hub.on_read([&lines](const Read&, std::string_view json) { lines.write(json); });
         hub.on_event([&lines](const Event&, std::string_view json) { lines.write(json); });
     }
+    LlrpServer llrp(sup);
+    const bool serve_llrp = std::any_of(llrp_at.begin(), llrp_at.end(), [](int p) { return p != 0; });
+    if (serve_llrp) {
+        if (!llrp.start(c.llrp.bind, llrp_at, names, err)) {
+            std::fprintf(stderr, "uhfd: %s\n", err.c_str());
+            return 2;
+        }
+        hub.on_binary_read([&llrp](const Read& r) { llrp.read(r); });
+        for (size_t i = 0; i < llrp_at.size(); i++)
+            if (llrp_at[i])
+                oplog(Level::Info, names[i], "llrp", {{"address", c.llrp.bind + ":" + std::to_string(llrp_at[i])}});
+    }
     sup.on_state = [&](const std::string& reader, LinkState s, const std::string& why) {
+        if (serve_llrp) llrp.state(reader, s, why);
         const bool trouble = s == LinkState::Reconnecting;
         if (trouble && !why.empty())
             oplog(Level::Warn, reader, "state", {{"state", state_name(s)}, {"reason", why}});
@@ -222,6 +244,7 @@ int main(int argc, char** argv) {
     }
     dog.stopping();
     oplog(Level::Info, "", "stopping");
+    llrp.stop();                                       // every LLRP client closed
     sup.stop();                                        // every inventory stopped, every link closed
     if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
     for (auto& m : outputs.mqtt) m->stop();            // "offline" on every status topic

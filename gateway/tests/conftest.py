@@ -19,3 +19,7 @@ def sim(tmp_path):
     s.port, s.tags = port, tags
     yield s
     s.stop()
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "sim_args(*options): extra uhfsim options for a test's rig")

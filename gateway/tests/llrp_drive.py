@@ -10,11 +10,12 @@ import sys
 from sllurp.llrp import C1G2Read, C1G2Write, LLRPReaderClient, LLRPReaderConfig, LLRPReaderState
 
 
-def jsonable(v):
+def jsonable(v, key=""):
     if isinstance(v, (bytes, bytearray)):
-        return v.hex().upper()
+        # sllurp gives EPCs as hex text, memory words as raw bytes.
+        return v.decode().upper() if key.startswith("EPC") else v.hex().upper()
     if isinstance(v, dict):
-        return {str(k): jsonable(x) for k, x in v.items()}
+        return {str(k): jsonable(x, str(k)) for k, x in v.items()}
     if isinstance(v, (list, tuple)):
         return [jsonable(x) for x in v]
     return v
@@ -51,11 +52,10 @@ def main():
             r.start_access_spec(op, stop_after_count=access.get("count", 0))
         reader.add_state_callback(LLRPReaderState.STATE_INVENTORYING, start_access)
     reader.connect()
-    reader.join(args.get("time", 2) + 20)
-    alive = reader.is_alive()
-    if alive:
-        reader.disconnect()
-    print(json.dumps({"tags": jsonable(tags), "finished": not alive}))
+    # sllurp stays connected after a timed ROSpec ends: leave politely (STOP/DELETE, CLOSE_CONNECTION).
+    reader.join(args.get("time", 2) + 1.5)
+    reader.disconnect(timeout=15)
+    print(json.dumps({"tags": jsonable(tags), "closed": not reader.is_alive()}))
 
 
 if __name__ == "__main__":

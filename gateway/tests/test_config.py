@@ -22,9 +22,14 @@ def settings(**values):
 
 # (file text, extra arguments, what the refusal says after "FILE: ")
 BROKEN = [
-    (conf(mqqt={}), [], "mqqt: unknown key (known: readers, mqtt, http, presence, jsonl, state_dir, outbox_max_mb, webhook)"),
+    (conf(mqqt={}), [], "mqqt: unknown key (known: readers, mqtt, http, presence, jsonl, state_dir, outbox_max_mb, webhook, llrp)"),
     (conf(mqtt={"hots": "x"}), [], "mqtt.hots: unknown key (known: host, port, prefix, qos, user, password,"),
-    (json.dumps({"readers": [{**READER, "url": "sim"}]}), [], "readers[0].url: unknown key (known: name, uri, settings)"),
+    (json.dumps({"readers": [{**READER, "url": "sim"}]}), [], "readers[0].url: unknown key (known: name, uri, settings, llrp)"),
+    (json.dumps({"readers": [{**READER, "llrp": {"port": 0}}]}), [], "readers[0].llrp.port: must be 1..65535"),
+    (json.dumps({"readers": [{**READER, "llrp": {"port": 5085}}, {"name": "b", "uri": "sim", "llrp": {"port": 5085}}]}),
+     [], "llrp: port 5085 is both a's and b's LLRP port"),
+    (json.dumps({"readers": [READER, {"name": "b", "uri": "sim"}], "llrp": {"port": 65535}}), [],
+     "llrp: b's LLRP port would be 65536"),
     (settings(colour=1), [], "readers[0].settings.colour: unknown key (known: power, antennas, region,"),
     (conf(http={"tokn": "x"}), [], "http.tokn: unknown key (known: bind, port, token, names)"),
     (conf(presence={"depart": 1}), [], "presence.depart: unknown key (known: depart_after,"),
