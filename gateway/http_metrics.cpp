@@ -78,6 +78,15 @@ void mqtt_metrics(std::ostream& m, const std::vector<std::unique_ptr<MqttOut>>& 
         m << "uhfd_mqtt_connected{reader=" << label(hub.name(i)) << "} " << mqtt[i]->connected() << '\n';
 }
 
+void llrp_metrics(std::ostream& m, const LlrpServer& llrp) {
+    const std::vector<LlrpServer::Stats> stats = llrp.stats();
+    help(m, "uhfd_llrp_clients", "gauge", "1 while an LLRP client is connected to the reader's endpoint.");
+    for (const auto& s : stats) m << "uhfd_llrp_clients{reader=" << label(s.reader) << "} " << s.client << '\n';
+    help(m, "uhfd_llrp_reads_dropped_total", "counter", "Reads an LLRP client fell too far behind to be given.");
+    for (const auto& s : stats)
+        m << "uhfd_llrp_reads_dropped_total{reader=" << label(s.reader) << "} " << s.dropped << '\n';
+}
+
 void stream_metrics(std::ostream& m, const StreamClients& streams) {
     help(m, "uhfd_http_stream_clients", "gauge", "Clients connected to the event stream.");
     m << "uhfd_http_stream_clients " << streams.clients() << '\n';
@@ -99,6 +108,7 @@ std::string metrics_text(const MetricSources& s) {
         help(m, "uhfd_webhook_failures_total", "counter", "Webhook requests that failed or were refused.");
         m << "uhfd_webhook_failures_total " << s.outputs.webhook->failures() << '\n';
     }
+    if (s.outputs.llrp) llrp_metrics(m, *s.outputs.llrp);
     stream_metrics(m, s.streams);
     return m.str();
 }

@@ -82,6 +82,7 @@ struct LlrpServer::Endpoint final : llrp::Port {
     std::vector<Read> inbox, taken;
     std::deque<std::function<void()>> jobs;
     std::atomic<bool> live{false};
+    uint64_t dropped = 0;  // under the mutex
     // What LLRP changed on the reader, to be put back when it is done.
     bool started = false, was_running = false, filtered = false;
     json before;  // the reader's settings before the first start
@@ -276,11 +277,19 @@ void LlrpServer::read(const Read& r) {
     bool first;
     {
         std::lock_guard<std::mutex> lock(mu_);
-        if (e.inbox.size() >= kMaxInbox) return;
+        if (e.inbox.size() >= kMaxInbox) return void(e.dropped++);
         first = e.inbox.empty();
         e.inbox.push_back(r);
     }
     if (first) wake();
+}
+
+std::vector<LlrpServer::Stats> LlrpServer::stats() const {
+    std::vector<Stats> out;
+    std::lock_guard<std::mutex> lock(mu_);
+    for (const auto& e : endpoints_)
+        if (e) out.push_back({e->name, e->live.load(), e->dropped});
+    return out;
 }
 
 void LlrpServer::state(const std::string& reader, LinkState s, const std::string& why) {

@@ -33,6 +33,13 @@ public:
     void read(const Read& r);
     void state(const std::string& reader, LinkState s, const std::string& why);
 
+    struct Stats {
+        std::string reader;
+        bool client = false;
+        uint64_t dropped = 0;  // reads a client was too far behind to be given
+    };
+    std::vector<Stats> stats() const;
+
     struct Endpoint;
 
 private:
@@ -49,7 +56,7 @@ private:
 
     Supervisor& sup_;
     std::vector<std::unique_ptr<Endpoint>> endpoints_;  // by reader index; null for none
-    std::mutex mu_;                                     // guards every endpoint's inbox
+    mutable std::mutex mu_;                             // guards every endpoint's inbox
     int wake_fd_ = -1;
     std::atomic<bool> stop_{false};
     std::thread thread_;

@@ -199,20 +199,19 @@ int main(int argc, char** argv) {
         hub.on_read([&lines](const Read&, std::string_view json) { lines.write(json); });
         hub.on_event([&lines](const Event&, std::string_view json) { lines.write(json); });
     }
-    LlrpServer llrp(sup);
-    const bool serve_llrp = std::any_of(llrp_at.begin(), llrp_at.end(), [](int p) { return p != 0; });
-    if (serve_llrp) {
-        if (!llrp.start(c.llrp.bind, llrp_at, names, err)) {
+    if (std::any_of(llrp_at.begin(), llrp_at.end(), [](int p) { return p != 0; })) {
+        outputs.llrp = std::make_unique<LlrpServer>(sup);
+        if (!outputs.llrp->start(c.llrp.bind, llrp_at, names, err)) {
             std::fprintf(stderr, "uhfd: %s\n", err.c_str());
             return 2;
         }
-        hub.on_binary_read([&llrp](const Read& r) { llrp.read(r); });
+        hub.on_binary_read([llrp = outputs.llrp.get()](const Read& r) { llrp->read(r); });
         for (size_t i = 0; i < llrp_at.size(); i++)
             if (llrp_at[i])
                 oplog(Level::Info, names[i], "llrp", {{"address", c.llrp.bind + ":" + std::to_string(llrp_at[i])}});
     }
     sup.on_state = [&](const std::string& reader, LinkState s, const std::string& why) {
-        if (serve_llrp) llrp.state(reader, s, why);
+        if (outputs.llrp) outputs.llrp->state(reader, s, why);
         const bool trouble = s == LinkState::Reconnecting;
         if (trouble && !why.empty())
             oplog(Level::Warn, reader, "state", {{"state", state_name(s)}, {"reason", why}});
@@ -244,7 +243,7 @@ int main(int argc, char** argv) {
     }
     dog.stopping();
     oplog(Level::Info, "", "stopping");
-    llrp.stop();                                       // every LLRP client closed
+    if (outputs.llrp) outputs.llrp->stop();            // every LLRP client closed
     sup.stop();                                        // every inventory stopped, every link closed
     if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
     for (auto& m : outputs.mqtt) m->stop();            // "offline" on every status topic

@@ -1,9 +1,11 @@
-// The outputs that deliver from the outbox, held together for main and the metrics.
+// The outputs, held together for main and the metrics: those that deliver
+// from the outbox, and the LLRP endpoints.
 #pragma once
 
 #include <memory>
 #include <vector>
 
+#include "llrp_server.h"
 #include "mqtt_out.h"
 #include "outbox.h"
 #include "webhook.h"
@@ -14,6 +16,7 @@ struct Outputs {
     std::unique_ptr<Outbox> outbox;  // null when neither MQTT nor the webhook is configured
     std::vector<std::unique_ptr<MqttOut>> mqtt;  // one per reader, by index; empty without MQTT
     std::unique_ptr<Webhook> webhook;
+    std::unique_ptr<LlrpServer> llrp;  // null when no reader has an LLRP port
 };
 
 }  // namespace uhfd
