@@ -1,15 +1,13 @@
-"""Writes fuzz_llrp's seeds: streams of LLRP messages as a client such as sllurp sends them, and
-scripts of one connection (an odd first byte): its client's messages among the reader's answers,
-tag reads and time passing."""
+"""Writes fuzz_llrp's seeds: scripts of one connection, its client's messages (as sllurp sends
+them) among the reader's answers, tag reads and time passing."""
 import os
 import sys
 
 
-def msg(mtype, mid, body_hex, version=1):
-    body = bytes.fromhex(body_hex.replace(" ", ""))
-    length = 10 + len(body)
-    return (bytes([(version << 2) | (mtype >> 8), mtype & 0xFF]) + length.to_bytes(4, "big")
-            + mid.to_bytes(4, "big") + body)
+def msg(mtype, mid, body="", version=1):
+    body = bytes.fromhex(body)
+    return bytes([version << 2 | mtype >> 8, mtype & 0xFF]) + (10 + len(body)).to_bytes(4, "big") + mid.to_bytes(
+        4, "big") + body
 
 
 set_config = ("00 00F4 0043" + "".join("00F5 0007 %04X %s" % (t, "80" if t == 2 else "00") for t in range(9))
@@ -24,34 +22,25 @@ add_read = ("00cf004200000001000001000000000000d0000701000100d100260152001301530
             "0100000000c00000000200ef000501")
 add_write = ("00cf004400000001000001000000000000d0000701000100d10028015200130153000f6000200010ffff0010e2800156001100"
              "0200000000c000000001123400ef000501")
-seeds = [
-    msg(1, 1, "00") + msg(2, 2, "0000 00 0000 0000") + msg(64, 3, "") + msg(3, 4, set_config),
-    msg(3, 5, set_antennas) + msg(2, 6, "0002 03 0000 0000") + msg(3, 7, "80"),
-    msg(46, 8, "", version=2) + msg(47, 9, "02", version=2) + msg(1, 10, "03"),
-    msg(20, 11, add_rospec) + msg(24, 12, "00000001") + msg(22, 13, "00000001") + msg(62 + 10, 14, "")
-    + msg(60, 15, "") + msg(26, 16, "") + msg(23, 17, "00000001") + msg(25, 18, "00000001") + msg(21, 19, "00000000"),
-    msg(40, 20, add_read) + msg(42, 21, "00000001") + msg(40, 22, add_write) + msg(44, 23, "")
-    + msg(43, 24, "00000001") + msg(41, 25, "00000000") + msg(14, 26, ""),
-]
 
 
 def client(data):
     return b"\x00" + len(data).to_bytes(2, "big") + data
 
 
-def read(antenna, epc):
-    return bytes([4, antenna, len(epc)]) + epc + b"\x3c"
-
-
 ANSWER, FAIL, DEADLINE = b"\x01", b"\x02", b"\x07"
 epc = bytes(range(0xE0, 0xEC))
-seeds += [
-    b"\x01" + client(seeds[0]) + ANSWER + client(msg(20, 11, add_rospec) + msg(24, 12, "00000001")) + ANSWER
-    + read(1, epc) + read(2, epc) + read(1, epc[:8]) + b"\x05\x10" + DEADLINE + client(msg(60, 15, ""))
-    + client(msg(23, 17, "00000001")) + client(msg(14, 26, "")),
-    b"\x03" + client(msg(20, 11, add_rospec) + msg(40, 20, add_read) + msg(42, 21, "00000001")
-                     + msg(24, 12, "00000001") + msg(22, 13, "00000001")) + ANSWER + ANSWER + read(1, epc)
-    + b"\x03\x00\x04\x12\x34\x56\x78" + FAIL + DEADLINE + b"\x06\x00" + client(msg(26, 16, "")),
+read = b"\x04\x01\x0c" + epc + b"\x3c"  # antenna 1, RSSI -60 dBm
+seeds = [
+    client(msg(1, 1, "00") + msg(2, 2, "0000 00 0000 0000") + msg(64, 3) + msg(3, 4, set_config)),
+    client(msg(3, 5, set_antennas)) + ANSWER + client(msg(2, 6, "0002 03 0000 0000") + msg(3, 7, "80")) + FAIL,
+    client(msg(46, 8, version=2) + msg(47, 9, "02", version=2) + msg(1, 10, "03")),
+    client(msg(20, 11, add_rospec) + msg(24, 12, "00000001")) + ANSWER + read + read
+    + b"\x05\x10" + DEADLINE + client(msg(60, 15) + msg(26, 16) + msg(23, 17, "00000001"))
+    + client(msg(25, 18, "00000001") + msg(21, 19, "00000000") + msg(14, 26)),
+    client(msg(20, 11, add_rospec) + msg(40, 20, add_read) + msg(42, 21, "00000001") + msg(24, 12, "00000001")
+           + msg(22, 13, "00000001")) + ANSWER + ANSWER + read + b"\x03\x00\x04\x12\x34\x56\x78" + FAIL
+    + DEADLINE + b"\x06\x00" + client(msg(40, 22, add_write) + msg(44, 23) + msg(43, 24, "00000001")),
 ]
 out = sys.argv[1]
 os.makedirs(out, exist_ok=True)
