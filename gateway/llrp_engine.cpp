@@ -235,7 +235,10 @@ void Engine::on_add_rospec(const Header& h, std::string_view body, int64_t) {
     if (!e) e = parse_rospec(p.body, 0, facts_ = port_.facts(), s);
     if (!e && rospec(s.id)) e = field_error(A_Invalid, param::ROSpec, 0, "ROSpec " + std::to_string(s.id) + " exists");
     if (!e && ro_.size() >= kMaxROSpecs) e = message_error(M_OverflowParameter, "the reader holds 8 ROSpecs at most");
-    if (!e) ro_.push_back({std::move(s)}), cfg_.state_value++;
+    if (!e) {
+        ro_.push_back({std::move(s)});
+        cfg_.state_value++;
+    }
     answer(msg::ADD_ROSPEC_RESPONSE, h.id, e);
 }
 
@@ -335,7 +338,10 @@ void Engine::on_add_access(const Header& h, std::string_view body, int64_t) {
         e = field_error(A_Invalid, param::AccessSpec, 0, "AccessSpec " + std::to_string(s.id) + " exists");
     if (!e && access_.size() >= kMaxAccessSpecs)
         e = message_error(M_OverflowParameter, "the reader holds 8 AccessSpecs at most");
-    if (!e) access_.push_back({std::move(s)}), cfg_.state_value++;
+    if (!e) {
+        access_.push_back({std::move(s)});
+        cfg_.state_value++;
+    }
     answer(msg::ADD_ACCESSSPEC_RESPONSE, h.id, e);
 }
 

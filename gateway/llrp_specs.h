@@ -31,10 +31,10 @@ constexpr size_t kMaxOpSpecsPerAccessSpec = 8;
 struct AISpec {
     std::vector<int> antennas;  // empty: all the reader has
     enum Stop : uint8_t { StopNull, StopDuration, StopTags } stop = StopNull;
-    uint32_t duration_ms = 0;  // StopDuration; 0 never fires
-    uint16_t n_tags = 0;       // StopTags: unique EPCs seen; 0 only the timeout
-    uint32_t timeout_ms = 0;   // StopTags: 0 none
-    uint16_t ips_id = 0;       // InventoryParameterSpecID
+    uint32_t duration_ms = 0;            // StopDuration; 0 never fires
+    uint16_t n_tags = 0;                 // StopTags: unique EPCs seen; 0 only the timeout
+    uint32_t timeout_ms = 0;             // StopTags: 0 none
+    uint16_t ips_id = 0;                 // InventoryParameterSpecID
     std::vector<AntennaConfig> configs;  // those of the antennas in use
 };
 

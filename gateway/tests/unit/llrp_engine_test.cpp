@@ -50,21 +50,14 @@ std::string message(uint16_t type, const std::string& body = "", uint8_t version
 std::string with_id(uint16_t type, uint32_t id) { return message(type, u32(id)); }
 
 // TagReportContentSelector bits.
-constexpr uint16_t kAnt = 1 << 12, kRssi = 1 << 10, kFirst = 1 << 9, kLast = 1 << 8, kCount = 1 << 7,
-                   kAccessId = 1 << 6;
+constexpr unsigned kAnt = 1 << 12, kRssi = 1 << 10, kFirst = 1 << 9, kLast = 1 << 8, kCount = 1 << 7, kAccess = 1 << 6;
 
 struct RO {
-    uint32_t id = 1;
-    uint8_t start = 1;  // Immediate
-    uint32_t offset = 0, period = 0, duration = 0;
+    unsigned id = 1, start = 1, offset = 0, period = 0, duration = 0;  // start 1: Immediate
     std::vector<uint16_t> antennas{1};
-    uint8_t ai_stop = 0;
-    uint32_t ai_duration = 0;
-    uint16_t n_tags = 0;
-    int ais = 1;
+    unsigned ai_stop = 0, ai_duration = 0, n_tags = 0, ais = 1;
     std::vector<uint16_t> powers{};  // RFTransmitter index per antenna, when given
-    uint8_t trigger = 2;
-    uint16_t n = 0, content = kAnt | kCount | kFirst | kLast | kRssi;
+    unsigned trigger = 2, n = 0, content = kAnt | kCount | kFirst | kLast | kRssi;
     std::string in_ai = {}, in_ro = {};
 };
 
@@ -86,17 +79,14 @@ std::string add(const RO& r) {
         tlv(param::ROBoundarySpec, tlv(param::ROSpecStartTrigger, u8(r.start) + periodic) +
                                        tlv(param::ROSpecStopTrigger, u8(r.duration ? 1 : 0) + u32(r.duration)));
     std::string body = u32(r.id) + u8(0) + u8(0) + boundary;
-    for (int k = 0; k < r.ais; k++) body += ai;
+    for (unsigned k = 0; k < r.ais; k++) body += ai;
     body += r.in_ro +
             tlv(param::ROReportSpec, u8(r.trigger) + u16(r.n) + tlv(param::TagReportContentSelector, u16(r.content)));
     return message(msg::ADD_ROSPEC, tlv(param::ROSpec, body));
 }
 
 struct AS {
-    uint32_t id = 1;
-    uint16_t count = 0;
-    uint8_t mb = 1;
-    uint16_t pointer = 0x20, nbits = 0;
+    unsigned id = 1, count = 0, mb = 1, pointer = 0x20, nbits = 0;
     std::string mask = {}, data = {}, ops = {};
 };
 
@@ -120,7 +110,7 @@ std::string add(const AS& a) {
                                                                    command + tlv(param::AccessReportSpec, u8(1))));
 }
 
-// What a client reads of one message: "type status" for a response, the event, or the report's size.
+// What a client reads of one message: "type status" (0 when it has none), the event, or the report's size.
 std::string summary(uint16_t type, std::string_view body) {
     Params ps(body);
     Param p;
@@ -130,7 +120,6 @@ std::string summary(uint16_t type, std::string_view body) {
         while (ps.next(p)) n++;
         return "Report " + std::to_string(n);
     }
-    if (type == msg::KEEPALIVE) return "Keepalive";
     if (type != msg::READER_EVENT_NOTIFICATION) {  // a status, and the ParameterError's type and code under it
         Reader r(p.body);
         std::string s = std::to_string(type) + " " + std::to_string(r.u16());
@@ -200,7 +189,7 @@ struct Rig {
     FakePort port;
     Engine e{port, 0};
     int64_t now = 0;
-    std::vector<std::pair<uint16_t, std::string>> msgs;  // the last out()'s
+    Strings msgs;  // the bodies of the last out()'s messages
 
     Strings out() {
         Strings s;
@@ -208,8 +197,8 @@ struct Rig {
         std::string_view b = e.output();
         Header h;
         while (frame(b, h) == Frame::Whole) {
-            msgs.push_back({h.type, std::string(b.substr(kHeaderSize, h.length - kHeaderSize))});
-            s.push_back(summary(h.type, msgs.back().second));
+            msgs.push_back(std::string(b.substr(kHeaderSize, h.length - kHeaderSize)));
+            s.push_back(summary(h.type, msgs.back()));
             b.remove_prefix(h.length);
         }
         e.output().clear();
@@ -229,7 +218,7 @@ struct Rig {
     std::vector<std::string_view> listed(uint16_t get) {  // the specs GET_ROSPECS / GET_ACCESSSPECS gives
         send(message(get));
         std::vector<std::string_view> v;
-        Params ps(msgs.at(0).second);
+        Params ps(msgs.at(0));
         for (Param p; ps.next(p);)
             if (p.type != param::LLRPStatus) v.push_back(p.body);
         return v;
@@ -241,7 +230,7 @@ struct Rig {
         r.epc[0] = 0xE2, r.epc[11] = id;
         e.tag_read(r, now);
     }
-    std::vector<Tag> report() { return tags(msgs.at(0).second); }
+    std::vector<Tag> report() { return tags(msgs.at(0)); }
     void active(const RO& r) {  // added, enabled, started
         send(add(r));
         started(with_id(msg::ENABLE_ROSPEC, r.id));
@@ -261,7 +250,6 @@ TEST(LlrpEngine, EachRequestGetsItsResponseAndARefusalChangesNothing) {
         std::string m, expect;
     } cases[] = {
         {message(msg::GET_ROSPECS), said(msg::GET_ROSPECS_RESPONSE)},
-        {message(msg::GET_READER_CAPABILITIES, u8(0)), said(msg::GET_READER_CAPABILITIES_RESPONSE)},
         {add(RO{.start = 0}), said(ADD_RO)},
         {add(RO{.id = 5}), refused(ADD_RO, param::ROSpec, P_FieldError)},  // exists
         {with_id(msg::DELETE_ROSPEC, 0), said(msg::DELETE_ROSPEC_RESPONSE)},
@@ -283,7 +271,6 @@ TEST(LlrpEngine, EachRequestGetsItsResponseAndARefusalChangesNothing) {
         {message(msg::GET_ROSPECS, {}, 2), said(msg::ERROR_MESSAGE, M_UnsupportedVersion)},
         {message(msg::KEEPALIVE_ACK), ""},
         {message(msg::ERROR_MESSAGE), ""},
-        {message(msg::ENABLE_EVENTS_AND_REPORTS), ""},
         // What the module cannot do, refused naming the parameter.
         {add(RO{.in_ro = one(param::RFSurveySpec)}), refused(ADD_RO, param::RFSurveySpec, P_UnsupportedParameter)},
         {add(RO{.in_ro = one(param::LoopSpec)}), refused(ADD_RO, param::LoopSpec, P_UnsupportedParameter)},
@@ -292,11 +279,9 @@ TEST(LlrpEngine, EachRequestGetsItsResponseAndARefusalChangesNothing) {
         {add(RO{.ai_stop = 2}), refused(ADD_RO, param::AISpecStopTrigger, P_FieldError)},
         {add(RO{.antennas = {1, 9}}), refused(ADD_RO, param::AISpec, P_FieldError)},
         {add(RO{.antennas = {1, 2}, .powers = {3, 4}}), refused(ADD_RO, param::AntennaConfiguration, P_ParameterError)},
-        {add(RO{.antennas = {1}, .powers = {40}}), refused(ADD_RO, param::RFTransmitter, P_FieldError)},
         {add(RO{.ais = 9}), refused(ADD_RO, param::AISpec, P_OverflowParameter)},
         {add(AS{.ops = tlv(param::C1G2Kill, u16(1) + u32(1))}),
          refused(ADD_AS, param::C1G2Kill, P_UnsupportedParameter)},
-        {add(AS{.ops = one(param::C1G2BlockWrite)}), refused(ADD_AS, param::C1G2BlockWrite, P_UnsupportedParameter)},
         {add(AS{.ops = one(param::ClientRequestOpSpec)}),
          refused(ADD_AS, param::ClientRequestOpSpec, P_UnsupportedParameter)},
         {add(AS{.mb = 2, .nbits = 8, .mask = "\xFF", .data = "\x01", .ops = read_op(1, 1)}),
@@ -314,10 +299,9 @@ TEST(LlrpEngine, EachRequestGetsItsResponseAndARefusalChangesNothing) {
     }
 }
 
-std::string set_power(uint16_t index) {
-    return message(
-        msg::SET_READER_CONFIG,
-        u8(0) + tlv(param::AntennaConfiguration, u16(0) + tlv(param::RFTransmitter, u16(1) + u16(1) + u16(index))));
+std::string set_power(unsigned index) {
+    std::string tx = tlv(param::RFTransmitter, u16(1) + u16(1) + u16(index));
+    return message(msg::SET_READER_CONFIG, u8(0) + tlv(param::AntennaConfiguration, u16(0) + tx));
 }
 
 TEST(LlrpEngine, ROSpecLifeCycleWithItsEventsAndReportsInOrder) {
@@ -333,8 +317,8 @@ TEST(LlrpEngine, ROSpecLifeCycleWithItsEventsAndReportsInOrder) {
     EXPECT_EQ(rig.out(), Strings{said(msg::ENABLE_ROSPEC_RESPONSE)});
     EXPECT_EQ(rig.state(), ROSpec::Active);
 
-    rig.now = 1000, rig.read(1, 1, -600);
-    rig.now = 1500, rig.read(1, 1, -500), rig.read(1, 2), rig.read(2), rig.read(3, 3);  // antenna 3 is not the AISpec's
+    rig.now = 1000, rig.read(1, 1, -500);
+    rig.now = 1500, rig.read(1), rig.read(1, 2), rig.read(2), rig.read(3, 3);  // antenna 3 is not the AISpec's
     EXPECT_EQ(rig.send(with_id(msg::STOP_ROSPEC, 1)),
               (Strings{"Report 3", "AISpecEvent 1 1", "ROSpecEvent 1 1", said(msg::STOP_ROSPEC_RESPONSE)}));
     std::vector<Tag> t = rig.report();
@@ -352,8 +336,6 @@ TEST(LlrpEngine, ROSpecLifeCycleWithItsEventsAndReportsInOrder) {
     EXPECT_EQ(rig.send(with_id(msg::DISABLE_ROSPEC, 1)),
               (Strings{"AISpecEvent 1 1", "ROSpecEvent 1 1", said(msg::DISABLE_ROSPEC_RESPONSE)}));
     EXPECT_EQ(rig.state(), ROSpec::Disabled);
-    rig.send(with_id(msg::DELETE_ROSPEC, 0));
-    EXPECT_TRUE(rig.listed(msg::GET_ROSPECS).empty());
 }
 
 TEST(LlrpEngine, ALostLinkEndsTheROSpecWhichCanStartAgain) {
@@ -365,7 +347,6 @@ TEST(LlrpEngine, ALostLinkEndsTheROSpecWhichCanStartAgain) {
     EXPECT_EQ(rig.out(), (Strings{"Exception the reader is gone: serial port gone", "Report 1", "ROSpecEvent 1 1"}));
     EXPECT_EQ(rig.port.stops.size(), 1u);
     rig.e.link(true, "", 0);
-    EXPECT_EQ(rig.out(), Strings{"Exception the reader is back"});
     EXPECT_EQ(rig.started(with_id(msg::START_ROSPEC, 1)).back(), said(msg::START_ROSPEC_RESPONSE));
     rig.e.disconnected(0);  // the client goes: what it started stops
     EXPECT_EQ(rig.port.stops.size(), 2u);
@@ -396,7 +377,6 @@ TEST(LlrpEngine, PeriodicStartsDurationsAndAISpecsInTurn) {
     EXPECT_TRUE(two.port.stops.empty());
     two.e.tick(2000);
     EXPECT_EQ(two.port.stops.size(), 1u);
-    EXPECT_EQ(two.state(), ROSpec::Inactive);
 }
 
 TEST(LlrpEngine, ReportsEveryNTagsAndEndsTheAISpecAtNUniqueTags) {
@@ -409,7 +389,6 @@ TEST(LlrpEngine, ReportsEveryNTagsAndEndsTheAISpecAtNUniqueTags) {
     rig.read(2), rig.read(3);
     EXPECT_EQ(rig.out(), Strings{"Report 2"});
     EXPECT_EQ(rig.port.stops.size(), 1u);
-    EXPECT_EQ(rig.state(), ROSpec::Inactive);
 
     Rig held;  // trigger None: held until GET_REPORT, which answers even when there is nothing
     held.active(RO{.trigger = 0});
@@ -421,7 +400,7 @@ TEST(LlrpEngine, ReportsEveryNTagsAndEndsTheAISpecAtNUniqueTags) {
 
 TEST(LlrpEngine, AccessRunsOpSpecsOnMatchingTagsAndReportsTheirResults) {
     Rig rig;
-    rig.active(RO{.content = kAnt | kAccessId});
+    rig.active(RO{.content = kAnt | kAccess});
     // The last EPC byte is 02: bits 0x78.. of the EPC bank.
     std::string ops = read_op(1, 2) + write_op(2, std::string("\x12\x34", 2));
     rig.send(add(AS{.count = 1, .pointer = 0x78, .nbits = 8, .mask = "\xFF", .data = "\x02", .ops = ops}));
@@ -489,7 +468,7 @@ TEST(LlrpEngine, RequestsForTheReaderAnswerAfterItWhatFollowsWaitsAndKeepalives)
     rig.e.tick(999);
     EXPECT_EQ(rig.out(), Strings{});
     rig.e.tick(1000);
-    EXPECT_EQ(rig.out(), Strings{"Keepalive"});
+    EXPECT_EQ(rig.out(), Strings{said(msg::KEEPALIVE)});
     EXPECT_EQ(rig.e.next_deadline(), 2000);
 }
 
@@ -510,10 +489,8 @@ TEST(LlrpEngine, FollowsAnySplitAndClosesOnlyWhenAskedOrLost) {
     EXPECT_FALSE(lost.input(bad));
     EXPECT_EQ(lost.out(), (Strings{said(msg::ERROR_MESSAGE, M_FieldError), "event 257"}));
 
-    std::string refused;
-    write_connection_refused(refused, 0);
-    EXPECT_EQ(summary(msg::READER_EVENT_NOTIFICATION, std::string_view(refused).substr(kHeaderSize)),
-              "ConnectionAttempt 2");
+    write_connection_refused(lost.e.output(), 0);
+    EXPECT_EQ(lost.out(), Strings{"ConnectionAttempt 2"});
 }
 
 TEST(LlrpSpecs, TargetTagsMatchTheEpcBankOfARead) {
