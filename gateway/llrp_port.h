@@ -20,7 +20,7 @@ struct ReaderFacts {
     std::string device_id;         // 8 hex digits, "" when unknown
     std::string software;          // firmware version text, "" when unknown
     std::string hardware;          // hardware version text, "" when unknown
-    std::string region;            // uhfd's region word ("fcc", "etsi", "china1", ...), "" when unknown
+    std::string region;            // uhfd's region word ("fcc", "etsi", "china-920", "china-840"), "" when unknown
     int antenna_count = 4;         // antennas the module has, numbered 1..antenna_count
     int power_min_dbm = 1;         // the module's power steps: whole dBm from min to max
     int power_max_dbm = 30;
