@@ -27,6 +27,10 @@ void link_metrics(std::ostream& m, const std::vector<ReaderView>& readers) {
     help(m, "uhfd_reconnects_total", "counter", "Links opened again after they were lost.");
     for (const ReaderView& v : readers)
         m << "uhfd_reconnects_total{reader=" << label(v.name) << "} " << v.reconnects << '\n';
+    help(m, "uhfd_queue_overflow_reads_total", "counter",
+         "Reads the library's tag queue discarded when its worker fell behind and the queue filled.");
+    for (const ReaderView& v : readers)
+        m << "uhfd_queue_overflow_reads_total{reader=" << label(v.name) << "} " << v.queue_overflows << '\n';
 }
 
 void presence_metrics(std::ostream& m, const Presence& presence, const Hub& hub) {

@@ -66,6 +66,7 @@ struct Supervisor::Reader {
     int64_t retire_deadline_ms = 0;
     int64_t spawned_ms = 0, last_word_ms = 0, next_try_ms = 0;
     std::string why;  // the worker's last word on why its link failed
+    uint64_t overflows_before = 0;  // queue_overflows of the workers before this one
     uhftools::Backoff backoff;
     uint64_t rate_count = 0;
     int64_t rate_mark_ms = 0;
@@ -297,6 +298,7 @@ void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completion
         std::lock_guard<std::mutex> lock(mu_);
         for (auto& [id, p] : r.pending) done.emplace_back(p.done, "the reader's link was lost: " + reason);
         r.pending.clear();
+        r.overflows_before = r.view.queue_overflows;  // the next worker counts from 0
     }
     if (r.retiring) {
         r.retiring = false;
@@ -351,6 +353,11 @@ void Supervisor::receive(Reader& r, int64_t now, Completions& done) {
                 set_state(r, static_cast<LinkState>(m.value), std::string(m.text));
                 r.backoff.reset();
                 break;
+            case wire::kOverflows: {
+                std::lock_guard<std::mutex> lock(mu_);
+                r.view.queue_overflows = r.overflows_before + m.count;
+                break;
+            }
             case wire::kDetails: {
                 json d = json::parse(m.text, nullptr, false);
                 if (!d.is_object()) break;

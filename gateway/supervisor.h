@@ -29,6 +29,7 @@ struct ReaderView {
     std::string name, uri;
     LinkState state = LinkState::Connecting;
     uint64_t reads = 0, reconnects = 0;
+    uint64_t queue_overflows = 0;  // reports the library's full queue discarded, over every worker
     double reads_per_s = 0;
     std::map<int, uint64_t> per_antenna;
     std::string error;        // why the last connect failed or the link was lost

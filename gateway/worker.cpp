@@ -99,6 +99,7 @@ private:
     bool running_ = false;
     std::string lost_;  // set when the link is gone: why
     int64_t last_sent_ = 0, last_report_ = 0, last_probe_ = 0;
+    uint64_t overflows_said_ = 0;
     std::string out_;
 };
 
@@ -107,10 +108,16 @@ bool Worker::send(const std::string& m) {
     return ::send(fd_, m.data(), m.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(m.size());
 }
 
-// Long sequences of exchanges keep the supervisor's hang check satisfied.
+// Long sequences of exchanges keep the supervisor's hang check satisfied;
+// reports the library's full queue discarded go with it when there are new ones.
 void Worker::pulse() {
     if (now_ms() - last_sent_ < kHeartbeatMs) return;
-    wire::bare(out_, wire::kHeartbeat);
+    if (const uint64_t n = UHF_GetQueueOverflowCount(); n != overflows_said_) {
+        overflows_said_ = n;
+        wire::overflows(out_, n);
+    } else {
+        wire::bare(out_, wire::kHeartbeat);
+    }
     send(out_);
 }
 

@@ -105,6 +105,11 @@ void inventory(std::string& out, uint32_t id, bool on) {
 
 void bare(std::string& out, Type type) { out.assign(1, static_cast<char>(type)); }
 
+void overflows(std::string& out, uint64_t count) {
+    bare(out, kOverflows);
+    put64(out, count);
+}
+
 bool decode(std::string_view datagram, Message& m) {
     Cursor c(datagram);
     m = Message{};
@@ -132,6 +137,10 @@ bool decode(std::string_view datagram, Message& m) {
         case kInventory:
             m.id = static_cast<uint32_t>(c.take(4));
             m.value = static_cast<uint8_t>(c.take(1));
+            if (c.left()) return false;
+            break;
+        case kOverflows:
+            m.count = c.take(8);
             if (c.left()) return false;
             break;
         case kHeartbeat:

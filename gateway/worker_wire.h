@@ -22,6 +22,7 @@ enum Type : uint8_t {
     kHeartbeat = 4,  // nothing
     kReply = 5,      // u32 request id, text error ("" when done)
     kAccessDone = 6, // u32 request id, u8 result (llrp::AccessResult::Code), the words read
+    kOverflows = 7,  // u64: reports the library's full queue discarded in this worker's life
     // supervisor -> worker
     kStart = 10,      // text JSON: the reader's uri, settings and whether to inventory
     kApply = 11,      // u32 request id, text JSON settings
@@ -46,11 +47,13 @@ void with_id(std::string& out, Type type, uint32_t id, std::string_view text);  
 void access_done(std::string& out, uint32_t id, uint8_t result, std::string_view data);
 void inventory(std::string& out, uint32_t id, bool on);
 void bare(std::string& out, Type type);  // kHeartbeat, kStop
+void overflows(std::string& out, uint64_t count);
 
 // A decoded message. Views point into the datagram the message came from.
 struct Message {
     Type type{};
     uint32_t id = 0;
+    uint64_t count = 0;     // kOverflows
     uint8_t value = 0;      // kState: the state; kInventory: on; kAccessDone: the result
     std::string_view text;  // reason, JSON, error or (kAccessDone) the words read
 };

@@ -79,6 +79,7 @@ TEST(WorkerWire, MalformedDatagramsAreRefused) {
         {"inventory with a byte left over", inventory + "x"},
         {"an access result without its result", std::string("\x06\x00\x00\x00\x01", 5)},
         {"heartbeat with a payload", "\x04x"},
+        {"an overflow count cut short", std::string("\x07\x00\x00\x00\x00\x00\x00\x01", 8)},
     };
     for (const Row& row : rows) {
         wire::Message m;
