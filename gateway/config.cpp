@@ -243,7 +243,7 @@ std::string settings_help() {
 
 bool parse_settings(const std::string& text, ReaderSettings& out, std::string& err) {
     try {
-        out = settings_from(json::parse(text), "");
+        out = settings_from(parse_strict(text), "");
         return true;
     } catch (const json::parse_error& e) {
         err = "the body is not JSON: " + parse_error_text(text, e);
@@ -272,7 +272,7 @@ std::string settings_to_json(const ReaderSettings& s) {
 
 bool parse_config(const std::string& text, Config& out, std::string& err, bool with_sim) {
     try {
-        out = config_from(json::parse(text, nullptr, true, true), with_sim);
+        out = config_from(parse_strict(text), with_sim);
         return true;
     } catch (const json::parse_error& e) {
         err = parse_error_text(text, e);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <set>
 
 namespace uhfd {
 
@@ -66,6 +67,50 @@ void fault(const std::string& path, const std::string& what) {
 }
 
 std::string item_path(const std::string& path, size_t i) { return path + "[" + std::to_string(i) + "]"; }
+
+json parse_strict(const std::string& text) {
+    // Where the parser is: per open object or array, its path, and the keys
+    // seen (object) or the index of the next item (array).
+    struct Level {
+        std::string path;
+        bool array = false;
+        size_t index = 0;
+        std::set<std::string> keys;
+        std::string key;
+    };
+    std::vector<Level> at;
+    auto child_path = [&]() -> std::string {
+        if (at.empty()) return "";
+        const Level& l = at.back();
+        return l.array ? item_path(l.path, l.index) : l.path.empty() ? l.key : l.path + "." + l.key;
+    };
+    auto item_done = [&] {
+        if (!at.empty() && at.back().array) at.back().index++;
+    };
+    json::parser_callback_t check = [&](int, json::parse_event_t event, json& value) {
+        switch (event) {
+            case json::parse_event_t::object_start:
+            case json::parse_event_t::array_start:
+                at.push_back({child_path(), event == json::parse_event_t::array_start, 0, {}, ""});
+                break;
+            case json::parse_event_t::key:
+                if (!at.back().keys.insert(value.get<std::string>()).second) {
+                    at.back().key = value.get<std::string>();
+                    fault(child_path(), "given twice");
+                }
+                at.back().key = value.get<std::string>();
+                break;
+            case json::parse_event_t::object_end:
+            case json::parse_event_t::array_end:
+                at.pop_back();
+                item_done();
+                break;
+            case json::parse_event_t::value: item_done(); break;
+        }
+        return true;
+    };
+    return json::parse(text, check, true, true);
+}
 
 std::string parse_error_text(const std::string& text, const json::parse_error& e) {
     // e.byte counts from 1 and is one past the end when the input ran out.

@@ -27,6 +27,11 @@ std::string parse_error_text(const std::string& text, const nlohmann::json::pars
 // The same for a number too large for a double (1e400).
 std::string overflow_text(const std::string& text, const nlohmann::json::out_of_range& e);
 
+// Parses a document (comments allowed) refusing a key given twice in one
+// object, which JSON parsers otherwise resolve silently (the last one wins):
+// ConfigFault "PATH: given twice". Syntax errors throw as json::parse does.
+nlohmann::json parse_strict(const std::string& text);
+
 // Whole numbers and strings read from single values; path names the value.
 long long whole_number(const nlohmann::json& v, const std::string& path, long long min, long long max,
                        std::string_view unit = "");
