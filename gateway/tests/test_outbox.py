@@ -197,6 +197,7 @@ def test_a_reload_gives_added_readers_their_outputs_and_removed_ones_say_offline
                  "b's reads again")
         assert delivered("a")
         assert metric(g, "uhfd_mqtt_connected", reader="b") == 1 and metric(g, "uhfd_mqtt_connected", reader="c") is None
+        assert g.proc.stop() == 0
     finally:
         g.proc.stop()
         broker.proc.stop()
