@@ -105,6 +105,7 @@ std::vector<ReaderConfig> readers_from(const Fields& top, bool with_sim) {
     }
     if (with_sim) readers.push_back({"sim", "sim", {}});
     if (readers.empty()) fault("readers", "give at least one reader");
+    if (readers.size() > kMaxReaders) fault("readers", "at most " + std::to_string(kMaxReaders) + " readers");
     return readers;
 }
 

@@ -60,8 +60,12 @@ struct PresenceConfig {
     size_t max_tags = 10000;
 };
 
+// Readers a file may list. Each is a worker process; the outbox has room for
+// four times as many, for the readers that reloads add.
+constexpr size_t kMaxReaders = 64;
+
 struct Config {
-    std::vector<ReaderConfig> readers;
+    std::vector<ReaderConfig> readers;  // at most kMaxReaders
     MqttConfig mqtt;
     std::string http_bind = "127.0.0.1";
     int http_port = 8080;  // 0: no HTTP

@@ -1,5 +1,6 @@
 #include "http_metrics.h"
 
+#include <map>
 #include <sstream>
 
 #include "tag_json.h"
@@ -35,8 +36,9 @@ void link_metrics(std::ostream& m, const std::vector<ReaderView>& readers) {
 
 void presence_metrics(std::ostream& m, const Presence& presence, const Hub& hub) {
     help(m, "uhfd_present_tags", "gauge", "Tags in the field, by reader.");
-    for (uint16_t i = 0; i < hub.readers(); i++)
-        m << "uhfd_present_tags{reader=" << label(hub.name(i)) << "} " << presence.count(i) << '\n';
+    std::map<std::string, size_t> by_name;  // a name a reload removed and added again has two indexes
+    for (uint16_t i = 0; i < hub.readers(); i++) by_name[hub.name(i)] += presence.count(i);
+    for (const auto& [name, n] : by_name) m << "uhfd_present_tags{reader=" << label(name) << "} " << n << '\n';
     help(m, "uhfd_presence_evictions_total", "counter", "Tags dropped from tracking to stay within max_tags.");
     m << "uhfd_presence_evictions_total " << presence.evictions() << '\n';
 }
@@ -48,12 +50,15 @@ void outbox_metrics(std::ostream& m, Outbox& box, const Hub& hub) {
         std::vector<Outbox::Depth> depth;
         std::vector<uint64_t> dropped;
     };
+    std::vector<std::pair<uint16_t, std::string>> readers;
+    for (uint16_t i = 0; i < box.readers(); i++)
+        if (std::string name = hub.name(i); !name.empty() && box.serves(i)) readers.emplace_back(i, name);
     std::vector<Row> rows;
     for (const char* output : {"mqtt", "webhook"}) {
         const int o = box.output(output);
         if (o < 0) continue;
         rows.push_back({output, {}, {}});
-        for (uint16_t i = 0; i < hub.readers(); i++) {
+        for (const auto& [i, name] : readers) {
             rows.back().depth.push_back(box.depth(o, i));
             rows.back().dropped.push_back(box.reads_dropped(o, i));
         }
@@ -61,25 +66,24 @@ void outbox_metrics(std::ostream& m, Outbox& box, const Hub& hub) {
     auto each = [&](const char* name, const char* type, const char* text, auto value) {
         help(m, name, type, text);
         for (const Row& row : rows)
-            for (uint16_t i = 0; i < hub.readers(); i++)
-                m << name << "{reader=" << label(hub.name(i)) << ",output=\"" << row.output << "\"} " << value(row, i)
-                  << '\n';
+            for (size_t k = 0; k < readers.size(); k++)
+                m << name << "{reader=" << label(readers[k].second) << ",output=\"" << row.output << "\"} "
+                  << value(row, k) << '\n';
     };
     each("uhfd_outbox_rows", "gauge", "Outbox rows the output has not delivered.",
-         [](const Row& r, uint16_t i) { return r.depth[i].rows; });
+         [](const Row& r, size_t k) { return r.depth[k].rows; });
     each("uhfd_outbox_reads", "gauge", "Reads in the outbox the output has not delivered.",
-         [](const Row& r, uint16_t i) { return r.depth[i].reads; });
+         [](const Row& r, size_t k) { return r.depth[k].reads; });
     each("uhfd_outbox_bytes", "gauge", "Bytes of JSON in the outbox the output has not delivered.",
-         [](const Row& r, uint16_t i) { return r.depth[i].bytes; });
+         [](const Row& r, size_t k) { return r.depth[k].bytes; });
     each("uhfd_reads_dropped_total", "counter", "Reads the full outbox dropped before the output delivered them.",
-         [](const Row& r, uint16_t i) { return r.dropped[i]; });
+         [](const Row& r, size_t k) { return r.dropped[k]; });
 }
 
-void mqtt_metrics(std::ostream& m, const std::vector<std::unique_ptr<MqttOut>>& mqtt, const Hub& hub) {
-    if (mqtt.empty()) return;
+void mqtt_metrics(std::ostream& m, const MqttClients& mqtt) {
     help(m, "uhfd_mqtt_connected", "gauge", "1 while connected to the broker and acknowledged by it.");
-    for (size_t i = 0; i < mqtt.size(); i++)
-        m << "uhfd_mqtt_connected{reader=" << label(hub.name(i)) << "} " << mqtt[i]->connected() << '\n';
+    for (const auto& [name, connected] : mqtt.connected())
+        m << "uhfd_mqtt_connected{reader=" << label(name) << "} " << connected << '\n';
 }
 
 void llrp_metrics(std::ostream& m, const LlrpServer& llrp) {
@@ -107,7 +111,7 @@ std::string metrics_text(const MetricSources& s) {
     link_metrics(m, s.sup.readers());
     presence_metrics(m, s.presence, s.hub);
     if (s.outputs.outbox) outbox_metrics(m, *s.outputs.outbox, s.hub);
-    mqtt_metrics(m, s.outputs.mqtt, s.hub);
+    if (s.outputs.mqtt) mqtt_metrics(m, *s.outputs.mqtt);
     if (s.outputs.webhook) {
         help(m, "uhfd_webhook_failures_total", "counter", "Webhook requests that failed or were refused.");
         m << "uhfd_webhook_failures_total " << s.outputs.webhook->failures() << '\n';

@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <map>
 #include <memory>
 
 #include "config.h"
@@ -28,6 +27,8 @@
 #include "worker.h"
 
 using namespace uhfd;
+
+static_assert(kMaxReaders * 4 <= Outbox::kSlots);
 
 namespace {
 
@@ -51,9 +52,23 @@ int usage(const std::string& what) {
     return 2;
 }
 
+// A reader added by a reload: its slot in the outbox and its MQTT client, as
+// at start-up. The seq it goes on from.
+uint64_t add_outputs(Outputs& out, uint16_t index, const std::string& name) {
+    if (!out.outbox) return 0;
+    std::string err;
+    if (!out.outbox->add_reader(index, name, err)) {
+        oplog(Level::Error, name, "reload", {{"error", err}, {"outputs", "none until uhfd restarts"}});
+        return 0;
+    }
+    if (out.mqtt && !out.mqtt->add(name, index, err))
+        oplog(Level::Error, name, "reload", {{"error", err}, {"mqtt", "none until uhfd restarts"}});
+    return out.outbox->last_seq(index);
+}
+
 // SIGHUP: the readers of the configuration file again. A file that does not
 // pass the checks is refused and the readers stay as they are.
-void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool mqtt) {
+void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, Outputs& out) {
     Config c;
     std::string err;
     if (!path.empty() && !load_config(path, c, err, sim)) {
@@ -62,10 +77,8 @@ void reload(const std::string& path, bool sim, Supervisor& sup, Hub& hub, bool m
     }
     if (sim) c.readers.push_back({"sim", "sim", {}});
     const size_t n = c.readers.size();
-    sup.reconfigure(std::move(c.readers), [&hub, mqtt](uint16_t, const std::string& name) {
-        hub.add_reader(name);
-        if (mqtt)
-            oplog(Level::Warn, name, "reload", {{"mqtt", "a reader added by a reload publishes after a restart"}});
+    sup.reconfigure(std::move(c.readers), [&hub, &out](uint16_t index, const std::string& name) {
+        hub.add_reader(name, add_outputs(out, index, name));
     });
     oplog(Level::Info, "", "reload", {{"readers", std::to_string(n)}});
 }
@@ -93,13 +106,13 @@ bool open_outputs(const Config& c, const std::vector<std::string>& names, Hub& h
     hub.on_read([&box](const Read& r, std::string_view json) { box.add(r.reader, r.seq, false, json); });
     hub.on_event([&box](const Event& e, std::string_view json) { box.add(e.reader, e.seq, true, json); });
     hub.on_batch_end([&box] { return box.commit(); });
-    if (!c.mqtt.host.empty())
-        for (uint16_t i = 0; i < names.size(); i++) {
-            out.mqtt.push_back(std::make_unique<MqttOut>(c.mqtt, names[i], i, box));
-            if (!out.mqtt.back()->start(err)) return false;
-        }
+    if (!c.mqtt.host.empty()) {
+        out.mqtt = std::make_unique<MqttClients>(c.mqtt, box);
+        for (uint16_t i = 0; i < names.size(); i++)
+            if (!out.mqtt->add(names[i], i, err)) return false;
+    }
     if (!c.webhook.url.empty()) {
-        out.webhook = std::make_unique<Webhook>(c.webhook, names.size(), box);
+        out.webhook = std::make_unique<Webhook>(c.webhook, box);
         if (!out.webhook->start(err)) return false;
     }
     return true;
@@ -191,8 +204,6 @@ int main(int argc, char** argv) {
     Supervisor sup(c, hub, presence, self_path(argv[0]));
     Outputs outputs;
     if (!open_outputs(c, names, hub, outputs, err)) return usage(err);
-    std::map<std::string, MqttOut*> by_reader;
-    for (size_t i = 0; i < outputs.mqtt.size(); i++) by_reader[names[i]] = outputs.mqtt[i].get();
     JsonLines lines;
     if (!c.jsonl.empty()) {
         if (!lines.open(c.jsonl, err)) return usage(err);
@@ -217,7 +228,10 @@ int main(int argc, char** argv) {
             oplog(Level::Warn, reader, "state", {{"state", state_name(s)}, {"reason", why}});
         else
             oplog(trouble ? Level::Warn : Level::Info, reader, "state", {{"state", state_name(s)}});
-        if (auto it = by_reader.find(reader); it != by_reader.end()) it->second->status(state_name(s));
+        if (outputs.mqtt) outputs.mqtt->status(reader, state_name(s));
+    };
+    sup.on_removed = [&outputs](const std::string& reader) {
+        if (outputs.mqtt) outputs.mqtt->remove(reader);  // "offline" on its status topic
     };
     HttpApi api(c, sup, hub, presence, outputs);
     if (c.http_port != 0) {
@@ -236,7 +250,7 @@ int main(int argc, char** argv) {
         const int sig = dog.wait(stop_signals);
         if (sig == SIGHUP) {
             if (!lines.reopen(err)) oplog(Level::Error, "", "jsonl", {{"error", err}});
-            reload(config_file, sim, sup, hub, !outputs.mqtt.empty() || outputs.webhook);
+            reload(config_file, sim, sup, hub, outputs);
             continue;
         }
         if (sig == SIGINT || sig == SIGTERM) break;
@@ -246,7 +260,7 @@ int main(int argc, char** argv) {
     if (outputs.llrp) outputs.llrp->stop();            // every LLRP client closed
     sup.stop();                                        // every inventory stopped, every link closed
     if (outputs.outbox) outputs.outbox->commit(true);  // the last batch kept for the next start
-    for (auto& m : outputs.mqtt) m->stop();            // "offline" on every status topic
+    if (outputs.mqtt) outputs.mqtt->stop();            // "offline" on every status topic
     if (outputs.webhook) outputs.webhook->stop();
     api.stop();
     return 0;

@@ -51,10 +51,14 @@ bool MqttOut::start(std::string& err) {
     return true;
 }
 
-void MqttOut::stop() {
-    if (!thread_.joinable()) return;
+void MqttOut::end() {
     stop_ = true;
     wake();
+}
+
+void MqttOut::stop() {
+    if (!thread_.joinable()) return;
+    end();
     thread_.join();
 }
 

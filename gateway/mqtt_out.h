@@ -39,7 +39,9 @@ public:
     MqttOut(const MqttConfig& c, const std::string& reader, uint16_t index, Outbox& outbox);
     ~MqttOut();
     bool start(std::string& err);
-    // Publishes the latest status, then "offline", and disconnects.
+    // Publishes the latest status, then "offline", and disconnects: end asks
+    // for it without waiting, stop waits until it is done.
+    void end();
     void stop();
     // State, not data: only the latest is kept, and sent on every connect.
     void status(const std::string& state);

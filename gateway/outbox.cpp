@@ -75,21 +75,21 @@ bool Outbox::create(const Options& o, std::string& err) {
     if (lock_fd_ < 0) return (err = lock + ": " + std::strerror(errno), false);
     if (flock(lock_fd_, LOCK_EX | LOCK_NB) != 0)
         return (err = o.dir + ": another uhfd uses this state directory", false);
-    readers_ = o.readers;
+    if (o.readers.size() > kSlots) return (err = "more readers than the outbox has room for", false);
     outputs_ = o.outputs;
     max_bytes_ = o.max_bytes;
-    const size_t slots = readers_.size() * outputs_.size();
+    const size_t slots = kSlots * outputs_.size();
     delivered_.assign(slots, 0);
     persisted_.assign(slots, 0);
     dropped_.assign(slots, 0);
-    removed_upto_.assign(readers_.size(), 0);
-    last_seq_.assign(readers_.size(), 0);
-    ids_.assign(readers_.size(), 0);
-    watchers_.resize(readers_.size());
-    written_ = std::make_unique<std::atomic<uint64_t>[]>(readers_.size());
+    removed_upto_.assign(kSlots, 0);
+    last_seq_.assign(kSlots, 0);
+    ids_.assign(kSlots, 0);
+    watchers_.resize(kSlots);
+    written_ = std::make_unique<std::atomic<uint64_t>[]>(kSlots);
     const std::string path = (fs::path(o.dir) / "outbox.db").string();
     if (!db_.open(path, err)) return false;
-    if (!db_.exec(kSchema, err) || !prepare(err) || !load(err)) return (err = path + ": " + err, false);
+    if (!db_.exec(kSchema, err) || !prepare(err) || !load(o.readers, err)) return (err = path + ": " + err, false);
     return true;
 }
 
@@ -111,33 +111,72 @@ bool Outbox::prepare(std::string& err) {
            depth_.prepare(db_,
                           "SELECT count(*), coalesce(sum(CASE WHEN event THEN 0 ELSE last - first + 1 END), 0), "
                           "coalesce(sum(bytes), 0) FROM rows WHERE reader = ?1 AND last > ?2",
-                          err);
+                          err) &&
+           add_name_.prepare(db_, "INSERT OR IGNORE INTO readers(name) VALUES(?1)", err) &&
+           find_name_.prepare(db_, "SELECT id, seq FROM readers WHERE name = ?1", err) &&
+           progress_.prepare(db_, "SELECT seq FROM progress WHERE output = ?1 AND reader = ?2", err);
 }
 
-// Each reader's id and counter, each output's progress and the bytes held.
-bool Outbox::load(std::string& err) {
-    SqliteStmt add, reader, progress, bytes;
-    if (!add.prepare(db_, "INSERT OR IGNORE INTO readers(name) VALUES(?1)", err) ||
-        !reader.prepare(db_, "SELECT id, seq FROM readers WHERE name = ?1", err) ||
-        !progress.prepare(db_, "SELECT seq FROM progress WHERE output = ?1 AND reader = ?2", err) ||
-        !bytes.prepare(db_, "SELECT coalesce(sum(bytes), 0) FROM rows", err))
-        return false;
-    for (size_t r = 0; r < readers_.size(); r++) {
-        if (!add.reset().bind(1, std::string_view(readers_[r])).run() ||
-            !reader.reset().bind(1, std::string_view(readers_[r])).step())
-            return (err = db_.error(), false);
-        ids_[r] = reader.int_at(0);
-        last_seq_[r] = u64(reader.int_at(1));
-        written_[r] = last_seq_[r];
-        for (size_t o = 0; o < outputs_.size(); o++) {
-            const size_t slot = o * readers_.size() + r;
-            if (progress.reset().bind(1, std::string_view(outputs_[o])).bind(2, ids_[r]).step())
-                delivered_[slot] = persisted_[slot] = u64(progress.int_at(0));
-        }
-    }
+// Each reader's slot and the bytes held.
+bool Outbox::load(const std::vector<std::string>& names, std::string& err) {
+    for (size_t r = 0; r < names.size(); r++)
+        if (!attach(static_cast<uint16_t>(r), names[r], err)) return false;
+    readers_ = names.size();
+    SqliteStmt bytes;
+    if (!bytes.prepare(db_, "SELECT coalesce(sum(bytes), 0) FROM rows", err)) return false;
     if (!bytes.step()) return (err = db_.error(), false);
     bytes_ = u64(bytes.int_at(0));
     return true;
+}
+
+// The reader's id (its row made on first sight), its counter and each output's progress.
+bool Outbox::attach(uint16_t r, const std::string& name, std::string& err) {
+    if (!add_name_.reset().bind(1, std::string_view(name)).run() ||
+        !find_name_.reset().bind(1, std::string_view(name)).step())
+        return (err = db_.error(), false);
+    ids_[r] = find_name_.int_at(0);
+    last_seq_[r] = u64(find_name_.int_at(1));
+    find_name_.reset();
+    written_[r] = last_seq_[r];
+    for (size_t o = 0; o < outputs_.size(); o++) {
+        const size_t slot = progress_slot(static_cast<int>(o), r);
+        if (progress_.reset().bind(1, std::string_view(outputs_[o])).bind(2, ids_[r]).step())
+            delivered_[slot] = persisted_[slot] = u64(progress_.int_at(0));
+        progress_.reset();
+    }
+    return true;
+}
+
+bool Outbox::add_reader(uint16_t reader, const std::string& name, std::string& err) {
+    if (reader >= kSlots || reader < readers_)
+        return (err = "the outbox has no slot left for readers added by reloads (uhfd must restart)", false);
+    commit(true);  // an earlier reader of the name leaves its counter and progress in the database
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (!attach(reader, name, err)) return (ids_[reader] = 0, false);
+        take_over(reader);
+    }
+    readers_ = reader + 1u;
+    return true;
+}
+
+// Two slots on one id would fetch each other's items: the earlier one goes
+// quiet, its progress since the commit and its counts carried over.
+void Outbox::take_over(uint16_t reader) {
+    for (uint16_t r = 0; r < readers_; r++) {
+        if (ids_[r] != ids_[reader]) continue;
+        ids_[r] = 0;
+        for (size_t o = 0; o < outputs_.size(); o++) {
+            const size_t from = progress_slot(static_cast<int>(o), r), to = progress_slot(static_cast<int>(o), reader);
+            delivered_[to] = std::max(delivered_[to], delivered_[from]);
+            dropped_[to] += std::exchange(dropped_[from], 0);
+        }
+    }
+}
+
+bool Outbox::serves(uint16_t reader) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return reader < readers_ && ids_[reader] != 0;
 }
 
 uint64_t Outbox::last_seq(uint16_t reader) const { return reader < last_seq_.size() ? last_seq_[reader] : 0; }
@@ -148,11 +187,12 @@ int Outbox::output(std::string_view name) const {
 }
 
 void Outbox::watch(uint16_t reader, std::function<void()> wake) { watchers_.at(reader).push_back(std::move(wake)); }
+void Outbox::watch(std::function<void()> wake) { watch_all_.push_back(std::move(wake)); }
 
 // A row holds items of one reader and kind with contiguous seqs, so a read's
 // seq is its row's first plus its line, and a row of reads counts its reads.
 void Outbox::add(uint16_t reader, uint64_t seq, bool event, std::string_view json) {
-    if (reader >= readers_.size()) return;
+    if (reader >= readers_ || !ids_[reader]) return;
     Staged* row = nullptr;
     for (auto it = staged_.rbegin(); it != staged_.rend() && !row; ++it)
         if (it->reader == reader) row = &*it;
@@ -199,11 +239,13 @@ bool Outbox::commit(bool force) {
     last_commit_ = last_tidy_ = now;
     for (uint16_t r : touched)
         for (auto& wake : watchers_[r]) wake();
+    if (!touched.empty())
+        for (auto& wake : watch_all_) wake();
     return false;
 }
 
 bool Outbox::write_staged(std::string& err) {
-    std::vector<uint64_t> newest(readers_.size(), 0);
+    std::vector<uint64_t> newest(readers_, 0);
     for (const Staged& s : staged_) {
         if (!insert_.reset()
                  .bind(1, ids_[s.reader])
@@ -218,7 +260,7 @@ bool Outbox::write_staged(std::string& err) {
         newest[s.reader] = s.last;
     }
     // The counter goes with the rows: a restart goes on from what was written.
-    for (size_t r = 0; r < readers_.size(); r++)
+    for (size_t r = 0; r < newest.size(); r++)
         if (newest[r] && !set_seq_.reset().bind(1, ids_[r]).bind(2, i64(newest[r])).run())
             return (err = db_.error(), false);
     return true;
@@ -226,10 +268,11 @@ bool Outbox::write_staged(std::string& err) {
 
 // Persists the outputs' progress and removes the rows every output delivered.
 bool Outbox::tidy(std::string& err) {
+    const size_t readers = readers_;
     for (size_t o = 0; o < outputs_.size(); o++)
-        for (size_t r = 0; r < readers_.size(); r++) {
-            const size_t slot = o * readers_.size() + r;
-            if (delivered_[slot] == persisted_[slot]) continue;
+        for (uint16_t r = 0; r < readers; r++) {
+            const size_t slot = progress_slot(static_cast<int>(o), r);
+            if (!ids_[r] || delivered_[slot] == persisted_[slot]) continue;
             if (!set_cursor_.reset()
                      .bind(1, std::string_view(outputs_[o]))
                      .bind(2, ids_[r])
@@ -238,10 +281,11 @@ bool Outbox::tidy(std::string& err) {
                 return (err = db_.error(), false);
             persisted_[slot] = delivered_[slot];
         }
-    for (size_t r = 0; r < readers_.size() && !outputs_.empty(); r++) {
+    for (uint16_t r = 0; r < readers && !outputs_.empty(); r++) {
         uint64_t floor = UINT64_MAX;
-        for (size_t o = 0; o < outputs_.size(); o++) floor = std::min(floor, persisted_[o * readers_.size() + r]);
-        if (floor <= removed_upto_[r]) continue;
+        for (size_t o = 0; o < outputs_.size(); o++)
+            floor = std::min(floor, persisted_[progress_slot(static_cast<int>(o), r)]);
+        if (!ids_[r] || floor <= removed_upto_[r]) continue;
         remove_upto_.reset().bind(1, ids_[r]).bind(2, i64(floor));
         while (remove_upto_.step()) bytes_ -= std::min(bytes_, u64(remove_upto_.int_at(0)));
         const bool ok = remove_upto_.done();
@@ -285,8 +329,9 @@ bool Outbox::drop_oldest(std::string& err) {
 
 // Each output that had not delivered them loses the row's reads past its progress.
 void Outbox::count_dropped(const Row& row) {
-    auto it = std::find(ids_.begin(), ids_.end(), row.reader_id);
-    if (row.event || it == ids_.end()) return;
+    const auto end = ids_.begin() + static_cast<std::ptrdiff_t>(readers_.load());
+    auto it = std::find(ids_.begin(), end, row.reader_id);
+    if (row.event || it == end) return;
     const auto r = static_cast<uint16_t>(it - ids_.begin());
     for (size_t o = 0; o < outputs_.size(); o++) {
         const size_t slot = progress_slot(static_cast<int>(o), r);
@@ -302,8 +347,9 @@ void Outbox::fail(const std::string& err) {
 }
 
 void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out) {
-    if (reader >= readers_.size()) return;
+    if (reader >= kSlots) return;
     std::lock_guard<std::mutex> lock(mu_);
+    if (!ids_[reader]) return;
     fetch_.reset().bind(1, ids_[reader]).bind(2, i64(after));
     while (out.size() < max && fetch_.step()) {
         uint64_t seq = u64(fetch_.int_at(0));
@@ -318,7 +364,7 @@ void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<Outb
 }
 
 void Outbox::delivered(int output, uint16_t reader, uint64_t seq) {
-    if (output < 0 || reader >= readers_.size()) return;
+    if (output < 0 || static_cast<size_t>(output) >= outputs_.size() || reader >= kSlots) return;
     std::lock_guard<std::mutex> lock(mu_);
     uint64_t& at = delivered_[progress_slot(output, reader)];
     at = std::max(at, seq);

@@ -34,15 +34,25 @@ struct OutboxItem {
 class Outbox {
 public:
     struct Options {
-        std::string dir;           // created when missing; holds outbox.db and its lock
-        uint64_t max_bytes = 100u << 20;  // of JSON kept; the database file runs a little larger
-        std::vector<std::string> readers;  // by configuration index
+        std::string dir;                   // created when missing; holds outbox.db and its lock
+        uint64_t max_bytes = 100u << 20;   // of JSON kept; the database file runs a little larger
+        std::vector<std::string> readers;  // by configuration index; a reload adds more with add_reader
         std::vector<std::string> outputs;  // the outputs that deliver from it, e.g. "mqtt", "webhook"
     };
     // Null with err when the directory or database cannot be used, or another
     // uhfd holds it.
     static std::unique_ptr<Outbox> open(const Options& o, std::string& err);
     ~Outbox();
+
+    // Supervisor's thread: a reader added by a reload gets its slot as those of
+    // open do. An earlier reader of the name (removed by a reload) hands its
+    // items and progress over. False when the index is beyond kSlots or taken,
+    // or the database fails.
+    bool add_reader(uint16_t reader, const std::string& name, std::string& err);
+    // The readers' indexes in use are below this; any thread.
+    size_t readers() const { return readers_.load(); }
+    // False for an index without a slot, or one a later reader of its name took over.
+    bool serves(uint16_t reader) const;
 
     // The last seq a reader had given when uhfd last wrote here (0: never).
     uint64_t last_seq(uint16_t reader) const;
@@ -62,8 +72,10 @@ public:
     uint64_t delivered_up_to(int output, uint16_t reader) const;
     // The newest seq written for the reader: what an output may fetch up to.
     uint64_t written_up_to(uint16_t reader) const { return written_[reader].load(); }
-    // Called (on the supervisor's thread) after each commit that wrote items of the reader.
+    // Called (on the supervisor's thread) after each commit that wrote items
+    // of the reader; without one, of any reader.
     void watch(uint16_t reader, std::function<void()> wake);
+    void watch(std::function<void()> wake);
 
     struct Depth {
         uint64_t rows = 0, reads = 0, bytes = 0;
@@ -74,6 +86,9 @@ public:
     uint64_t bytes() const;
 
     static constexpr size_t kRowItems = 1000;
+    // Reader indexes: fixed, so no array moves under the outputs' threads. A
+    // reader a reload adds takes a new index, also when a removed one had its name.
+    static constexpr size_t kSlots = 256;
     static constexpr std::chrono::milliseconds kCommitMs{10}, kTidyMs{200};
 
 private:
@@ -82,27 +97,31 @@ private:
     Outbox() = default;
     bool create(const Options& o, std::string& err);
     bool prepare(std::string& err);
-    bool load(std::string& err);
+    bool load(const std::vector<std::string>& names, std::string& err);
+    bool attach(uint16_t reader, const std::string& name, std::string& err);
+    void take_over(uint16_t reader);
     bool write_staged(std::string& err);
     bool tidy(std::string& err);
     bool drop_oldest(std::string& err);
     void count_dropped(const Row& row);
     void fail(const std::string& err);
-    size_t progress_slot(int output, uint16_t reader) const { return static_cast<size_t>(output) * readers_.size() + reader; }
+    size_t progress_slot(int output, uint16_t reader) const { return static_cast<size_t>(output) * kSlots + reader; }
 
-    std::vector<std::string> readers_, outputs_;
-    std::vector<int64_t> ids_;  // the database's id of each reader
+    std::vector<std::string> outputs_;
+    std::atomic<size_t> readers_{0};
     uint64_t max_bytes_ = 0;
     int lock_fd_ = -1;
 
     mutable std::mutex mu_;  // everything below, and the connection
     SqliteDb db_;
     SqliteStmt insert_, set_seq_, set_cursor_, remove_upto_, oldest_, remove_row_, fetch_, depth_;
-    std::vector<uint64_t> last_seq_;       // given before this start, by reader
-    std::vector<uint64_t> delivered_;      // by progress_slot
-    std::vector<uint64_t> persisted_;      // delivered_ as the database holds it
-    std::vector<uint64_t> removed_upto_;   // by reader: rows up to here are gone
-    std::vector<uint64_t> dropped_;        // reads, by progress_slot
+    SqliteStmt add_name_, find_name_, progress_;
+    std::vector<int64_t> ids_;         // the database's id of each reader, 0: none; changed on the supervisor's thread
+    std::vector<uint64_t> last_seq_;   // given before this start (or the reader's addition), by reader
+    std::vector<uint64_t> delivered_;  // by progress_slot
+    std::vector<uint64_t> persisted_;  // delivered_ as the database holds it
+    std::vector<uint64_t> removed_upto_;  // by reader: rows up to here are gone
+    std::vector<uint64_t> dropped_;       // reads, by progress_slot
     uint64_t bytes_ = 0;
     std::vector<Staged> staged_;
     std::chrono::steady_clock::time_point last_commit_{}, last_tidy_{};
@@ -111,6 +130,7 @@ private:
 
     std::unique_ptr<std::atomic<uint64_t>[]> written_;
     std::vector<std::vector<std::function<void()>>> watchers_;
+    std::vector<std::function<void()>> watch_all_;
 };
 
 }  // namespace uhfd

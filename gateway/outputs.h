@@ -3,20 +3,19 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "llrp_server.h"
-#include "mqtt_out.h"
+#include "mqtt_clients.h"
 #include "outbox.h"
 #include "webhook.h"
 
 namespace uhfd {
 
 struct Outputs {
-    std::unique_ptr<Outbox> outbox;  // null when neither MQTT nor the webhook is configured
-    std::vector<std::unique_ptr<MqttOut>> mqtt;  // one per reader, by index; empty without MQTT
+    std::unique_ptr<Outbox> outbox;     // null when neither MQTT nor the webhook is configured
+    std::unique_ptr<MqttClients> mqtt;  // null without MQTT
     std::unique_ptr<Webhook> webhook;
-    std::unique_ptr<LlrpServer> llrp;  // null when no reader has an LLRP port
+    std::unique_ptr<LlrpServer> llrp;   // null when no reader has an LLRP port
 };
 
 }  // namespace uhfd

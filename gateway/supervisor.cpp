@@ -303,10 +303,13 @@ void Supervisor::gone(Reader& r, const std::string& why, int64_t now, Completion
     if (r.retiring) {
         r.retiring = false;
         set_state(r, r.remove ? LinkState::Stopped : LinkState::Connecting, "");
-        std::lock_guard<std::mutex> lock(mu_);
-        r.removed = r.remove;
-        r.next_try_ms = now;  // a changed reader starts again at once
-        r.backoff.reset();
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            r.removed = r.remove;
+            r.next_try_ms = now;  // a changed reader starts again at once
+            r.backoff.reset();
+        }
+        if (r.removed && on_removed) on_removed(r.conf.name);
         return;
     }
     set_state(r, LinkState::Reconnecting, reason);
@@ -490,10 +493,13 @@ void Supervisor::retire(Reader& r, bool remove, int64_t now) {
     r.remove = remove;
     if (r.fd < 0) {  // between workers: nothing to stop
         if (remove) set_state(r, LinkState::Stopped, "");
-        std::lock_guard<std::mutex> lock(mu_);
-        r.removed = remove;
-        r.next_try_ms = now;
-        r.backoff.reset();
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            r.removed = remove;
+            r.next_try_ms = now;
+            r.backoff.reset();
+        }
+        if (remove && on_removed) on_removed(r.conf.name);
         return;
     }
     std::string m;
@@ -519,6 +525,7 @@ void Supervisor::apply_reconfig(int64_t now, Completions&) {
             retire(r, true, now);
             continue;
         }
+        r.remove = false;  // removed by an earlier reload, and back before its worker stopped
         const bool changed =
             it->uri != r.conf.uri || settings_to_json(it->settings) != settings_to_json(r.conf.settings);
         if (changed) {

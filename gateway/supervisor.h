@@ -76,6 +76,8 @@ public:
 
     // Every state change, with the reason for reconnecting; supervisor's thread.
     std::function<void(const std::string& reader, LinkState state, const std::string& why)> on_state;
+    // A reader a reload removed has stopped, after its last read; supervisor's thread.
+    std::function<void(const std::string& reader)> on_removed;
 
 private:
     struct Reader;

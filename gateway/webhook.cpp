@@ -22,8 +22,8 @@ struct CurlInit {
 
 }  // namespace
 
-Webhook::Webhook(const WebhookConfig& c, size_t readers, Outbox& outbox)
-    : c_(c), outbox_(outbox), output_(outbox.output("webhook")), pending_since_(readers) {}
+Webhook::Webhook(const WebhookConfig& c, Outbox& outbox)
+    : c_(c), outbox_(outbox), output_(outbox.output("webhook")), pending_since_(Outbox::kSlots) {}
 
 Webhook::~Webhook() {
     stop();
@@ -34,7 +34,7 @@ bool Webhook::start(std::string& err) {
     static CurlInit init;  // before any thread: libcurl's global setup is not thread-safe
     curl_ = curl_easy_init();
     if (!curl_ || output_ < 0) return (err = "webhook: cannot start libcurl", false);
-    for (uint16_t r = 0; r < pending_since_.size(); r++) outbox_.watch(r, [this] { wake(); });
+    outbox_.watch([this] { wake(); });
     thread_ = std::thread(&Webhook::run, this);
     return true;
 }
@@ -81,7 +81,8 @@ void Webhook::run() {
         const auto now = Clock::now();
         auto next = now + std::chrono::seconds(1);
         bool failed = false;
-        for (uint16_t r = 0; r < pending_since_.size() && !failed; r++) failed = !serve(r, now, next);
+        const size_t readers = outbox_.readers();
+        for (uint16_t r = 0; r < readers && !failed; r++) failed = !serve(r, now, next);
         if (failed) {
             next = Clock::now() + backoff.next();
             std::unique_lock<std::mutex> lock(mu_);

@@ -3,7 +3,7 @@
 // items a request and at least every batch_ms while any wait. Any 2xx
 // delivers the batch; anything else, or no answer in timeout_ms, is retried
 // after the project's backoff (1 s doubling to 30 s). One thread, one request
-// at a time, the readers in turn.
+// at a time, the readers in turn (those a reload adds too).
 #pragma once
 
 #include <atomic>
@@ -23,7 +23,7 @@ namespace uhfd {
 
 class Webhook {
 public:
-    Webhook(const WebhookConfig& c, size_t readers, Outbox& outbox);
+    Webhook(const WebhookConfig& c, Outbox& outbox);
     ~Webhook();
     bool start(std::string& err);
     void stop();
@@ -42,7 +42,7 @@ private:
     const WebhookConfig c_;
     Outbox& outbox_;
     const int output_;
-    std::vector<std::optional<Clock::time_point>> pending_since_;  // by reader
+    std::vector<std::optional<Clock::time_point>> pending_since_;  // by reader index, the outbox's kSlots
     std::vector<OutboxItem> items_;
     void* curl_ = nullptr;
     std::string said_;

@@ -62,6 +62,7 @@ BROKEN = [
     ("[]", [], "must be a JSON object, not an array"),
     (json.dumps({"readers": [{"name": "a b", "uri": "sim"}]}), [], "readers[0].name: give a name without spaces"),
     (json.dumps({"readers": [READER, READER]}), [], "readers[1].name: a is used twice"),
+    (json.dumps({"readers": [{"name": f"r{i}", "uri": "sim"} for i in range(65)]}), [], "readers: at most 64 readers"),
     (json.dumps({"readers": [{"name": "a"}]}), [], "readers[0].uri: missing"),
     (json.dumps({"readers": [{"name": "sim", "uri": "sim"}]}), ["--sim"], "readers[0].name: sim is the name of --sim's"),
     ('{\n  "readers": [\n    {"näme": "a", x', [], "line 3, column 19: syntax error while parsing object key"),

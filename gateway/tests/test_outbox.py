@@ -1,6 +1,7 @@
 """The outbox behind MQTT and the webhook: every seq arrives across broker and
 uhfd restarts, a full outbox drops the oldest reads and counts them in reads,
-status goes first on every connect, and a webhook that fails is retried."""
+status goes first on every connect, a webhook that fails is retried, and
+readers a reload adds or removes get or lose their outputs."""
 import hashlib
 import hmac
 import http.server
@@ -126,9 +127,12 @@ class Receiver(http.server.ThreadingHTTPServer):
         super().__init__(("127.0.0.1", free_port()), Handler)
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
-    def seqs(self):
+    def items(self, reader=None):
         with self.lock:
-            return {item["seq"] for body, _ in self.accepted for item in json.loads(body)}
+            return [i for body, _ in self.accepted for i in json.loads(body) if reader in (None, i["reader"])]
+
+    def seqs(self, reader=None):
+        return {item["seq"] for item in self.items(reader)}
 
 
 def test_the_webhook_retries_until_accepted_and_signs_every_body(tmp_path):
@@ -144,4 +148,57 @@ def test_the_webhook_retries_until_accepted_and_signs_every_body(tmp_path):
                 assert signature == "sha256=" + hmac.new(b"s3cret", body, hashlib.sha256).hexdigest()
     finally:
         g.proc.stop()
+        receiver.shutdown()
+
+
+def mqtt_items(sub, name):
+    return [i for p in sub.on(f"t/{name}/reads") for i in json.loads(p)] + \
+        [json.loads(p) for p in sub.on(f"t/{name}/events")]
+
+
+def every_seq_once(items):
+    """Seqs from 1 on without a gap, none given to two different reads."""
+    seqs = {i["seq"] for i in items}
+    return len(seqs) > 20 and not missing(seqs) and len({json.dumps(i, sort_keys=True) for i in items}) == len(seqs)
+
+
+def test_a_reload_gives_added_readers_their_outputs_and_removed_ones_say_offline(tmp_path):
+    broker, receiver = Broker(tmp_path), Receiver(failures=0)
+    sub = Subscriber(broker.port)
+    jsonl = tmp_path / "reads.jsonl"  # every seq the hub gives, past the outbox
+    config = {"mqtt": {"host": "127.0.0.1", "port": broker.port, "prefix": "t", "qos": 1, "batch_ms": 50},
+              "webhook": {"url": f"http://127.0.0.1:{receiver.server_address[1]}/", "batch_ms": 50},
+              "jsonl": str(jsonl)}
+
+    def readers(*names):
+        config["readers"] = [{"name": n, "uri": "sim:3"} for n in names]
+        return config
+
+    g = Uhfd(tmp_path, readers("a", "b"))
+
+    def reload(*names):
+        (tmp_path / "uhfd.json").write_text(json.dumps(readers(*names)))
+        g.proc.p.send_signal(signal.SIGHUP)
+
+    def delivered(name):
+        given = [i for i in map(json.loads, jsonl.read_text().splitlines()) if i["reader"] == name]
+        return all(every_seq_once(items) for items in (given, mqtt_items(sub, name), receiver.items(name)))
+
+    try:
+        wait_for(lambda: delivered("b"), 20, "b's reads")
+        reload("a", "c")
+        wait_for(lambda: sub.on("t/b/status")[-1:] == ["offline"], what="b offline")
+        wait_for(lambda: delivered("c"), 20, "c's reads from seq 1 on")
+        with sub.lock:
+            assert next(t for t, _ in sub.messages if t.startswith("t/c/")) == "t/c/status"
+        top = max(i["seq"] for i in mqtt_items(sub, "b"))
+        reload("a", "b")  # back under its name: its seqs go on, not from 1 again
+        wait_for(lambda: max(i["seq"] for i in mqtt_items(sub, "b")) > top + 50 and delivered("b"), 20,
+                 "b's reads again")
+        assert delivered("a")
+        assert metric(g, "uhfd_mqtt_connected", reader="b") == 1 and metric(g, "uhfd_mqtt_connected", reader="c") is None
+        assert g.proc.stop() == 0
+    finally:
+        g.proc.stop()
+        broker.proc.stop()
         receiver.shutdown()

@@ -103,6 +103,33 @@ TEST(Outbox, AFullOutboxDropsTheOldestReadsAndCountsThemPerOutput) {
     EXPECT_EQ(box->last_seq(0), 0u);  // as it was at open
 }
 
+// A reader a reload adds under the name of one it removed goes on with that
+// one's items, counter, progress and counts; the earlier index falls silent.
+TEST(Outbox, AReaderAddedUnderARemovedOnesNameTakesOverItsSlot) {
+    TempDir dir;
+    auto box = open(dir.path, 1500, {"mqtt"});
+    add_run(*box, 1, 1, 10);
+    box->delivered(0, 1, 2);
+    add_run(*box, 1, 11, 20);  // past the bound: 3..10 dropped
+    std::string err;
+    ASSERT_TRUE(box->add_reader(2, "gate", err)) << err;
+    EXPECT_EQ(box->readers(), 3u);
+    EXPECT_EQ(box->last_seq(2), 20u);
+    EXPECT_EQ(box->delivered_up_to(0, 2), 2u);
+    EXPECT_EQ(box->reads_dropped(0, 2), 8u);
+    EXPECT_FALSE(box->serves(1));
+    EXPECT_TRUE(seqs_after(*box, 1, 0).empty());
+    box->add(1, 21, false, item(21));  // the old index takes nothing more
+    add_run(*box, 2, 21, 22);
+    EXPECT_EQ(seqs_after(*box, 2, 19), (std::vector<uint64_t>{20, 21, 22}));
+
+    EXPECT_FALSE(box->add_reader(2, "door", err));  // taken
+    EXPECT_FALSE(box->add_reader(Outbox::kSlots, "door", err));
+    ASSERT_TRUE(box->add_reader(3, "door", err)) << err;
+    EXPECT_EQ(box->last_seq(3), 0u);
+    EXPECT_TRUE(box->serves(3));
+}
+
 TEST(Outbox, OneStateDirectoryServesOneGateway) {
     TempDir dir;
     auto first = open(dir.path, 1 << 20, {"mqtt"});
