@@ -7,16 +7,10 @@
 #include <vector>
 
 #include "llrp_caps.h"
+#include "llrp_test_support.h"
 
 namespace uhfd::llrp {
 namespace {
-
-std::string hex(std::string_view h) {  // "04 0A" -> bytes
-    std::string out;
-    for (size_t i = h.find_first_not_of(' '); i != std::string_view::npos; i = h.find_first_not_of(' ', i + 2))
-        out.push_back(char(std::stoi(std::string(h.substr(i, 2)), nullptr, 16)));
-    return out;
-}
 
 ReaderFacts facts() {
     ReaderFacts f;
