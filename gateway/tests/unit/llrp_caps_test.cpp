@@ -144,7 +144,7 @@ TEST(LlrpCaps, VersionsAnswerAsLlrp101) {
         std::string out;
         Header h;
         ASSERT_TRUE(version_answer(out, Header{version, type, 10, 42}) && frame(out, h) == Frame::Whole) << type;
-        EXPECT_EQ(std::make_tuple(h.version, h.type, h.id), std::make_tuple(uint8_t(1), uint16_t(100), 42u));
+        EXPECT_EQ(std::make_tuple(h.version, h.type, h.id), std::make_tuple(version, uint16_t(100), 42u));
         EXPECT_EQ(status_of(out), M_UnsupportedVersion);
     }
     std::string out;
