@@ -571,7 +571,7 @@ bool version_answer(std::string& out, const Header& h) {
         return false;
     }
     status_message(out, msg::ERROR_MESSAGE, h.id,
-                   message_error(M_UnsupportedVersion, "this reader speaks LLRP 1.0.1 only"));
+                   message_error(M_UnsupportedVersion, "this reader speaks LLRP 1.0.1 only"), h.version);
     return true;
 }
 

@@ -93,9 +93,9 @@ void config_response(std::string& out, uint32_t id, std::string_view body, const
 
 // A 1.0.1 reader's answer to a message outside its version: GET_SUPPORTED_VERSION,
 // SET_PROTOCOL_VERSION, or any message whose header is not version 1, gets
-// an ERROR_MESSAGE with M_UnsupportedVersion, which tells an LLRP 1.1
-// client to fall back to 1.0.1. Appended to out; false (out untouched) for
-// anything else.
+// an ERROR_MESSAGE with M_UnsupportedVersion, in the version the message
+// came in, which tells an LLRP 1.1 client to fall back to 1.0.1. Appended to
+// out; false (out untouched) for anything else.
 bool version_answer(std::string& out, const Header& h);
 
 }  // namespace uhfd::llrp

@@ -368,7 +368,7 @@ void Engine::on_get_access(const Header& h, std::string_view body, int64_t) {
     w.end_message(at);
 }
 
-void Engine::on_get_report(const Header&, std::string_view, int64_t) { flush(true); }
+void Engine::on_get_report(const Header& h, std::string_view, int64_t) { flush(h.id); }
 
 Engine::RoEntry* Engine::rospec(uint32_t id) {
     for (RoEntry& r : ro_)
@@ -508,9 +508,9 @@ void Engine::hold(const TagSeen& t, int64_t now) {
     if (rs.trigger != ROReportSpec::None && rs.n && held_.size() >= rs.n) flush();
 }
 
-void Engine::flush(bool even_empty) {
-    if (held_.size() == 0 && accessed_.empty() && !even_empty) return;
-    write_report(out_, ++msg_id_, content_, held_.tags(), accessed_);
+void Engine::flush(std::optional<uint32_t> reply_to) {
+    if (held_.size() == 0 && accessed_.empty() && !reply_to) return;
+    write_report(out_, reply_to ? *reply_to : ++msg_id_, content_, held_.tags(), accessed_);
     held_.clear();
     accessed_.clear();
     overflowed_ = false;

@@ -145,7 +145,8 @@ private:
     void issue_access();
     void finish_access(size_t at);
 
-    void flush(bool even_empty = false);
+    // reply_to: the GET_REPORT this answers, whose ID the report carries; it is sent even when empty.
+    void flush(std::optional<uint32_t> reply_to = {});
     bool event_on(int type) const { return cfg_.events >> type & 1; }
     void rospec_event(int64_t now, uint8_t type, uint32_t id);
     void exception_event(int64_t now, const std::string& message);

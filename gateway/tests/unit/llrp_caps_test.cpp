@@ -7,16 +7,10 @@
 #include <vector>
 
 #include "llrp_caps.h"
+#include "llrp_test_support.h"
 
 namespace uhfd::llrp {
 namespace {
-
-std::string hex(std::string_view h) {  // "04 0A" -> bytes
-    std::string out;
-    for (size_t i = h.find_first_not_of(' '); i != std::string_view::npos; i = h.find_first_not_of(' ', i + 2))
-        out.push_back(char(std::stoi(std::string(h.substr(i, 2)), nullptr, 16)));
-    return out;
-}
 
 ReaderFacts facts() {
     ReaderFacts f;
@@ -150,7 +144,7 @@ TEST(LlrpCaps, VersionsAnswerAsLlrp101) {
         std::string out;
         Header h;
         ASSERT_TRUE(version_answer(out, Header{version, type, 10, 42}) && frame(out, h) == Frame::Whole) << type;
-        EXPECT_EQ(std::make_tuple(h.version, h.type, h.id), std::make_tuple(uint8_t(1), uint16_t(100), 42u));
+        EXPECT_EQ(std::make_tuple(h.version, h.type, h.id), std::make_tuple(version, uint16_t(100), 42u));
         EXPECT_EQ(status_of(out), M_UnsupportedVersion);
     }
     std::string out;

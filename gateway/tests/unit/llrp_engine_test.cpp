@@ -7,25 +7,12 @@
 #include <vector>
 
 #include "llrp_engine.h"
+#include "llrp_test_support.h"
 
 namespace uhfd::llrp {
 namespace {
 
 using Strings = std::vector<std::string>;
-
-struct FakePort : Port {
-    FakePort() { f.antenna_count = 4, f.power_min_dbm = 10, f.power_max_dbm = 30; }
-    ReaderFacts f;
-    std::vector<std::pair<InventoryPlan, uint32_t>> starts;
-    std::vector<uint32_t> stops;
-    std::vector<std::pair<int, uint32_t>> powers;
-    std::vector<std::pair<AccessRequest, uint32_t>> accesses;
-    ReaderFacts facts() override { return f; }
-    void start_inventory(const InventoryPlan& p, uint32_t t) override { starts.push_back({p, t}); }
-    void stop_inventory(uint32_t t) override { stops.push_back(t); }
-    void set_power(int dbm, uint32_t t) override { powers.push_back({dbm, t}); }
-    void access(const AccessRequest& q, uint32_t t) override { accesses.push_back({q, t}); }
-};
 
 // Fields as bytes; parameters and messages framed by the codec's writer.
 std::string u8(unsigned v) { return std::string(1, char(v)); }
