@@ -87,7 +87,11 @@ ReaderConfig reader_from(const json& j, const std::string& path) {
     r.uri = text(f["uri"], f.path("uri"));
     check_uri(r.uri, f.path("uri"));
     if (f.has("settings")) r.settings = settings_from(f["settings"], f.path("settings"));
-    if (f.has("llrp")) Fields(f["llrp"], f.path("llrp"), {"port"}).get("port", r.llrp_port, 1, 65535);
+    if (f.has("llrp")) {
+        Fields l(f["llrp"], f.path("llrp"), {"port", "antennas"});
+        l.get("port", r.llrp_port, 1, 65535);
+        l.get("antennas", r.llrp_antennas, 1, 16);
+    }
     return r;
 }
 

@@ -24,6 +24,8 @@ struct ReaderConfig {
     std::string uri;  // tcp:HOST[:PORT], serial:PATH[@BAUD], usb, sim[:TAGS]
     ReaderSettings settings;
     int llrp_port = 0;  // this reader's LLRP endpoint; 0: the base port's turn, if any
+    // The antennas the module has, as LLRP tells clients (the library cannot ask it).
+    int llrp_antennas = 4;
 };
 
 // LLRP endpoints: a reader's own port, else the base port plus the reader's

@@ -73,6 +73,7 @@ struct LlrpServer::Endpoint final : llrp::Port {
     LlrpServer& server;
     uint16_t index = 0;
     std::string name;
+    int antennas = 4;
     int listen_fd = -1, client_fd = -1;
     uint64_t generation = 0;  // one per connection: answers for a gone one are dropped
     std::unique_ptr<llrp::Engine> engine;
@@ -113,6 +114,7 @@ struct LlrpServer::Endpoint final : llrp::Port {
         const json info = d.value("info", json::object()), set = d.value("settings", json::object());
         llrp::ReaderFacts f;
         f.name = name;
+        f.antenna_count = antennas;
         f.device_id = info.value("device_id", "");
         f.software = info.value("software", "");
         f.hardware = info.value("hardware", "");
@@ -225,12 +227,13 @@ LlrpServer::LlrpServer(Supervisor& sup) : sup_(sup) {}
 LlrpServer::~LlrpServer() { stop(); }
 
 bool LlrpServer::start(const std::string& bind, const std::vector<int>& ports, const std::vector<std::string>& names,
-                       std::string& err) {
+                       const std::vector<int>& antennas, std::string& err) {
     for (size_t i = 0; i < ports.size() && i < names.size(); i++) {
         endpoints_.emplace_back();
         if (ports[i] == 0) continue;
         ListenAddress a;
         auto e = std::make_unique<Endpoint>(*this, static_cast<uint16_t>(i), names[i]);
+        if (i < antennas.size()) e->antennas = antennas[i];
         if (!resolve_listen(bind, ports[i], a, err) || (e->listen_fd = listen_on(a, err)) < 0) {
             stop();
             return false;

@@ -23,10 +23,11 @@ class LlrpServer {
 public:
     explicit LlrpServer(Supervisor& sup);
     ~LlrpServer();
-    // ports by reader index (0: no endpoint), names the readers'. False with
-    // "cannot listen on ADDR:PORT: why" when a port cannot be had.
+    // ports by reader index (0: no endpoint), the readers' names and their
+    // modules' antenna counts. False with "cannot listen on ADDR:PORT: why"
+    // when a port cannot be had.
     bool start(const std::string& bind, const std::vector<int>& ports, const std::vector<std::string>& names,
-               std::string& err);
+               const std::vector<int>& antennas, std::string& err);
     void stop();
 
     // The supervisor's thread: every read, and every change of a reader's link.

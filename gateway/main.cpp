@@ -212,7 +212,9 @@ int main(int argc, char** argv) {
     }
     if (std::any_of(llrp_at.begin(), llrp_at.end(), [](int p) { return p != 0; })) {
         outputs.llrp = std::make_unique<LlrpServer>(sup);
-        if (!outputs.llrp->start(c.llrp.bind, llrp_at, names, err)) {
+        std::vector<int> antennas;
+        for (const ReaderConfig& r : c.readers) antennas.push_back(r.llrp_antennas);
+        if (!outputs.llrp->start(c.llrp.bind, llrp_at, names, antennas, err)) {
             std::fprintf(stderr, "uhfd: %s\n", err.c_str());
             return 2;
         }

@@ -26,6 +26,7 @@ BROKEN = [
     (conf(mqtt={"hots": "x"}), [], "mqtt.hots: unknown key (known: host, port, prefix, qos, user, password,"),
     (json.dumps({"readers": [{**READER, "url": "sim"}]}), [], "readers[0].url: unknown key (known: name, uri, settings, llrp)"),
     (json.dumps({"readers": [{**READER, "llrp": {"port": 0}}]}), [], "readers[0].llrp.port: must be 1..65535"),
+    (json.dumps({"readers": [{**READER, "llrp": {"antennas": 17}}]}), [], "readers[0].llrp.antennas: must be 1..16"),
     (json.dumps({"readers": [{**READER, "llrp": {"port": 5085}}, {"name": "b", "uri": "sim", "llrp": {"port": 5085}}]}),
      [], "llrp: port 5085 is both a's and b's LLRP port"),
     (json.dumps({"readers": [READER, {"name": "b", "uri": "sim"}], "llrp": {"port": 65535}}), [],
