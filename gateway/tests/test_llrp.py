@@ -52,7 +52,7 @@ def rig(tmp_path, request):
     d.llrp = llrp_port
     wait_for(lambda: d.json("/api/v1/readers/r1").get("state") == "running", 20, "the reader to run")
     yield d
-    d.proc.stop()
+    assert d.proc.stop() == 0, "uhfd did not stop cleanly"
     sim.stop()
 
 
