@@ -80,10 +80,14 @@ def test_a_full_outbox_drops_the_oldest_reads_counted_in_reads_and_status_goes_f
         wait_for(lambda: metric(g, "uhfd_mqtt_connected", reader="dock") == 1, 45, "the broker again")
         wait_for(lambda: sub.on("t/dock/status")[-1:] == ["running"], 20, "the status again")
         assert broker.published("uhfd-")[0] == "t/dock/status"  # before the backlog
-        # Reads stop coming, so the count settles: every seq arrived or was counted dropped.
+        # Reads stop coming, so the count settles: every seq that never arrived
+        # was counted dropped. A read dropped while in flight to the broker is
+        # counted and may still arrive: at most the window of 32 batches of 50.
         assert inventory("stop")[0] == 200
         wait_for(lambda: metric(g, "uhfd_outbox_rows", reader="dock", output="mqtt") == 0, 30, "the backlog sent")
-        wait_for(lambda: dropped() == len(missing(sub.seqs("t/dock/"))), 20, "every read delivered or counted")
+        wait_for(lambda: len(missing(sub.seqs("t/dock/"))) <= dropped(), 20, "every read delivered or counted")
+        gaps = len(missing(sub.seqs("t/dock/")))
+        assert dropped() <= gaps + 32 * 50, (gaps, dropped())
     finally:
         g.proc.stop()
         broker.proc.stop()
