@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "llrp_specs.h"
+#include "llrp_programs.h"
 
 namespace uhfd::llrp {
 

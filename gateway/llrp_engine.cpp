@@ -6,6 +6,16 @@ namespace uhfd::llrp {
 
 namespace {
 
+// GET_ROSPECS / GET_ACCESSSPECS: Success, then every one held, as added.
+template <typename Entries, typename WriteOne>
+void write_listing(std::string& out, uint16_t type, uint32_t id, const Entries& all, WriteOne write_one) {
+    Writer w(out);
+    const size_t at = w.begin_message(type, id);
+    write_status(w, {});
+    for (const auto& e : all) write_one(w, e);
+    w.end_message(at);
+}
+
 // EventNotificationState types.
 constexpr int kROSpecEvent = 2, kExceptionEvent = 4, kAISpecEvent = 6;
 
@@ -234,7 +244,7 @@ void Engine::on_add_rospec(const Header& h, std::string_view body, int64_t) {
     Error e = one_param(body, param::ROSpec, "ROSpec", p);
     if (!e) e = parse_rospec(p.body, 0, facts_ = port_.facts(), s);
     if (!e && rospec(s.id)) e = field_error(A_Invalid, param::ROSpec, 0, "ROSpec " + std::to_string(s.id) + " exists");
-    if (!e && ro_.size() >= kMaxROSpecs) e = message_error(M_OverflowParameter, "the reader holds 8 ROSpecs at most");
+    if (!e && ro_.size() >= kMaxROSpecs) e = message_error(M_OverflowParameter, "the reader holds " + std::to_string(kMaxROSpecs) + " ROSpecs at most");
     if (!e) {
         ro_.push_back({std::move(s)});
         cfg_.state_value++;
@@ -322,11 +332,7 @@ Error Engine::delete_rospec(uint32_t id, int64_t now) {
 
 void Engine::on_get_rospecs(const Header& h, std::string_view body, int64_t) {
     if (Error e = empty_body(body)) return answer(msg::GET_ROSPECS_RESPONSE, h.id, e);
-    Writer w(out_);
-    size_t at = w.begin_message(msg::GET_ROSPECS_RESPONSE, h.id);
-    write_status(w, {});
-    for (const RoEntry& r : ro_) write_rospec(w, r.s);
-    w.end_message(at);
+    write_listing(out_, msg::GET_ROSPECS_RESPONSE, h.id, ro_, [](Writer& w, const RoEntry& r) { write_rospec(w, r.s); });
 }
 
 void Engine::on_add_access(const Header& h, std::string_view body, int64_t) {
@@ -337,7 +343,7 @@ void Engine::on_add_access(const Header& h, std::string_view body, int64_t) {
     if (!e && access_spec(s.id))
         e = field_error(A_Invalid, param::AccessSpec, 0, "AccessSpec " + std::to_string(s.id) + " exists");
     if (!e && access_.size() >= kMaxAccessSpecs)
-        e = message_error(M_OverflowParameter, "the reader holds 8 AccessSpecs at most");
+        e = message_error(M_OverflowParameter, "the reader holds " + std::to_string(kMaxAccessSpecs) + " AccessSpecs at most");
     if (!e) {
         access_.push_back({std::move(s)});
         cfg_.state_value++;
@@ -351,7 +357,7 @@ void Engine::on_access_op(const Header& h, std::string_view body, int64_t) {
     if (!e && id != 0 && !access_spec(id)) e = no_spec("AccessSpec", id);
     if (!e) {
         auto hit = [&](const AccEntry& a) { return id == 0 || a.s.id == id; };
-        if (acc_.token && (id == 0 || acc_.spec == id) && h.type != msg::ENABLE_ACCESSSPEC) acc_ = {};
+        if (acc_.token && (id == 0 || acc_.access_id == id) && h.type != msg::ENABLE_ACCESSSPEC) acc_ = {};
         if (h.type == msg::DELETE_ACCESSSPEC && std::erase_if(access_, hit)) cfg_.state_value++;
         for (AccEntry& a : access_)
             if (hit(a)) a.s.active = h.type == msg::ENABLE_ACCESSSPEC;
@@ -361,11 +367,8 @@ void Engine::on_access_op(const Header& h, std::string_view body, int64_t) {
 
 void Engine::on_get_access(const Header& h, std::string_view body, int64_t) {
     if (Error e = empty_body(body)) return answer(msg::GET_ACCESSSPECS_RESPONSE, h.id, e);
-    Writer w(out_);
-    size_t at = w.begin_message(msg::GET_ACCESSSPECS_RESPONSE, h.id);
-    write_status(w, {});
-    for (const AccEntry& a : access_) write_accessspec(w, a.s);
-    w.end_message(at);
+    write_listing(out_, msg::GET_ACCESSSPECS_RESPONSE, h.id, access_,
+                  [](Writer& w, const AccEntry& a) { write_accessspec(w, a.s); });
 }
 
 void Engine::on_get_report(const Header& h, std::string_view, int64_t) { flush(h.id); }
@@ -524,7 +527,7 @@ void Engine::maybe_access(const TagSeen& t) {
             !matches(s, t.pc, t.epc.data(), t.epc_len))
             continue;
         acc_ = Access{};
-        acc_.spec = s.id;
+        acc_.access_id = s.id;
         acc_.tag.tag = t;
         acc_.tag.tag.access_spec_id = s.id;
         return issue_access();
@@ -532,7 +535,7 @@ void Engine::maybe_access(const TagSeen& t) {
 }
 
 void Engine::issue_access() {
-    AccessRequest q = access_spec(acc_.spec)->s.ops[acc_.op].req;
+    AccessRequest q = access_spec(acc_.access_id)->s.ops[acc_.op].req;
     const TagSeen& t = acc_.tag.tag;
     q.epc.assign(t.epc.begin(), t.epc.begin() + t.epc_len);
     acc_.token = ++token_;
@@ -541,7 +544,7 @@ void Engine::issue_access() {
 
 void Engine::access_done(uint32_t token, const AccessResult& r, int64_t) {
     if (gone_ || !acc_.token || token != acc_.token) return;
-    AccEntry* a = access_spec(acc_.spec);
+    AccEntry* a = access_spec(acc_.access_id);
     const OpSpec& op = a->s.ops[acc_.op];
     acc_.tag.results.push_back(op_result(op.req.kind, op.id, r, op.req.word_count));
     if (r.code == AccessResult::Ok && ++acc_.op < a->s.ops.size()) return issue_access();

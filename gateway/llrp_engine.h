@@ -26,7 +26,7 @@
 //   ENABLE_EVENTS_AND_REPORTS has nothing to release.
 // - AccessSpecs run on reads while a ROSpec is active, one access at a time:
 //   a read that comes while one is in flight is reported but not accessed.
-//   Each execution (all its op specs up to the first failure) counts towards
+//   Each execution (all its OpSpecs up to the first failure) counts towards
 //   the operation count; at the count the AccessSpec is deleted. An access in
 //   flight when its ROSpec ends, or its AccessSpec goes, is dropped.
 // - A lost reader link ends the active ROSpec (report, ReaderExceptionEvent,
@@ -45,7 +45,7 @@
 #include "llrp_codec.h"
 #include "llrp_port.h"
 #include "llrp_report.h"
-#include "llrp_specs.h"
+#include "llrp_programs.h"
 
 namespace uhfd::llrp {
 
@@ -92,7 +92,7 @@ private:
     };
     struct Access {          // the access in flight
         uint32_t token = 0;  // 0: none
-        uint32_t spec = 0;
+        uint32_t access_id = 0;  // the AccessSpec it runs
         size_t op = 0;
         AccessedTag tag;
     };

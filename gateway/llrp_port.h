@@ -60,7 +60,7 @@ struct AccessRequest {
 };
 
 struct AccessResult {
-    // Why it failed, as LLRP's op-spec result codes see it: the engine maps
+    // Why it failed, as LLRP's OpSpecResult codes see it: the engine maps
     // these to the C1G2 result of the op it ran.
     enum Code : uint8_t { Ok, NoResponse, InsufficientPower, Locked, MemoryOverrun, OtherError } code = Ok;
     std::vector<uint8_t> data;  // Read: the words read, big-endian byte pairs

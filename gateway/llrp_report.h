@@ -28,7 +28,7 @@ struct TagSeen {
     uint32_t count = 1;
 };
 
-// One op spec's outcome, as its C1G2 OpSpecResult parameter says it.
+// One OpSpec's outcome, as its C1G2 OpSpecResult parameter says it.
 struct OpResult {
     uint16_t type = 0;  // param::C1G2ReadOpSpecResult, C1G2WriteOpSpecResult or C1G2LockOpSpecResult
     uint8_t result = 0;

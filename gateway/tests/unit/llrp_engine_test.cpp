@@ -160,7 +160,7 @@ std::vector<Tag> tags(std::string_view report) {
                 case param::LastSeenTimestampUTC: t.last = r.u64(); break;
                 case param::TagSeenCount: t.count = r.u16(); break;
                 case param::AccessSpecID: t.access = r.u32(); break;
-                default:  // an op spec result: its type, result and OpSpecID, then the words written or read
+                default:  // an OpSpec result: its type, result and OpSpecID, then the words written or read
                     std::string op = std::to_string(q.type) + " " + std::to_string(r.u8());
                     op += " " + std::to_string(r.u16()) + " ";
                     if (q.type == param::C1G2WriteOpSpecResult) op += std::to_string(r.u16());
@@ -202,7 +202,7 @@ struct Rig {
         for (std::string& x : out()) s.push_back(x);
         return s;
     }
-    std::vector<std::string_view> listed(uint16_t get) {  // the specs GET_ROSPECS / GET_ACCESSSPECS gives
+    std::vector<std::string_view> listed(uint16_t get) {  // the ROSpecs or AccessSpecs GET_ROSPECS / GET_ACCESSSPECS gives
         send(message(get));
         std::vector<std::string_view> v;
         Params ps(msgs.at(0));
@@ -247,7 +247,7 @@ TEST(LlrpEngine, EachRequestGetsItsResponseAndARefusalChangesNothing) {
         {with_id(msg::STOP_ROSPEC, 5), said(msg::STOP_ROSPEC_RESPONSE, M_FieldError)},    // not active
         {with_id(msg::DISABLE_ROSPEC, 0), said(msg::DISABLE_ROSPEC_RESPONSE)},
         {with_id(msg::ENABLE_ROSPEC, 9), said(msg::ENABLE_ROSPEC_RESPONSE, M_FieldError)},
-        {add(AS{}), refused(ADD_AS, param::AccessCommand, P_MissingParameter)},                      // no op spec
+        {add(AS{}), refused(ADD_AS, param::AccessCommand, P_MissingParameter)},                      // no OpSpec
         {add(AS{.id = 5, .ops = read_op(1, 2)}), refused(ADD_AS, param::AccessSpec, P_FieldError)},  // exists
         {with_id(msg::ENABLE_ACCESSSPEC, 5), said(msg::ENABLE_ACCESSSPEC_RESPONSE)},
         {with_id(msg::DELETE_ACCESSSPEC, 9), said(msg::DELETE_ACCESSSPEC_RESPONSE, M_FieldError)},
@@ -414,7 +414,7 @@ TEST(LlrpEngine, AccessRunsOpSpecsOnMatchingTagsAndReportsTheirResults) {
     rig.read(2);
     EXPECT_EQ(rig.port.accesses.size(), 2u);
 
-    Rig fail;  // a lock that fails: the read after it is not run, and without a count the spec stays
+    Rig fail;  // a lock that fails: the read after it is not run, and without a count the AccessSpec stays
     fail.active(RO{});
     fail.send(add(AS{.ops = lock_op({{0, 2}, {1, 1}, {2, 4}, {3, 0}}) + read_op(1, 2)}));
     fail.send(with_id(msg::ENABLE_ACCESSSPEC, 0));

@@ -79,7 +79,7 @@ TEST(LlrpGolden, EachMessageAsTheStandardLaysItOut) {
         {"GET_READER_CAPABILITIES", Send, "0401 0000000B 00000011 02",  // RequestedData: LLRPCapabilities
          "040B 0000002E 00000011" + kOk +
              " 008E 001C 00 07 0000"        // LLRPCapabilities: no options, priorities to 7, no timeout
-             " 00000008 00000008 00000001"  // ROSpecs, specs per ROSpec, InventoryParameterSpecs per AISpec
+             " 00000008 00000008 00000001"  // ROSpecs, AISpecs per ROSpec, InventoryParameterSpecs per AISpec
              " 00000008 00000008"},         // AccessSpecs, OpSpecs per AccessSpec
         {"SET_READER_CONFIG", Send,
          "0403 00000014 00000012 00"  // no reset

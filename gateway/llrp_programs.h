@@ -5,8 +5,8 @@
 // naming the parameter: RFSurveySpec, LoopSpec, GPI triggers, tag-observation
 // triggers other than "N tags", several InventoryParameterSpecs in an AISpec,
 // antennas asking different settings of the one radio, ClientRequestOpSpec,
-// the C1G2 op specs other than Read, Write and Lock, TagSpec masks on banks
-// other than EPC, and Custom parameters anywhere in a spec.
+// the C1G2 OpSpecs other than Read, Write and Lock, TagSpec masks on banks
+// other than EPC, and Custom parameters anywhere in a ROSpec or AccessSpec.
 #pragma once
 
 #include <cstdint>

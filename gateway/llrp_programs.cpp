@@ -1,4 +1,4 @@
-#include "llrp_specs.h"
+#include "llrp_programs.h"
 
 #include <algorithm>
 #include <tuple>
@@ -385,7 +385,7 @@ Error parse_command(std::string_view b, int depth, AccessSpec& s) {
             e = parse_tagspec(p.body, depth + 1, s);
         } else if (p.type == param::C1G2Read || p.type == param::C1G2Write || p.type == param::C1G2Lock) {
             if (s.ops.size() == kMaxOpSpecsPerAccessSpec)
-                return param_error(P_OverflowParameter, p.type, "too many op specs in one AccessSpec");
+                return param_error(P_OverflowParameter, p.type, "too many OpSpecs in one AccessSpec");
             s.ops.emplace_back();
             e = parse_op(p, depth + 1, s.ops.back());
         } else {
@@ -395,7 +395,7 @@ Error parse_command(std::string_view b, int depth, AccessSpec& s) {
     }
     if (!ps.ok()) return ps.error();
     if (!tagspec) return missing(param::AccessCommand, param::C1G2TagSpec);
-    return s.ops.empty() ? param_error(P_MissingParameter, param::AccessCommand, "AccessCommand has no op spec")
+    return s.ops.empty() ? param_error(P_MissingParameter, param::AccessCommand, "AccessCommand has no OpSpec")
                          : Error{};
 }
 
