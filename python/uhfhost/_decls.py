@@ -170,6 +170,7 @@ DECLS = {
     'UHF_ReadQTDataSingle': ('c_int', ('c_void_p', 'c_uint8', 'c_int', 'c_uint8', 'c_void_p', 'c_void_p', 'c_void_p'), False),
     'UHF_ReadQTData_Ex': ('c_int', ('c_void_p', 'c_uint8', 'c_int', 'c_int', 'c_void_p', 'c_uint8', 'c_int', 'c_uint8', 'c_void_p'), False),
     'UHF_SetQTPara': ('c_int', ('c_uint8',), False),
+    'UHF_SetReceiveHold': ('c_uint', ('c_uint',), False),
     'UHF_Set_Param': ('c_int', ('c_uint8', 'c_void_p', 'c_void_p'), False),
     'UHF_Set_RFLink': ('c_int', ('c_uint8',), False),
     'UHF_Upgrade': ('c_int', ('c_void_p', 'c_ushort'), False),

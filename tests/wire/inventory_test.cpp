@@ -114,3 +114,36 @@ TEST_F(Inventory, StartReturnsWithTheQueueAlreadyEmptied) {
     EXPECT_EQ(UHF_GetReceived_EX(&len, out), -1);
     EXPECT_EQ(UHFStopGet(), 0);
 }
+
+// With a hold the receive thread takes a steady stream in a few large reads
+// instead of one per report, and loses none of it. Load on the machine only
+// makes the groups larger, so the bound cannot fail for it.
+TEST_F(Inventory, AHeldStreamArrivesWholeInFewGroups) {
+    EXPECT_EQ(UHF_SetReceiveHold(20000), 0u);
+    EXPECT_EQ(UHF_SetReceiveHold(1000000), 20000u);
+    EXPECT_EQ(UHF_SetReceiveHold(20000), 50000u);  // the cap
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    constexpr int kReports = 200;
+    std::thread feed([this] {
+        for (int i = 0; i < kReports; i++) {
+            reader.push(frame(0x83, report(uint8_t(i))));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    int got = 0, groups = 0;
+    for (auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+         got < kReports && std::chrono::steady_clock::now() < end;) {
+        uint8_t out[512];
+        int len = 0, n = 0;
+        for (; UHF_GetReceived_EX(&len, out) == 0; n++) EXPECT_EQ(out[6], uint8_t(got + n));
+        got += n;
+        groups += n > 0;
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+    feed.join();
+    EXPECT_EQ(got, kReports);
+    EXPECT_LE(groups, 40);  // about one per 20 ms; one per report without the hold
+    EXPECT_EQ(UHFStopGet(), 0);
+    EXPECT_EQ(UHF_SetReceiveHold(0), 20000u);
+}

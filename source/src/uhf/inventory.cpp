@@ -197,22 +197,44 @@ StreamRead read_stream(int index, uint8_t* buf, size_t cap, size_t& held) {
 // poll. The run goes on while each such read brings two frames or more (a
 // wake-up saved); otherwise it is back to poll, which reads a report the
 // moment it arrives, so a slower line sees no added latency.
+// An application that asked for a hold (UHF_SetReceiveHold) pauses that
+// long after every read that brought data, for as long as reads bring data.
 constexpr useconds_t kGatherUs = 500;
+constexpr unsigned kMaxHoldUs = 50000;
+unsigned g_hold_us = 0;
 
 struct Gatherer {
     uint64_t last_read_ns = 0;
     bool gathering = false;
 
-    // After a read that brought data: pause before the next one?
-    bool pause_after(const StreamRead& r) {
+    // After a read that brought data: how long to pause before the next
+    // one (0: none, back to poll).
+    useconds_t pause_after(const StreamRead& r) {
+        const unsigned hold = __atomic_load_n(&g_hold_us, __ATOMIC_RELAXED);
+        if (hold > 0) return gathering = true, hold;
         timespec ts;
         clock_gettime(CLOCK_MONOTONIC, &ts);
         uint64_t now = static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
         gathering = gathering ? r.frames >= 2 : now - last_read_ns < kGatherUs * 1000u;
         last_read_ns = now;
-        return gathering;
+        return gathering ? kGatherUs : 0;
     }
 };
+
+// A pause that a stop cuts short.
+void pause_for(int index, useconds_t us) {
+    if (us <= kGatherUs || !g_wake_made[index]) {
+        usleep(us);
+        return;
+    }
+    pollfd stop{g_wake[index], POLLIN, 0};
+    const timespec limit{0, static_cast<long>(us) * 1000};
+    if (ppoll(&stop, 1, &limit, nullptr) > 0) {
+        uint64_t count;
+        ssize_t n = read(g_wake[index], &count, sizeof count);
+        (void)n;
+    }
+}
 
 // A peer that hung up, or a read error other than "nothing yet".
 bool link_lost(int n) { return n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR); }
@@ -233,8 +255,9 @@ bool read_burst(int index, unsigned generation, uint8_t* buf, size_t cap, size_t
             return !(after_poll && link_lost(r.got));
         }
         if (!r.filled) {
-            if (!gather.pause_after(r)) return true;
-            usleep(kGatherUs);
+            const useconds_t pause = gather.pause_after(r);
+            if (pause == 0) return true;
+            pause_for(index, pause);
         }
         if (!should_run(index, generation)) return true;
     }
@@ -297,6 +320,10 @@ void* Uhf_GetR2000UartData(void* arg) {
         }
     }
     return nullptr;
+}
+
+unsigned UHF_SetReceiveHold(unsigned microseconds) {
+    return __atomic_exchange_n(&g_hold_us, microseconds < kMaxHoldUs ? microseconds : kMaxHoldUs, __ATOMIC_RELAXED);
 }
 
 int uhf::inventory_threads(int index) { return slot_ok(index) ? threads_alive(index) : 0; }
