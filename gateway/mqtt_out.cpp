@@ -2,7 +2,6 @@
 
 #include <mosquitto.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,98 +26,107 @@ constexpr auto kGoodbyeWait = std::chrono::seconds(2);
 
 std::string error_text(int rc) { return rc == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(rc); }
 
-int ms_until(std::chrono::steady_clock::time_point now, std::chrono::steady_clock::time_point when) {
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(when - now).count();
-    return static_cast<int>(std::clamp<int64_t>(ms, 0, 1000));
-}
-
 }  // namespace
 
-MqttOut::MqttOut(const MqttConfig& c, const std::string& reader, uint16_t index, Outbox& outbox)
-    : c_(c), base_(c.prefix + "/" + reader + "/"), index_(index), outbox_(outbox), output_(outbox.output("mqtt")) {}
+// A batch waits at most batch_ms, until the next multiple of it on the clock:
+// every reader's batches fall due together, and one wake-up of the loop
+// publishes them all.
+MqttOut::Clock::time_point MqttOut::batch_due(Clock::time_point now) const {
+    const auto step = std::chrono::duration_cast<Clock::duration>(std::chrono::milliseconds(c_.batch_ms));
+    if (step.count() <= 0) return now;
+    return Clock::time_point((now.time_since_epoch() / step + 1) * step);
+}
+
+MqttOut::MqttOut(const MqttConfig& c, const std::string& reader, uint16_t index, Outbox& outbox, int stop_fd)
+    : c_(c),
+      reader_(reader),
+      base_(c.prefix + "/" + reader + "/"),
+      index_(index),
+      outbox_(outbox),
+      output_(outbox.output("mqtt")),
+      stop_fd_(stop_fd) {
+    static LibInit init;
+}
 
 MqttOut::~MqttOut() {
-    stop();
-    if (wake_fd_ >= 0) close(wake_fd_);
-}
-
-bool MqttOut::start(std::string& err) {
-    static LibInit init;
-    wake_fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake_fd_ < 0 || output_ < 0) return (err = "mqtt: cannot start the client", false);
-    outbox_.watch(index_, [this] { wake(); });  // new rows end the wait
-    thread_ = std::thread(&MqttOut::run, this);
-    return true;
-}
-
-void MqttOut::end() {
-    stop_ = true;
-    wake();
-}
-
-void MqttOut::stop() {
-    if (!thread_.joinable()) return;
-    end();
-    thread_.join();
+    if (m_) mosquitto_destroy(m_);
 }
 
 void MqttOut::status(const std::string& state) {
-    {
-        std::lock_guard<std::mutex> lock(mu_);
-        status_ = state;
-        status_due_ = true;
-    }
-    wake();
-}
-
-void MqttOut::wake() {
-    const uint64_t one = 1;
-    (void)!write(wake_fd_, &one, sizeof one);
+    std::lock_guard<std::mutex> lock(mu_);
+    status_ = state;
+    status_due_ = true;
 }
 
 void MqttOut::say(const std::string& what) {
     if (what == said_) return;  // a broker that stays away is said once
     said_ = what;
     const std::string broker = c_.host + ":" + std::to_string(c_.port);
-    const std::string_view reader =
-        std::string_view(base_).substr(c_.prefix.size() + 1, base_.size() - c_.prefix.size() - 2);
     if (what == "connected")
-        oplog(Level::Info, reader, "broker", {{"state", "connected"}, {"broker", broker}});
+        oplog(Level::Info, reader_, "broker", {{"state", "connected"}, {"broker", broker}});
     else
-        oplog(Level::Warn, reader, "broker", {{"state", "disconnected"}, {"broker", broker}, {"reason", what}});
+        oplog(Level::Warn, reader_, "broker", {{"state", "disconnected"}, {"broker", broker}, {"reason", what}});
 }
 
-void MqttOut::run() {
-    while (!stop_) {
-        const auto now = Clock::now();
-        if (!m_) {
-            if (now < next_try_) {
-                sleep_until(next_try_);
-                continue;
-            }
-            open_client(now);
-            continue;
-        }
-        if (!serve(timeout_ms(now))) {
-            lose(why_);
-            continue;
-        }
-        const auto after = Clock::now();
-        if (connecting_ && after - connect_started_ > kAckWait) {
-            lose("the broker did not answer the connect");
-        } else if (connected_ && !flights_.empty() && after - flights_.front().sent > kAckWait) {
-            lose("the broker acknowledged nothing for " + std::to_string(kAckWait.count()) + " s");
-        } else if (connected_) {
-            publish_status(after);
-            publish_pending(after);
-            if (failed_) lose(why_);
-        }
+void MqttOut::arm(Clock::time_point now, pollfd& p, Clock::time_point& next) const {
+    p = {-1, 0, 0};
+    if (finished_) return;
+    const int fd = m_ ? mosquitto_socket(m_) : -1;
+    if (ending_ && !goodbye_since_) {
+        next = now;  // the goodbye starts at once
+        return;
     }
-    say_goodbye();
+    if (!m_) {
+        next = std::min(next, next_try_);
+        return;
+    }
+    if (fd < 0) {
+        next = now;  // step finds the connection gone
+        return;
+    }
+    p = {fd, static_cast<short>(POLLIN | (mosquitto_want_write(m_) ? POLLOUT : 0)), 0};
+    if (connecting_) next = std::min(next, connect_started_ + kAckWait);
+    if (!flights_.empty()) next = std::min(next, flights_.front().sent + kAckWait);
+    if (batch_due_ && flights_.size() < kWindow) next = std::min(next, *batch_due_);
+    if (goodbye_since_) next = std::min(next, *goodbye_since_ + kGoodbyeWait);
+}
+
+void MqttOut::step(short revents) {
+    if (finished_) return;
+    const auto now = Clock::now();
+    if (!m_) {
+        if (ending_) return finish();
+        if (now >= next_try_) open_client(now);
+        return;
+    }
+    if (!serve(revents)) {
+        lose(why_);
+        if (ending_) finish();
+        return;
+    }
+    const auto after = Clock::now();
+    if (goodbye_since_) {
+        if (flights_.empty() || after - *goodbye_since_ >= kGoodbyeWait) finish();
+    } else if (connecting_ && after - connect_started_ > kAckWait) {
+        lose("the broker did not answer the connect");
+    } else if (connected_ && !flights_.empty() && after - flights_.front().sent > kAckWait) {
+        lose("the broker acknowledged nothing for " + std::to_string(kAckWait.count()) + " s");
+    } else if (connected_ && ending_) {
+        publish_status(after);
+        publish(base_ + "status", "offline", true, 0, after);
+        goodbye_since_ = after;
+    } else if (connected_) {
+        publish_status(after);
+        publish_pending(after);
+        if (failed_) lose(why_);
+    }
+    if (ending_ && (!m_ || !connected_ || failed_)) finish();
 }
 
 // A fresh client for every connection: nothing of a lost one (its queue, its
-// messages in flight) is carried over; the outbox has all of it.
+// messages in flight) is carried over; the outbox has all of it. The probe
+// before the connect holds the loop (every client's) for up to kAckWait when
+// the broker's host drops packets; all clients go to that one broker.
 void MqttOut::open_client(Clock::time_point now) {
     const std::string id = "uhfd-" + std::to_string(getpid()) + "-" + base_;
     m_ = mosquitto_new(id.c_str(), true, this);
@@ -147,7 +155,7 @@ void MqttOut::open_client(Clock::time_point now) {
     why_.clear();
     std::string why;
     const int limit_ms = static_cast<int>(std::chrono::milliseconds(kAckWait).count());
-    if (!tcp_answers(c_.host, c_.port, limit_ms, wake_fd_, why)) return lose("cannot connect: " + why);
+    if (!tcp_answers(c_.host, c_.port, limit_ms, stop_fd_, why)) return lose("cannot connect: " + why);
     const int rc = mosquitto_connect(m_, c_.host.c_str(), c_.port, kKeepAliveSeconds);
     if (rc != MOSQ_ERR_SUCCESS) return lose("cannot connect: " + error_text(rc));
     connecting_ = true;  // until the broker's CONNACK
@@ -160,46 +168,34 @@ void MqttOut::lose(const std::string& why) {
     if (m_) mosquitto_destroy(m_);
     m_ = nullptr;
     flights_.clear();
-    pending_since_.reset();
+    batch_due_.reset();
     next_try_ = Clock::now() + backoff_.next();
-    if (!stop_) say(why + "; trying again");
+    if (!ending_) say(why + "; trying again");
 }
 
-void MqttOut::sleep_until(Clock::time_point when) {
-    pollfd p{wake_fd_, POLLIN, 0};
-    if (poll(&p, 1, ms_until(Clock::now(), when)) > 0) {
-        uint64_t n;
-        (void)!read(wake_fd_, &n, sizeof n);
+void MqttOut::finish() {
+    if (m_) {
+        if (connected_) {
+            mosquitto_disconnect(m_);
+            mosquitto_loop_write(m_, 1);
+        }
+        mosquitto_destroy(m_);
+        m_ = nullptr;
     }
+    connected_ = false;
+    finished_ = true;
 }
 
-// One wait on the socket and the wake-up, then whatever libmosquitto has to
-// read, write or keep alive; its callbacks run here, on this thread.
-bool MqttOut::serve(int timeout) {
-    const int fd = mosquitto_socket(m_);
-    if (fd < 0) return (why_ = why_.empty() ? "the connection closed" : why_, false);
-    const short events = POLLIN | (mosquitto_want_write(m_) ? POLLOUT : 0);
-    pollfd p[2] = {{fd, events, 0}, {wake_fd_, POLLIN, 0}};
-    if (poll(p, 2, timeout) < 0 && errno != EINTR) return (why_ = std::strerror(errno), false);
-    if (p[1].revents) {
-        uint64_t n;
-        (void)!read(wake_fd_, &n, sizeof n);
-    }
+// Whatever libmosquitto has to read, write or keep alive after the wait; its
+// callbacks run here, on the loop's thread.
+bool MqttOut::serve(short revents) {
+    if (mosquitto_socket(m_) < 0) return (why_ = why_.empty() ? "the connection closed" : why_, false);
     int rc = MOSQ_ERR_SUCCESS;
-    if (p[0].revents & (POLLIN | POLLERR | POLLHUP)) rc = mosquitto_loop_read(m_, 1);
-    if (rc == MOSQ_ERR_SUCCESS && m_ && (p[0].revents & POLLOUT)) rc = mosquitto_loop_write(m_, 1);
+    if (revents & (POLLIN | POLLERR | POLLHUP)) rc = mosquitto_loop_read(m_, 1);
+    if (rc == MOSQ_ERR_SUCCESS && m_ && (revents & POLLOUT)) rc = mosquitto_loop_write(m_, 1);
     if (rc == MOSQ_ERR_SUCCESS) rc = mosquitto_loop_misc(m_);
     if (rc != MOSQ_ERR_SUCCESS) return (why_ = failed_ ? why_ : error_text(rc), false);
     return !failed_;
-}
-
-int MqttOut::timeout_ms(Clock::time_point now) const {
-    if (connecting_) return ms_until(now, connect_started_ + kAckWait);
-    auto next = now + std::chrono::seconds(1);  // keep-alive work, at the least
-    if (!flights_.empty()) next = std::min(next, flights_.front().sent + kAckWait);
-    if (pending_since_ && flights_.size() < kWindow)
-        next = std::min(next, *pending_since_ + std::chrono::milliseconds(c_.batch_ms));
-    return ms_until(now, next);
 }
 
 void MqttOut::on_connected() {
@@ -207,7 +203,7 @@ void MqttOut::on_connected() {
     connected_ = true;
     backoff_.reset();
     sent_ = outbox_.delivered_up_to(output_, index_);  // what was in flight goes again
-    pending_since_.reset();
+    batch_due_.reset();
     {
         std::lock_guard<std::mutex> lock(mu_);
         status_due_ = true;  // before the backlog
@@ -241,9 +237,9 @@ void MqttOut::publish_status(Clock::time_point now) {
 void MqttOut::publish_pending(Clock::time_point now) {
     while (!failed_ && flights_.size() < kWindow) {
         const uint64_t written = outbox_.written_up_to(index_);
-        if (written <= sent_) return pending_since_.reset();
-        if (!pending_since_) pending_since_ = now;
-        if (written - sent_ < c_.batch_size && now - *pending_since_ < std::chrono::milliseconds(c_.batch_ms)) return;
+        if (written <= sent_) return batch_due_.reset();
+        if (!batch_due_) batch_due_ = batch_due(now);
+        if (written - sent_ < c_.batch_size && now < *batch_due_) return;
         items_.clear();
         outbox_.fetch(index_, sent_, c_.batch_size, items_);
         if (items_.empty()) {
@@ -257,7 +253,7 @@ void MqttOut::publish_pending(Clock::time_point now) {
             if (!publish(base_ + (p.event ? "events" : "reads"), p.body, false, p.last_seq, now)) return;
             sent_ = p.last_seq;
         }
-        pending_since_.reset();
+        batch_due_.reset();
     }
 }
 
@@ -278,22 +274,6 @@ bool MqttOut::publish(const std::string& topic, const std::string& body, bool re
     }
     if (mine != flights_.end()) mine->mid = mid;
     return true;
-}
-
-void MqttOut::say_goodbye() {
-    if (!m_) return;
-    if (connected_) {
-        const auto now = Clock::now();
-        publish_status(now);
-        publish(base_ + "status", "offline", true, 0, now);
-        while (!flights_.empty() && Clock::now() - now < kGoodbyeWait && serve(50)) {
-        }
-        mosquitto_disconnect(m_);
-        mosquitto_loop_write(m_, 1);
-    }
-    connected_ = false;
-    mosquitto_destroy(m_);
-    m_ = nullptr;
 }
 
 }  // namespace uhfd

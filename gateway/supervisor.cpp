@@ -33,6 +33,11 @@ constexpr int kBatchMs = 10;
 // next: with many readers, one pass takes every worker's batch instead of a
 // wake-up for each (a read waits 2.5 ms more on average).
 constexpr int64_t kPaceMs = 5;
+// How often a worker hands its reads over, and how long the library holds a
+// stream of reports for it: one wake-up per pace instead of one per report.
+// A reader with an LLRP endpoint keeps its reads quick (a client may want a
+// report per tag); the others' reads reach the outputs within two paces.
+constexpr int kWorkerPaceMs = 20, kQuickWorkerPaceMs = 2;
 // A worker that says nothing for this long is hung: killed and replaced.
 // Before its first word it may take longer (opening a link has its own limits).
 constexpr int64_t kSilentMs = 10000, kFirstWordMs = 30000;
@@ -100,6 +105,11 @@ std::unique_ptr<Supervisor::Reader> Supervisor::new_reader(const ReaderConfig& r
 Supervisor::Supervisor(const Config& c, Hub& hub, Presence& presence, std::string worker_exe)
     : config_(c), hub_(hub), presence_(presence), worker_exe_(std::move(worker_exe)) {
     for (const ReaderConfig& rc : c.readers) readers_.push_back(new_reader(rc));
+    std::vector<int> llrp;
+    std::string err;
+    if (llrp_ports(c, llrp, err))
+        for (size_t i = 0; i < llrp.size(); i++)
+            if (llrp[i]) quick_.insert(c.readers[i].name);
 }
 
 Supervisor::~Supervisor() { stop(); }
@@ -276,7 +286,9 @@ void Supervisor::spawn(Reader& r, int64_t now) {
     r.spoke = false;
     r.why.clear();
     r.spawned_ms = r.last_word_ms = now;
-    json start = {{"uri", r.conf.uri}, {"run", r.want_running}};
+    json start = {{"uri", r.conf.uri},
+                  {"run", r.want_running},
+                  {"pace_ms", quick_.count(r.conf.name) ? kQuickWorkerPaceMs : kWorkerPaceMs}};
     {
         std::lock_guard<std::mutex> lock(mu_);
         start["settings"] = json::parse(settings_to_json(r.conf.settings));

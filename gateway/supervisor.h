@@ -12,6 +12,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -105,6 +106,7 @@ private:
     };
     std::optional<Reconfig> reconfig_;  // under mu_, taken by the loop
     Config config_;
+    std::set<std::string> quick_;  // readers with an LLRP endpoint
     Hub& hub_;
     Presence& presence_;
     std::string worker_exe_;

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cstdio>
@@ -32,8 +33,6 @@ namespace {
 // A running reader that sent nothing for this long is asked whether it is there.
 constexpr int64_t kQuietMs = 1500;
 constexpr int64_t kHeartbeatMs = 1000;
-// How long the loop sleeps when the queue is empty: the latency a read may wait.
-constexpr int kIdleMs = 5;
 constexpr unsigned kSimTags = 30, kSimRate = 300;
 // Reads taken from the queue per pass before the socket is looked at again.
 constexpr int kReadsPerPass = 2000;
@@ -367,6 +366,11 @@ int Worker::run() {
     std::string err;
     if (!start.is_object() || !parse_settings(start.value("settings", json::object()).dump(), settings, err)) return 4;
     const bool run_inventory = start.value("run", true);
+    // How long the loop sleeps when the queue is empty, and the library holds
+    // a stream of reports so that one wake-up of its receive thread takes
+    // several: the latency a read may wait here, twice over.
+    const int pace_ms = std::clamp(start.value("pace_ms", 20), 1, 50);
+    UHF_SetReceiveHold(pace_ms > 2 ? static_cast<unsigned>(pace_ms) * 1000 : 0);
 
     if (!open(start.value("uri", ""), err)) {
         set_state(LinkState::Reconnecting, err);
@@ -397,7 +401,7 @@ int Worker::run() {
         }
         pulse();
         p.revents = 0;
-        if (poll(&p, 1, kIdleMs) < 0) continue;
+        if (poll(&p, 1, pace_ms) < 0) continue;
         if (!(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
         n = recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
         if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) break;  // the supervisor went away
