@@ -83,6 +83,7 @@ private:
     std::string filter(const json& req);
     bool handle(const wire::Message& m);
     bool take_reads();
+    bool more_ = false;  // the last pass stopped at kReadsPerPass: the queue holds more
     bool probe();
     // Stops the inventory around f when it runs, and starts it again after.
     template <typename F>
@@ -330,7 +331,8 @@ bool Worker::take_reads() {
     Read r;
     wire::begin_reads(out_);
     size_t n = 0;
-    for (int i = 0; i < kReadsPerPass && UHF_GetReceived_EX(&len, raw) == 0; i++) {
+    int i = 0;
+    for (; i < kReadsPerPass && UHF_GetReceived_EX(&len, raw) == 0; i++) {
         if (len < 0 || len > static_cast<int>(sizeof raw) || !parse_report(raw, static_cast<size_t>(len), r)) continue;
         r.time_ms = now_ms();
         if (!wire::add_read(out_, r)) {
@@ -340,6 +342,7 @@ bool Worker::take_reads() {
         }
         n++;
     }
+    more_ = i == kReadsPerPass;
     if (n == 0) return true;
     last_report_ = now_ms();
     return send(out_);
@@ -401,7 +404,7 @@ int Worker::run() {
         }
         pulse();
         p.revents = 0;
-        if (poll(&p, 1, pace_ms) < 0) continue;
+        if (poll(&p, 1, more_ ? 0 : pace_ms) < 0) continue;
         if (!(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
         n = recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
         if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) break;  // the supervisor went away
