@@ -98,12 +98,13 @@ void MqttClients::run() {
             std::erase_if(ended_, [](const auto& m) { return m->finished(); });
             bool all_done = ended_.empty();
             for (auto& m : ended_) clients.push_back(m.get());
-            for (auto& [name, m] : live_) {
+            for (auto& entry : live_) {
+                MqttOut* m = entry.second.get();
                 all_done = all_done && m->finished();
                 // A new client waits until the ended one of its name said "offline".
                 const bool after_goodbye = std::none_of(ended_.begin(), ended_.end(),
-                                                        [&](const auto& e) { return e->reader() == name; });
-                if (after_goodbye) clients.push_back(m.get());
+                                                        [m](const auto& e) { return e->reader() == m->reader(); });
+                if (after_goodbye) clients.push_back(m);
             }
             if (stopping_ && all_done) return;
         }
