@@ -239,9 +239,15 @@ void MqttOut::publish_pending(Clock::time_point now) {
         const uint64_t written = outbox_.written_up_to(index_);
         if (written <= sent_) return batch_due_.reset();
         if (!batch_due_) batch_due_ = batch_due(now);
-        if (written - sent_ < c_.batch_size && now < *batch_due_) return;
+        const bool due = now >= *batch_due_;
+        if (written - sent_ < c_.batch_size && !due) return;
+        // Whole batches for every free place in the window, in one fetch: a
+        // row of the outbox holds many batches, and each fetch reads it whole.
+        const uint64_t waiting = written - sent_;
+        const uint64_t room = static_cast<uint64_t>(c_.batch_size) * (kWindow - flights_.size());
+        const uint64_t want = std::min(due ? waiting : waiting - waiting % c_.batch_size, room);
         items_.clear();
-        outbox_.fetch(index_, sent_, c_.batch_size, items_);
+        outbox_.fetch(index_, sent_, static_cast<size_t>(want), items_);
         if (items_.empty()) {
             sent_ = written;  // dropped before it could go
             continue;
