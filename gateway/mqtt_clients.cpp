@@ -8,6 +8,15 @@
 
 namespace uhfd {
 
+namespace {
+
+void signal_fd(int fd) {
+    const uint64_t one = 1;
+    (void)!write(fd, &one, sizeof one);
+}
+
+}  // namespace
+
 MqttClients::MqttClients(const MqttConfig& c, Outbox& outbox)
     : c_(c),
       outbox_(outbox),
@@ -76,16 +85,12 @@ void MqttClients::stop() {
         stopping_ = true;
         for (auto& [name, m] : live_) m->end();  // all say goodbye at once
     }
-    const uint64_t one = 1;
-    (void)!write(stop_fd_, &one, sizeof one);  // a connect under way gives up
+    signal_fd(stop_fd_);  // a connect under way gives up
     wake();
     if (thread_.joinable()) thread_.join();
 }
 
-void MqttClients::wake() {
-    const uint64_t one = 1;
-    (void)!write(wake_fd_, &one, sizeof one);
-}
+void MqttClients::wake() { signal_fd(wake_fd_); }
 
 void MqttClients::run() {
     using Clock = MqttOut::Clock;

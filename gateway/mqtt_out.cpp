@@ -71,7 +71,6 @@ void MqttOut::say(const std::string& what) {
 void MqttOut::arm(Clock::time_point now, pollfd& p, Clock::time_point& next) const {
     p = {-1, 0, 0};
     if (finished_) return;
-    const int fd = m_ ? mosquitto_socket(m_) : -1;
     if (ending_ && !goodbye_since_) {
         next = now;  // the goodbye starts at once
         return;
@@ -80,6 +79,7 @@ void MqttOut::arm(Clock::time_point now, pollfd& p, Clock::time_point& next) con
         next = std::min(next, next_try_);
         return;
     }
+    const int fd = mosquitto_socket(m_);
     if (fd < 0) {
         next = now;  // step finds the connection gone
         return;

@@ -85,7 +85,6 @@ bool Outbox::create(const Options& o, std::string& err) {
     removed_upto_.assign(kSlots, 0);
     last_seq_.assign(kSlots, 0);
     ids_.assign(kSlots, 0);
-    watchers_.resize(kSlots);
     written_ = std::make_unique<std::atomic<uint64_t>[]>(kSlots);
     const std::string path = (fs::path(o.dir) / "outbox.db").string();
     if (!db_.open(path, err)) return false;
@@ -186,7 +185,6 @@ int Outbox::output(std::string_view name) const {
     return it == outputs_.end() ? -1 : static_cast<int>(it - outputs_.begin());
 }
 
-void Outbox::watch(uint16_t reader, std::function<void()> wake) { watchers_.at(reader).push_back(std::move(wake)); }
 void Outbox::watch(std::function<void()> wake) { watch_all_.push_back(std::move(wake)); }
 
 // A row holds items of one reader and kind with contiguous seqs, so a read's
@@ -210,9 +208,7 @@ bool Outbox::commit(bool force) {
     const auto now = std::chrono::steady_clock::now();
     if (staged_.empty() && !force && now - last_tidy_ < kTidyMs) return false;
     if (!staged_.empty() && !force && now - last_commit_ < kCommitMs) return true;
-    std::vector<uint16_t> touched;
-    for (const Staged& s : staged_)
-        if (std::find(touched.begin(), touched.end(), s.reader) == touched.end()) touched.push_back(s.reader);
+    const bool wrote = !staged_.empty();
     {
         std::lock_guard<std::mutex> lock(mu_);
         // A failed transaction leaves the database as it was; so must it the counts.
@@ -237,9 +233,7 @@ bool Outbox::commit(bool force) {
     }
     staged_.clear();
     last_commit_ = last_tidy_ = now;
-    for (uint16_t r : touched)
-        for (auto& wake : watchers_[r]) wake();
-    if (!touched.empty())
+    if (wrote)
         for (auto& wake : watch_all_) wake();
     return false;
 }

@@ -72,9 +72,7 @@ public:
     uint64_t delivered_up_to(int output, uint16_t reader) const;
     // The newest seq written for the reader: what an output may fetch up to.
     uint64_t written_up_to(uint16_t reader) const { return written_[reader].load(); }
-    // Called (on the supervisor's thread) after each commit that wrote items
-    // of the reader; without one, of any reader.
-    void watch(uint16_t reader, std::function<void()> wake);
+    // Called (on the supervisor's thread) after each commit that wrote items.
     void watch(std::function<void()> wake);
 
     struct Depth {
@@ -129,7 +127,6 @@ private:
     int64_t overflow_said_ = 0;  // Unix seconds of the last "full" line
 
     std::unique_ptr<std::atomic<uint64_t>[]> written_;
-    std::vector<std::vector<std::function<void()>>> watchers_;
     std::vector<std::function<void()>> watch_all_;
 };
 

@@ -82,6 +82,13 @@ void wake(int index) {
     (void)r;  // a full counter already wakes the thread
 }
 
+// Takes a wake-up off the slot's eventfd, so the next wait sleeps again.
+void drain_wake(int index) {
+    uint64_t count;
+    ssize_t r = read(g_wake[index], &count, sizeof count);
+    (void)r;
+}
+
 int threads_alive(int index) { return __atomic_load_n(&g_threads_alive[index], __ATOMIC_ACQUIRE); }
 
 // Bounded wait for the slot's receive threads to leave.
@@ -229,11 +236,7 @@ void pause_for(int index, useconds_t us) {
     }
     pollfd stop{g_wake[index], POLLIN, 0};
     const timespec limit{0, static_cast<long>(us) * 1000};
-    if (ppoll(&stop, 1, &limit, nullptr) > 0) {
-        uint64_t count;
-        ssize_t n = read(g_wake[index], &count, sizeof count);
-        (void)n;
-    }
+    if (ppoll(&stop, 1, &limit, nullptr) > 0) drain_wake(index);
 }
 
 // A peer that hung up, or a read error other than "nothing yet".
@@ -308,11 +311,7 @@ void* Uhf_GetR2000UartData(void* arg) {
         // up leaves only the stop to wait for.
         pollfd fds[2] = {{hung_up ? -1 : fd, POLLIN, 0}, {g_wake[index], POLLIN, 0}};
         if (poll(fds, 2, kIdleWaitMs) <= 0) continue;
-        if (fds[1].revents & POLLIN) {
-            uint64_t count;
-            ssize_t r = read(g_wake[index], &count, sizeof count);
-            (void)r;
-        }
+        if (fds[1].revents & POLLIN) drain_wake(index);
         if (!(fds[0].revents & (POLLIN | POLLHUP | POLLERR))) continue;
         if (!read_burst(index, generation, buf, sizeof buf, held, gather)) {
             UHF_LOG(kLogBase, "thread %d: the link hung up", index);
