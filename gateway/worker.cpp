@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <deque>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -36,6 +38,13 @@ constexpr int64_t kHeartbeatMs = 1000;
 constexpr unsigned kSimTags = 30, kSimRate = 300;
 // Reads taken from the queue per pass before the socket is looked at again.
 constexpr int kReadsPerPass = 2000;
+// Messages the supervisor has not taken yet wait here, so that a supervisor
+// busy for a moment (a checkpoint of its outbox, a burst of other readers)
+// does not stop this worker draining the library's queue, which discards
+// itself whole when full (125 ms at 100,000 reads/s). Beyond this the worker
+// waits for the supervisor, as it always did.
+constexpr size_t kPendingBytes = 32u << 20;
+constexpr int kDrainMs = 5000;  // at exit, for what is still pending
 
 std::atomic<bool> g_unplugged{false};
 void usb_unplugged(int) { g_unplugged = true; }
@@ -69,10 +78,20 @@ bool parse_report(const uint8_t* out, size_t n, Read& r) {
 class Worker {
 public:
     explicit Worker(int fd) : fd_(fd) {}
-    int run();
+    // Serves until told to stop or the link is lost; what is pending goes before the exit.
+    int run() {
+        const int rc = serve();
+        flush(kDrainMs);
+        return rc;
+    }
 
 private:
+    int serve();
+    // Queues m behind what is pending and sends what the socket takes now;
+    // false when the supervisor is gone.
     bool send(const std::string& m);
+    // Sends what is pending, waiting up to wait_ms for room (0: not at all).
+    bool flush(int wait_ms);
     void pulse();
     void set_state(LinkState s, const std::string& why = "");
     bool open(const std::string& uri, std::string& err);
@@ -101,22 +120,45 @@ private:
     int64_t last_sent_ = 0, last_report_ = 0, last_probe_ = 0;
     uint64_t overflows_said_ = 0;
     std::string out_;
+    std::deque<std::string> pending_;
+    size_t pending_bytes_ = 0;
 };
 
 bool Worker::send(const std::string& m) {
     last_sent_ = now_ms();
-    return ::send(fd_, m.data(), m.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(m.size());
+    pending_.push_back(m);
+    pending_bytes_ += m.size();
+    return flush(pending_bytes_ > kPendingBytes ? kDrainMs : 0);
 }
 
-// Long sequences of exchanges keep the supervisor's hang check satisfied;
-// reports the library's full queue discarded go with it when there are new ones.
+bool Worker::flush(int wait_ms) {
+    while (!pending_.empty()) {
+        const std::string& m = pending_.front();
+        const ssize_t n = ::send(fd_, m.data(), m.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EAGAIN) {
+            pollfd p{fd_, POLLOUT, 0};
+            if (wait_ms > 0 && poll(&p, 1, wait_ms) == 1 && !(p.revents & (POLLERR | POLLHUP))) continue;
+            return wait_ms == 0;  // the supervisor did not take it in time: as gone
+        }
+        if (n != static_cast<ssize_t>(m.size())) return false;
+        pending_bytes_ -= m.size();
+        pending_.pop_front();
+    }
+    return true;
+}
+
+// Reports the library's full queue discarded go as soon as there are new
+// ones, busy stream or not; otherwise a heartbeat when nothing else was sent
+// for a while (long sequences of exchanges keep the hang check satisfied).
 void Worker::pulse() {
-    if (now_ms() - last_sent_ < kHeartbeatMs) return;
     if (const uint64_t n = UHF_GetQueueOverflowCount(); n != overflows_said_) {
         overflows_said_ = n;
         wire::overflows(out_, n);
-    } else {
+    } else if (now_ms() - last_sent_ >= kHeartbeatMs) {
         wire::bare(out_, wire::kHeartbeat);
+    } else {
+        return;
     }
     send(out_);
 }
@@ -356,7 +398,7 @@ bool Worker::probe() {
     return UHFGetSoftwareVersion(version) == 0 && UHFInventory() == 0;
 }
 
-int Worker::run() {
+int Worker::serve() {
     // The first message names the reader; a supervisor that sends nothing is gone.
     char buf[wire::kMaxMessage];
     pollfd p{fd_, POLLIN, 0};
@@ -403,8 +445,10 @@ int Worker::run() {
             return 3;
         }
         pulse();
+        p.events = static_cast<short>(POLLIN | (pending_.empty() ? 0 : POLLOUT));
         p.revents = 0;
         if (poll(&p, 1, more_ ? 0 : pace_ms) < 0) continue;
+        if ((p.revents & POLLOUT) && !flush(0)) return 4;
         if (!(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
         n = recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
         if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) break;  // the supervisor went away
