@@ -93,7 +93,7 @@ std::string self_path(const char* argv0) {
 // The outbox and the outputs that deliver from it; the hub's seqs go on from
 // what the outbox kept. Nothing when neither MQTT nor a webhook is configured.
 bool open_outputs(const Config& c, const std::vector<std::string>& names, Hub& hub, Outputs& out, std::string& err) {
-    Outbox::Options o{c.state_dir, static_cast<uint64_t>(c.outbox_max_mb * 1024 * 1024), names, {}};
+    Outbox::Options o{c.state_dir, static_cast<uint64_t>(c.outbox_max_mb * 1024 * 1024), names, {}, hub.boot()};
     if (!c.mqtt.host.empty()) o.outputs.push_back("mqtt");
     if (!c.webhook.url.empty()) o.outputs.push_back("webhook");
     if (o.outputs.empty()) return true;
@@ -103,7 +103,7 @@ bool open_outputs(const Config& c, const std::vector<std::string>& names, Hub& h
                 false);
     Outbox& box = *out.outbox;
     for (uint16_t i = 0; i < names.size(); i++) hub.continue_seq(i, box.last_seq(i));
-    hub.on_read([&box](const Read& r, std::string_view json) { box.add(r.reader, r.seq, false, json); });
+    hub.on_binary_read([&box](const Read& r) { box.add(r); });
     hub.on_event([&box](const Event& e, std::string_view json) { box.add(e.reader, e.seq, true, json); });
     hub.on_batch_end([&box] { return box.commit(); });
     if (!c.mqtt.host.empty()) {

@@ -246,14 +246,15 @@ void MqttOut::publish_pending(Clock::time_point now) {
         const uint64_t waiting = written - sent_;
         const uint64_t room = static_cast<uint64_t>(c_.batch_size) * (kWindow - flights_.size());
         const uint64_t want = std::min(due ? waiting : waiting - waiting % c_.batch_size, room);
-        items_.clear();
-        outbox_.fetch(index_, sent_, static_cast<size_t>(want), items_);
-        if (items_.empty()) {
+        payloads_.clear();
+        MqttPayloads cut(c_.batch_size, payloads_);
+        outbox_.fetch(index_, sent_, static_cast<size_t>(want),
+                      [&cut](uint64_t seq, bool event, std::string_view json) { cut.add(seq, event, json); });
+        cut.finish();
+        if (payloads_.empty()) {
             sent_ = written;  // dropped before it could go
             continue;
         }
-        payloads_.clear();
-        mqtt_payloads(items_, c_.batch_size, payloads_);
         for (const Payload& p : payloads_) {
             if (flights_.size() >= kWindow) return;
             if (!publish(base_ + (p.event ? "events" : "reads"), p.body, false, p.last_seq, now)) return;

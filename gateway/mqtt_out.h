@@ -101,7 +101,6 @@ private:
     std::deque<Flight> flights_;
     uint64_t sent_ = 0;  // the newest seq published on this connection
     std::optional<Clock::time_point> batch_due_;  // when what waits goes, at the latest
-    std::vector<OutboxItem> items_;
     std::vector<Payload> payloads_;
     std::string said_;
 };

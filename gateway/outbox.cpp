@@ -13,6 +13,7 @@
 
 #include "oplog.h"
 #include "tag_json.h"
+#include "worker_wire.h"
 
 namespace uhfd {
 
@@ -21,9 +22,12 @@ namespace {
 // synchronous=NORMAL in WAL mode: a commit survives the process being killed
 // (only a power cut may take the last ones), without an fsync per batch.
 const char* const kSchema = R"(
+PRAGMA page_size=65536;
 PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
 PRAGMA journal_size_limit=67108864;
+PRAGMA cache_size=-16384;
+PRAGMA wal_autocheckpoint=512;
 CREATE TABLE IF NOT EXISTS readers(id INTEGER PRIMARY KEY, name TEXT UNIQUE NOT NULL, seq INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE IF NOT EXISTS rows(id INTEGER PRIMARY KEY, reader INTEGER NOT NULL, first INTEGER NOT NULL,
                                 last INTEGER NOT NULL, event INTEGER NOT NULL, bytes INTEGER NOT NULL, body BLOB NOT NULL);
@@ -32,8 +36,12 @@ CREATE TABLE IF NOT EXISTS progress(output TEXT NOT NULL, reader INTEGER NOT NUL
                                     PRIMARY KEY(output, reader)) WITHOUT ROWID;
 )";
 
-// Items are kept one JSON object a line: JSON text never holds a raw newline.
+// Events (and reads written before rows held them binary) are kept one JSON
+// object a line: JSON text never holds a raw newline. A row of binary reads
+// begins with a byte no JSON text begins with, the boot id of the start that
+// gave the seqs (u8 length, text), then the reads as a worker sends them.
 constexpr char kItemEnd = '\n';
+constexpr char kBinaryRow = '\x01';
 
 uint64_t u64(int64_t v) { return static_cast<uint64_t>(v); }
 int64_t i64(uint64_t v) { return static_cast<int64_t>(v); }
@@ -42,7 +50,7 @@ int64_t i64(uint64_t v) { return static_cast<int64_t>(v); }
 
 struct Outbox::Staged {
     uint16_t reader = 0;
-    bool event = false;
+    bool event = false, binary = false;
     uint64_t first = 0, last = 0;
     size_t items = 0;
     std::string body;
@@ -78,6 +86,9 @@ bool Outbox::create(const Options& o, std::string& err) {
     if (o.readers.size() > kSlots) return (err = "more readers than the outbox has room for", false);
     outputs_ = o.outputs;
     max_bytes_ = o.max_bytes;
+    row_head_.assign(1, kBinaryRow);
+    row_head_ += static_cast<char>(std::min<size_t>(o.boot.size(), 255));
+    row_head_.append(o.boot, 0, 255);
     const size_t slots = kSlots * outputs_.size();
     delivered_.assign(slots, 0);
     persisted_.assign(slots, 0);
@@ -85,6 +96,7 @@ bool Outbox::create(const Options& o, std::string& err) {
     removed_upto_.assign(kSlots, 0);
     last_seq_.assign(kSlots, 0);
     ids_.assign(kSlots, 0);
+    names_.assign(kSlots, {});
     written_ = std::make_unique<std::atomic<uint64_t>[]>(kSlots);
     const std::string path = (fs::path(o.dir) / "outbox.db").string();
     if (!db_.open(path, err)) return false;
@@ -105,7 +117,7 @@ bool Outbox::prepare(std::string& err) {
                db_, "SELECT id, reader, first, last, event, bytes FROM rows WHERE event = ?1 ORDER BY id LIMIT 256",
                err) &&
            remove_row_.prepare(db_, "DELETE FROM rows WHERE id = ?1", err) &&
-           fetch_.prepare(db_, "SELECT first, event, body FROM rows WHERE reader = ?1 AND last > ?2 ORDER BY last",
+           fetch_.prepare(db_, "SELECT first, event, body, last FROM rows WHERE reader = ?1 AND last > ?2 ORDER BY last",
                           err) &&
            depth_.prepare(db_,
                           "SELECT count(*), coalesce(sum(CASE WHEN event THEN 0 ELSE last - first + 1 END), 0), "
@@ -134,6 +146,7 @@ bool Outbox::attach(uint16_t r, const std::string& name, std::string& err) {
         !find_name_.reset().bind(1, std::string_view(name)).step())
         return (err = db_.error(), false);
     ids_[r] = find_name_.int_at(0);
+    names_[r] = name;
     last_seq_[r] = u64(find_name_.int_at(1));
     find_name_.reset();
     written_[r] = last_seq_[r];
@@ -187,21 +200,31 @@ int Outbox::output(std::string_view name) const {
 
 void Outbox::watch(std::function<void()> wake) { watch_all_.push_back(std::move(wake)); }
 
-// A row holds items of one reader and kind with contiguous seqs, so a read's
-// seq is its row's first plus its line, and a row of reads counts its reads.
-void Outbox::add(uint16_t reader, uint64_t seq, bool event, std::string_view json) {
-    if (reader >= readers_ || !ids_[reader]) return;
+// A row holds items of one reader, kind and form with contiguous seqs, so an
+// item's seq is its row's first plus its place, and a row of reads counts its reads.
+Outbox::Staged* Outbox::stage(uint16_t reader, uint64_t seq, bool event, bool binary) {
+    if (reader >= readers_ || !ids_[reader]) return nullptr;
     Staged* row = nullptr;
     for (auto it = staged_.rbegin(); it != staged_.rend() && !row; ++it)
         if (it->reader == reader) row = &*it;
-    if (!row || row->event != event || row->last + 1 != seq || row->items >= kRowItems) {
-        staged_.push_back({reader, event, seq, seq, 0, {}});
+    if (!row || row->event != event || row->binary != binary || row->last + 1 != seq || row->items >= kRowItems) {
+        staged_.push_back({reader, event, binary, seq, seq, 0, binary ? row_head_ : std::string()});
         row = &staged_.back();
     }
-    row->body.append(json);
-    row->body += kItemEnd;
     row->last = seq;
     row->items++;
+    return row;
+}
+
+void Outbox::add(uint16_t reader, uint64_t seq, bool event, std::string_view json) {
+    if (Staged* row = stage(reader, seq, event, false)) {
+        row->body.append(json);
+        row->body += kItemEnd;
+    }
+}
+
+void Outbox::add(const Read& r) {
+    if (Staged* row = stage(r.reader, r.seq, false, true)) wire::put_read(row->body, r);
 }
 
 bool Outbox::commit(bool force) {
@@ -340,21 +363,66 @@ void Outbox::fail(const std::string& err) {
     oplog(Level::Error, "", "outbox", {{"error", err}, {"batch", "dropped and counted"}});
 }
 
-void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out) {
-    if (reader >= kSlots) return;
-    std::lock_guard<std::mutex> lock(mu_);
-    if (!ids_[reader]) return;
-    fetch_.reset().bind(1, ids_[reader]).bind(2, i64(after));
-    while (out.size() < max && fetch_.step()) {
-        uint64_t seq = u64(fetch_.int_at(0));
-        const bool event = fetch_.int_at(1) != 0;
-        std::string_view body = fetch_.blob_at(2);
-        for (size_t end; out.size() < max && (end = body.find(kItemEnd)) != std::string_view::npos; seq++) {
-            if (seq > after) out.push_back({seq, event, std::string(body.substr(0, end))});
+// The rows are copied under the lock and made JSON after it, so the
+// supervisor's commits do not wait for the encoding.
+void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, const Each& each) {
+    struct Taken {
+        uint64_t first;
+        bool event;
+        size_t at, size;
+    };
+    thread_local std::vector<Taken> rows;
+    thread_local std::string bodies, json;
+    rows.clear();
+    bodies.clear();
+    std::string name;
+    if (reader >= kSlots || max == 0) return;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (!ids_[reader]) return;
+        name = names_[reader];
+        fetch_.reset().bind(1, ids_[reader]).bind(2, i64(after));
+        for (uint64_t items = 0; items < max && fetch_.step();) {
+            const uint64_t first = u64(fetch_.int_at(0)), last = u64(fetch_.int_at(3));
+            const std::string_view body = fetch_.blob_at(2);
+            rows.push_back({first, fetch_.int_at(1) != 0, bodies.size(), body.size()});
+            bodies.append(body);
+            items += last - std::max(first - 1, after);
+        }
+        fetch_.reset();
+    }
+    size_t given = 0;
+    for (const Taken& row : rows) {
+        std::string_view body(bodies.data() + row.at, row.size);
+        uint64_t seq = row.first;
+        if (!row.event && !body.empty() && body[0] == kBinaryRow) {
+            const size_t boot_len = body.size() > 1 ? static_cast<uint8_t>(body[1]) : 0;
+            if (body.size() < 2 + boot_len) continue;  // not a row this code wrote
+            const std::string_view boot = body.substr(2, boot_len);
+            body.remove_prefix(2 + boot_len);
+            Read r;
+            r.reader = reader;
+            for (; given < max && !body.empty() && wire::take_read(body, r); seq++) {
+                if (seq <= after) continue;
+                r.seq = seq;
+                json.clear();
+                append_read_json(r, name, boot, json);
+                each(seq, false, json);
+                given++;
+            }
+            continue;
+        }
+        for (size_t end; given < max && (end = body.find(kItemEnd)) != std::string_view::npos; seq++) {
+            if (seq > after) each(seq, row.event, body.substr(0, end)), given++;
             body.remove_prefix(end + 1);
         }
     }
-    fetch_.reset();
+}
+
+void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out) {
+    fetch(reader, after, max, [&out](uint64_t seq, bool event, std::string_view json) {
+        out.push_back({seq, event, std::string(json)});
+    });
 }
 
 void Outbox::delivered(int output, uint16_t reader, uint64_t seq) {

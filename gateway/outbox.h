@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "events.h"
 #include "sqlite_db.h"
 
 namespace uhfd {
@@ -35,9 +36,10 @@ class Outbox {
 public:
     struct Options {
         std::string dir;                   // created when missing; holds outbox.db and its lock
-        uint64_t max_bytes = 100u << 20;   // of JSON kept; the database file runs a little larger
+        uint64_t max_bytes = 100u << 20;   // of items kept; the database file runs a little larger
         std::vector<std::string> readers;  // by configuration index; a reload adds more with add_reader
         std::vector<std::string> outputs;  // the outputs that deliver from it, e.g. "mqtt", "webhook"
+        std::string boot;                  // this start's boot id: the reads added carry it
     };
     // Null with err when the directory or database cannot be used, or another
     // uhfd holds it.
@@ -58,14 +60,20 @@ public:
     uint64_t last_seq(uint16_t reader) const;
     int output(std::string_view name) const;  // index for the calls below, -1 when unknown
 
-    // Supervisor's thread. add stages; commit writes what is staged in one
+    // Supervisor's thread. add stages an item's JSON; a read is staged
+    // binary (r.reader, r.seq set), about a fifth of its JSON, and becomes its
+    // JSON when fetched. commit writes what is staged in one
     // transaction once kCommitMs have passed since the last (at once with
     // force), persists the outputs' progress, removes what all have delivered
     // and keeps within max_bytes. True while something stays staged.
     void add(uint16_t reader, uint64_t seq, bool event, std::string_view json);
+    void add(const Read& r);
     bool commit(bool force = false);
 
-    // Any thread. The items of a reader after seq, in seq order, at most max.
+    // Any thread. The items of a reader after seq, in seq order, at most max,
+    // handed to each as JSON (valid for the call only).
+    using Each = std::function<void(uint64_t seq, bool event, std::string_view json)>;
+    void fetch(uint16_t reader, uint64_t after, size_t max, const Each& each);
     void fetch(uint16_t reader, uint64_t after, size_t max, std::vector<OutboxItem>& out);
     // Everything of the reader up to seq reached the output's far end.
     void delivered(int output, uint16_t reader, uint64_t seq);
@@ -98,6 +106,7 @@ private:
     bool load(const std::vector<std::string>& names, std::string& err);
     bool attach(uint16_t reader, const std::string& name, std::string& err);
     void take_over(uint16_t reader);
+    Staged* stage(uint16_t reader, uint64_t seq, bool event, bool binary);
     bool write_staged(std::string& err);
     bool tidy(std::string& err);
     bool drop_oldest(std::string& err);
@@ -108,6 +117,7 @@ private:
     std::vector<std::string> outputs_;
     std::atomic<size_t> readers_{0};
     uint64_t max_bytes_ = 0;
+    std::string row_head_;  // begins every row of binary reads: a mark and the boot id
     int lock_fd_ = -1;
 
     mutable std::mutex mu_;  // everything below, and the connection
@@ -115,6 +125,7 @@ private:
     SqliteStmt insert_, set_seq_, set_cursor_, remove_upto_, oldest_, remove_row_, fetch_, depth_;
     SqliteStmt add_name_, find_name_, progress_;
     std::vector<int64_t> ids_;         // the database's id of each reader, 0: none; changed on the supervisor's thread
+    std::vector<std::string> names_;   // by reader, as ids_
     std::vector<uint64_t> last_seq_;   // given before this start (or the reader's addition), by reader
     std::vector<uint64_t> delivered_;  // by progress_slot
     std::vector<uint64_t> persisted_;  // delivered_ as the database holds it

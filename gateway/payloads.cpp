@@ -2,26 +2,23 @@
 
 namespace uhfd {
 
-void mqtt_payloads(const std::vector<OutboxItem>& items, size_t batch_size, std::vector<Payload>& out) {
-    size_t in_array = 0;  // reads in out.back() while it is an open array
-    for (const OutboxItem& item : items) {
-        if (item.event) {
-            if (in_array) out.back().body += ']';
-            in_array = 0;
-            out.push_back({true, item.seq, item.json});
-            continue;
-        }
-        if (in_array == batch_size) {
-            out.back().body += ']';
-            in_array = 0;
-        }
-        if (!in_array) out.push_back({false, 0, "["});
-        Payload& p = out.back();
-        if (in_array++) p.body += ',';
-        p.body += item.json;
-        p.last_seq = item.seq;
+void MqttPayloads::add(uint64_t seq, bool event, std::string_view json) {
+    if (event) {
+        finish();
+        out_.push_back({true, seq, std::string(json)});
+        return;
     }
-    if (in_array) out.back().body += ']';
+    if (in_array_ == batch_size_) finish();
+    if (!in_array_) out_.push_back({false, 0, "["});
+    Payload& p = out_.back();
+    if (in_array_++) p.body += ',';
+    p.body += json;
+    p.last_seq = seq;
+}
+
+void MqttPayloads::finish() {
+    if (in_array_) out_.back().body += ']';
+    in_array_ = 0;
 }
 
 std::string json_array(const std::vector<OutboxItem>& items) {

@@ -1,5 +1,7 @@
 #include "worker_wire.h"
 
+#include <algorithm>
+
 namespace uhfd::wire {
 
 namespace {
@@ -61,18 +63,23 @@ bool add_read(std::string& out, const Read& r) {
     if (out.size() < 3 || r.epc_len > r.epc.size()) return false;
     uint16_t count = static_cast<uint16_t>(static_cast<uint8_t>(out[1]) << 8 | static_cast<uint8_t>(out[2]));
     if (count == 0xFFFF || out.size() + 16 + r.epc_len + r.data_len > kMaxMessage) return false;
-    put64(out, static_cast<uint64_t>(r.time_ms));
-    out += static_cast<char>(r.antenna);
-    put16(out, r.pc);
-    put16(out, static_cast<uint16_t>(r.rssi));
-    out += static_cast<char>(r.epc_len);
-    out.append(reinterpret_cast<const char*>(r.epc.data()), r.epc_len);
-    out += static_cast<char>(r.data_len);
-    out.append(reinterpret_cast<const char*>(r.data.data()), r.data_len);
+    put_read(out, r);
     count++;
     out[1] = static_cast<char>(count >> 8);
     out[2] = static_cast<char>(count);
     return true;
+}
+
+void put_read(std::string& out, const Read& r) {
+    put64(out, static_cast<uint64_t>(r.time_ms));
+    out += static_cast<char>(r.antenna);
+    put16(out, r.pc);
+    put16(out, static_cast<uint16_t>(r.rssi));
+    const size_t epc = std::min<size_t>(r.epc_len, r.epc.size());
+    out += static_cast<char>(epc);
+    out.append(reinterpret_cast<const char*>(r.epc.data()), epc);
+    out += static_cast<char>(r.data_len);
+    out.append(reinterpret_cast<const char*>(r.data.data()), r.data_len);
 }
 
 void state(std::string& out, uint8_t state, std::string_view reason) {
@@ -152,25 +159,41 @@ bool decode(std::string_view datagram, Message& m) {
     return c.ok();
 }
 
+namespace {
+
+bool take_read(Cursor& c, Read& r) {
+    r.time_ms = static_cast<int64_t>(c.take(8));
+    r.antenna = static_cast<uint8_t>(c.take(1));
+    r.pc = static_cast<uint16_t>(c.take(2));
+    r.rssi = static_cast<int16_t>(c.take(2));
+    r.epc_len = static_cast<uint8_t>(c.take(1));
+    if (r.epc_len > r.epc.size()) return false;
+    c.copy(r.epc.data(), r.epc_len);
+    r.data_len = static_cast<uint8_t>(c.take(1));
+    c.copy(r.data.data(), r.data_len);
+    return c.ok();
+}
+
+}  // namespace
+
+bool take_read(std::string_view& in, Read& r) {
+    Cursor c(in);
+    if (!take_read(c, r)) return false;
+    in.remove_prefix(in.size() - c.left());
+    return true;
+}
+
 bool decode_reads(std::string_view datagram, uint16_t reader, std::vector<Read>& out) {
     Cursor c(datagram);
     if (c.take(1) != kReads) return false;
     const size_t count = static_cast<size_t>(c.take(2)), first = out.size();
-    bool fits = true;
-    for (size_t i = 0; i < count && c.ok() && fits; i++) {
+    bool ok = c.ok();
+    for (size_t i = 0; i < count && ok; i++) {
         Read& r = out.emplace_back();
         r.reader = reader;
-        r.time_ms = static_cast<int64_t>(c.take(8));
-        r.antenna = static_cast<uint8_t>(c.take(1));
-        r.pc = static_cast<uint16_t>(c.take(2));
-        r.rssi = static_cast<int16_t>(c.take(2));
-        r.epc_len = static_cast<uint8_t>(c.take(1));
-        fits = r.epc_len <= r.epc.size();
-        c.copy(r.epc.data(), fits ? r.epc_len : 0);
-        r.data_len = static_cast<uint8_t>(c.take(1));
-        c.copy(r.data.data(), r.data_len);
+        ok = take_read(c, r);
     }
-    if (!fits || !c.ok() || c.left() || out.size() - first != count) {
+    if (!ok || c.left()) {
         out.resize(first);
         return false;
     }

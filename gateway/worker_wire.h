@@ -60,6 +60,10 @@ struct Message {
 
 // False when the datagram is not a well-formed message of a known type.
 bool decode(std::string_view datagram, Message& m);
+// One read in the layout a kReads message carries it (the outbox keeps reads
+// so too); take_read moves in past it, false when it is malformed.
+void put_read(std::string& out, const Read& r);
+bool take_read(std::string_view& in, Read& r);
 // The reads of a kReads datagram, appended to out with reader set; false
 // (out unchanged) when any read is malformed or bytes are left over.
 bool decode_reads(std::string_view datagram, uint16_t reader, std::vector<Read>& out);

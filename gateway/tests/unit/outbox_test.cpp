@@ -31,7 +31,7 @@ std::string item(uint64_t seq) {
 
 std::unique_ptr<Outbox> open(const std::string& dir, uint64_t max_bytes, std::vector<std::string> outputs) {
     std::string err;
-    auto box = Outbox::open({dir, max_bytes, {"dock", "gate"}, std::move(outputs)}, err);
+    auto box = Outbox::open({dir, max_bytes, {"dock", "gate"}, std::move(outputs), "b00t"}, err);
     EXPECT_TRUE(box) << err;
     return box;
 }
@@ -69,6 +69,49 @@ TEST(Outbox, AReopenKeepsTheRowsTheCountersAndTheProgress) {
     EXPECT_FALSE(items[0].event);
     EXPECT_EQ(items[1].seq, 4u);
     EXPECT_TRUE(items[1].event);
+}
+
+// Reads are kept binary and come back as the hub's JSON, with the boot id of
+// the start that gave their seqs, also after a restart with another one.
+TEST(Outbox, BinaryReadsComeBackAsTheirJsonWithTheirBoot) {
+    TempDir dir;
+    Read r;
+    r.reader = 1;
+    r.antenna = 2;
+    r.epc_len = 2;
+    r.epc[0] = 0xE2;
+    r.epc[1] = 0x80;
+    r.data_len = 1;
+    r.data[0] = 0x5A;
+    r.rssi = -615;
+    r.time_ms = 1795504220714;
+    std::vector<std::string> want;
+    {
+        auto box = open(dir.path, 1 << 20, {"mqtt"});
+        for (uint64_t seq = 1; seq <= 3; seq++) {
+            r.seq = seq;
+            r.pc = static_cast<uint16_t>(0x3000 + seq);
+            box->add(r);
+            want.emplace_back();
+            append_read_json(r, "gate", "b00t", want.back());
+        }
+        box->add(1, 4, true, item(4));
+        box->commit(true);
+    }
+    std::string err;
+    auto box = Outbox::open({dir.path, 1 << 20, {"dock", "gate"}, {"mqtt"}, "next"}, err);
+    ASSERT_TRUE(box) << err;
+    std::vector<OutboxItem> items;
+    box->fetch(1, 1, 10, items);
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0].json, want[1]);
+    EXPECT_EQ(items[1].json, want[2]);
+    EXPECT_EQ(items[2].json, item(4));
+    EXPECT_TRUE(items[2].event);
+    items.clear();
+    box->fetch(1, 0, 2, items);  // at most max, from a row's start
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0].json, want[0]);
 }
 
 TEST(Outbox, ARowGoesOnceEveryOutputDeliveredIt) {
@@ -134,7 +177,7 @@ TEST(Outbox, OneStateDirectoryServesOneGateway) {
     TempDir dir;
     auto first = open(dir.path, 1 << 20, {"mqtt"});
     std::string err;
-    EXPECT_FALSE(Outbox::open({dir.path, 1 << 20, {"dock"}, {"mqtt"}}, err));
+    EXPECT_FALSE(Outbox::open({dir.path, 1 << 20, {"dock"}, {"mqtt"}, "b00t"}, err));
     EXPECT_NE(err.find("another uhfd"), std::string::npos) << err;
 }
 

@@ -28,7 +28,9 @@ TEST(MqttPayloads, RunsOfReadsInArraysEachEventAlone) {
     };
     for (const Row& row : rows) {
         std::vector<Payload> out;
-        mqtt_payloads(row.items, row.batch_size, out);
+        MqttPayloads cut(row.batch_size, out);
+        for (const OutboxItem& i : row.items) cut.add(i.seq, i.event, i.json);
+        cut.finish();
         std::vector<std::pair<uint64_t, std::string>> got;
         for (const Payload& p : out) got.emplace_back(p.last_seq, p.body);
         EXPECT_EQ(got, row.want);
