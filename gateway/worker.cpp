@@ -126,6 +126,11 @@ private:
 
 bool Worker::send(const std::string& m) {
     last_sent_ = now_ms();
+    if (pending_.empty()) {  // the usual case: no copy
+        const ssize_t n = ::send(fd_, m.data(), m.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n == static_cast<ssize_t>(m.size())) return true;
+        if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return false;
+    }
     pending_.push_back(m);
     pending_bytes_ += m.size();
     return flush(pending_bytes_ > kPendingBytes ? kDrainMs : 0);
