@@ -118,6 +118,35 @@ TEST_F(Inventory, StartReturnsWithTheQueueAlreadyEmptied) {
 // With a hold the receive thread takes a steady stream in a few large reads
 // instead of one per report, and loses none of it. Load on the machine only
 // makes the groups larger, so the bound cannot fail for it.
+// An application that fetches often reads the link itself: reports cut
+// anywhere by the reads come whole and in order, whichever side read them.
+TEST_F(Inventory, ReportsReadByFetchesArriveWholeAndInOrder) {
+    confirm_stops();
+    ASSERT_EQ(UHFInventory(), 0);
+    constexpr int kReports = 200;
+    std::thread feed([this] {
+        for (int i = 0; i < kReports; i++) {
+            const auto f = frame(0x83, report(uint8_t(i)));
+            const size_t cut = 1 + size_t(i) % (f.size() - 1);
+            reader.push({f.begin(), f.begin() + std::ptrdiff_t(cut)});
+            std::this_thread::sleep_for(std::chrono::microseconds(700));
+            reader.push({f.begin() + std::ptrdiff_t(cut), f.end()});
+            std::this_thread::sleep_for(std::chrono::microseconds(300));
+        }
+    });
+    int got = 0;
+    for (auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+         got < kReports && std::chrono::steady_clock::now() < end;) {
+        uint8_t out[512];
+        int len = 0;
+        while (UHF_GetReceived_EX(&len, out) == 0) EXPECT_EQ(out[6], uint8_t(got++));
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+    feed.join();
+    EXPECT_EQ(got, kReports);
+    EXPECT_EQ(UHFStopGet(), 0);
+}
+
 TEST_F(Inventory, AHeldStreamArrivesWholeInFewGroups) {
     EXPECT_EQ(UHF_SetReceiveHold(20000), 0u);
     EXPECT_EQ(UHF_SetReceiveHold(1000000), 20000u);

@@ -239,6 +239,83 @@ void pause_for(int index, useconds_t us) {
     if (ppoll(&stop, 1, &limit, nullptr) > 0) drain_wake(index);
 }
 
+// Reading at the application's pace. While the application fetches (a
+// fetch within kFetchingNs), a fetch that finds the queue empty reads the
+// streaming links itself, and their receive threads look in only every
+// kFetchPaceUs instead of waking for each report: a report reaches the
+// application at its next fetch, as it would have anyway, and the wake-ups
+// are mostly the application's own. When the fetches stop, the threads read
+// each report as it arrives again. A hold (UHF_SetReceiveHold) asks for
+// reports in groups at its pace instead: then fetches never read.
+constexpr uint64_t kFetchingNs = 100000000;
+constexpr useconds_t kFetchPaceUs = 50000;
+uint64_t g_last_fetch_ns = 0;
+
+uint64_t now_ns() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+bool app_fetching() {
+    return __atomic_load_n(&g_hold_us, __ATOMIC_RELAXED) == 0 &&
+           now_ns() - __atomic_load_n(&g_last_fetch_ns, __ATOMIC_RELAXED) < kFetchingNs;
+}
+
+// A link's read buffer, with the start of a frame a read ended inside. The
+// receive thread and the fetches take turns under mu; a fetch only tries.
+// open: threads streaming from the link (a thread that replaces another
+// may start before that one has left); while any does, a fetch may read it.
+struct Stream {
+    pthread_mutex_t mu = PTHREAD_MUTEX_INITIALIZER;
+    uint8_t buf[8192];
+    size_t held = 0;
+    int open = 0;
+    bool readable() const { return __atomic_load_n(&open, __ATOMIC_ACQUIRE) > 0; }
+};
+Stream g_stream[MAX_TERMINALS];
+
+// Opened by its thread and closed by it before it leaves: a fetch that got
+// in first finishes its read before the slot can be released.
+struct StreamOpen {
+    Stream& s;
+    const bool counted;
+    StreamOpen(Stream& st, bool fetch_may_read) : s(st), counted(fetch_may_read) {
+        pthread_mutex_lock(&s.mu);
+        s.held = 0;
+        pthread_mutex_unlock(&s.mu);
+        if (counted) __atomic_add_fetch(&s.open, 1, __ATOMIC_ACQ_REL);
+    }
+    ~StreamOpen() {
+        if (!counted) return;
+        __atomic_sub_fetch(&s.open, 1, __ATOMIC_ACQ_REL);
+        pthread_mutex_lock(&s.mu);
+        pthread_mutex_unlock(&s.mu);
+    }
+};
+
+// From a fetch that found the queue empty: one read of each open link whose
+// thread is not reading it right now.
+void read_for_fetch() {
+    if (__atomic_load_n(&g_hold_us, __ATOMIC_RELAXED) > 0) return;  // groups at the hold's pace were asked for
+    __atomic_store_n(&g_last_fetch_ns, now_ns(), __ATOMIC_RELAXED);
+    for (int i = 0; i < MAX_TERMINALS; i++) {
+        Stream& s = g_stream[i];
+        if (!s.readable() || pthread_mutex_trylock(&s.mu) != 0) continue;
+        if (s.readable()) read_stream(i, s.buf, sizeof s.buf, s.held);
+        pthread_mutex_unlock(&s.mu);
+    }
+}
+
+// The next record of the queue; an empty queue is first refilled from the
+// links when the application reads them itself.
+uint16_t take_record(uint8_t* rec, uint16_t cap) {
+    const uint16_t r = getTagData(rec, cap);
+    if (r != 0) return r;
+    read_for_fetch();
+    return getTagData(rec, cap);
+}
+
 // A peer that hung up, or a read error other than "nothing yet".
 bool link_lost(int n) { return n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR); }
 
@@ -250,15 +327,17 @@ bool should_run(int index, unsigned generation) {
 // Reads while input keeps coming, from a poll that said the link is
 // readable. Returns false when the link hung up. Only the read right after
 // the poll can tell: a serial read finds nothing and a lost link alike.
-bool read_burst(int index, unsigned generation, uint8_t* buf, size_t cap, size_t& held, Gatherer& gather) {
+bool read_burst(int index, unsigned generation, Stream& s, bool paced, Gatherer& gather) {
     for (bool after_poll = true;; after_poll = false) {
-        StreamRead r = read_stream(index, buf, cap, held);
+        pthread_mutex_lock(&s.mu);
+        const StreamRead r = read_stream(index, s.buf, sizeof s.buf, s.held);
+        pthread_mutex_unlock(&s.mu);
         if (r.got < 1) {
             gather.gathering = false;
             return !(after_poll && link_lost(r.got));
         }
         if (!r.filled) {
-            const useconds_t pause = gather.pause_after(r);
+            const useconds_t pause = paced ? 0 : gather.pause_after(r);
             if (pause == 0) return true;
             pause_for(index, pause);
         }
@@ -287,11 +366,12 @@ void* Uhf_GetR2000UartData(void* arg) {
         return nullptr;
     }
     set_running(index, 1);
-    uint8_t buf[8192];
-    size_t held = 0;
+    uint8_t buf[kMaxRead + 1];
     bool hung_up = false;
     Gatherer gather;
     const int fd = link->descriptor(my_terminals[index]);
+    // TCP only, where reports come fastest; a serial line keeps its thread's reads.
+    StreamOpen stream(g_stream[index], link == &kTcpBackend);
     while (should_run(index, generation)) {
         if (link->polled) {
             // Reports are asked for: a poll, one frame back, and a pause
@@ -309,11 +389,14 @@ void* Uhf_GetR2000UartData(void* arg) {
         }
         // Sleep until the link has input or a stop arrives. A peer that hung
         // up leaves only the stop to wait for.
+        // While the application fetches, it reads the link: look in at a pace.
+        const bool paced = stream.counted && !hung_up && app_fetching();
+        if (paced) pause_for(index, kFetchPaceUs);
         pollfd fds[2] = {{hung_up ? -1 : fd, POLLIN, 0}, {g_wake[index], POLLIN, 0}};
-        if (poll(fds, 2, kIdleWaitMs) <= 0) continue;
+        if (poll(fds, 2, paced ? 0 : kIdleWaitMs) <= 0) continue;
         if (fds[1].revents & POLLIN) drain_wake(index);
         if (!(fds[0].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-        if (!read_burst(index, generation, buf, sizeof buf, held, gather)) {
+        if (!read_burst(index, generation, stream.s, paced, gather)) {
             UHF_LOG(kLogBase, "thread %d: the link hung up", index);
             hung_up = true;
         }
@@ -415,7 +498,7 @@ int UHFGetTagData(int* recvlen, uint8_t* tdata) {
     if (recvlen == nullptr || tdata == nullptr) return 0;
     *recvlen = 0;
     uint8_t rec[256];
-    uint16_t r = getTagData(rec, sizeof rec);
+    uint16_t r = take_record(rec, sizeof rec);
     if (r < 6 || r > 256) return -1;
     const uint8_t* report = rec + 3;
     const int n = r - 3;
@@ -458,7 +541,7 @@ int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii) {
         return -1;
     }
     uint8_t rec[kMaxFrame];
-    uint16_t r = getTagData(rec, sizeof rec);
+    uint16_t r = take_record(rec, sizeof rec);
     if (r < 6 || r > 256) return -1;
     const uint8_t* report = rec + 3;
     const int n = r - 3;
@@ -496,7 +579,7 @@ int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii) {
 int UHF_GetTempTagReceived(int* uLenUii, unsigned char* uUii) {
     UHF_REFUSE_IF(uLenUii == nullptr || uUii == nullptr);
     uint8_t rec[8000];
-    uint16_t r = getTagData(rec, sizeof rec);
+    uint16_t r = take_record(rec, sizeof rec);
     const unsigned m = static_cast<unsigned>(r) - 4u;  // report length less one
     if (m == 3 || m - 3 > 250) return -1;
     const uint8_t* report = rec + 3;
