@@ -42,6 +42,10 @@ UHF_API int UHFGetTagData(int* recvlen, uint8_t* tdata);
 /* One queued report as: UII length, PC+EPC, data length, data, RSSI (2,
  * big-endian, 0.1 dBm), antenna (1 when the reader sent none). uUii must
  * hold 512 bytes. 0 delivered; -1 none, invalid or null pointer. */
+/* Behaviour note: these fetch calls, finding the queue empty while the
+ * application fetches often (within 100 ms) and no hold is set, first read
+ * each streaming TCP link once themselves; the receive threads then look in
+ * only every 50 ms. */
 UHF_API int UHF_GetReceived_EX(int* uLenUii, uint8_t* uUii);
 /* Temperature-tag form: UII length, PC+EPC, 0, the report's last 17 bytes;
  * *uLenUii is the report length plus 2. uUii must hold 96 bytes. */
@@ -59,8 +63,9 @@ UHF_API uint64_t UHF_GetQueueOverflowCount(void);
  * up to 50000 us (more is taken as 50000). It trades latency for CPU: at
  * 500 reports/s a 10 ms hold makes 100 wake-ups a second instead of 500,
  * and a report reaches the queue up to 10 ms later. Applies to every link,
- * from the thread's next read. Returns the hold in effect before. An
- * extension of this library: nothing sent. */
+ * from the thread's next read; while a hold is set, fetches never read the
+ * links themselves. Returns the hold in effect before. An extension of
+ * this library: nothing sent. */
 UHF_API unsigned UHF_SetReceiveHold(unsigned microseconds);
 
 /* Receive-thread plumbing, exported for completeness. */
