@@ -417,7 +417,10 @@ void Outbox::fetch(uint16_t reader, uint64_t after, size_t max, const Each& each
             continue;
         }
         for (size_t end; given < max && (end = body.find(kItemEnd)) != std::string_view::npos; seq++) {
-            if (seq > after) each(seq, row.event, body.substr(0, end)), given++;
+            if (seq > after) {
+                each(seq, row.event, body.substr(0, end));
+                given++;
+            }
             body.remove_prefix(end + 1);
         }
     }

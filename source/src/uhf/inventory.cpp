@@ -210,6 +210,12 @@ constexpr useconds_t kGatherUs = 500;
 constexpr unsigned kMaxHoldUs = 50000;
 unsigned g_hold_us = 0;
 
+uint64_t now_ns() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
 struct Gatherer {
     uint64_t last_read_ns = 0;
     bool gathering = false;
@@ -219,9 +225,7 @@ struct Gatherer {
     useconds_t pause_after(const StreamRead& r) {
         const unsigned hold = __atomic_load_n(&g_hold_us, __ATOMIC_RELAXED);
         if (hold > 0) return gathering = true, hold;
-        timespec ts;
-        clock_gettime(CLOCK_MONOTONIC, &ts);
-        uint64_t now = static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+        const uint64_t now = now_ns();
         gathering = gathering ? r.frames >= 2 : now - last_read_ns < kGatherUs * 1000u;
         last_read_ns = now;
         return gathering ? kGatherUs : 0;
@@ -250,12 +254,6 @@ void pause_for(int index, useconds_t us) {
 constexpr uint64_t kFetchingNs = 100000000;
 constexpr useconds_t kFetchPaceUs = 50000;
 uint64_t g_last_fetch_ns = 0;
-
-uint64_t now_ns() {
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
-}
 
 bool app_fetching() {
     return __atomic_load_n(&g_hold_us, __ATOMIC_RELAXED) == 0 &&
